@@ -1,0 +1,5 @@
+#include "kernel/Countable.h"
+
+namespace Kernel {
+Countable::~Countable() = default;
+}
