@@ -9,9 +9,10 @@ target_link_libraries(RasterDependencies INTERFACE
     OpenSSL::Crypto
     PkgConfig::RASTER_DEFLATE
     PkgConfig::RASTER_HWY
+    PkgConfig::RASTER_XXHASH
     TBB::tbb
     Threads::Threads)
 
 # The same for pkg-config, as plain flags: a list of required .pc files would ask those who link the shared library for
 # development packages that they don't need.
-set(RASTER_PKGCONFIG_PRIVATE_LIBS "-lImath -lcrypto -ldeflate -lhwy -ltbb -pthread")
+set(RASTER_PKGCONFIG_PRIVATE_LIBS "-lImath -lcrypto -ldeflate -lhwy -ltbb -lxxhash -pthread")
