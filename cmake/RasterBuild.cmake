@@ -19,9 +19,9 @@ target_compile_options(RasterSettings INTERFACE
     $<$<BOOL:${RASTER_WARNINGS_AS_ERRORS}>:-Werror>)
 target_compile_definitions(RasterSettings INTERFACE
     $<$<BOOL:${RASTER_CHECK_LOCK_ORDER}>:RASTER_CHECK_LOCK_ORDER>
-    $<$<BOOL:${RASTER_SCALAR_ONLY}>:HWY_COMPILE_ONLY_EMU128>
-    $<$<BOOL:${RASTER_SANITIZE}>:RASTER_SANITIZED>)
+    $<$<BOOL:${RASTER_SCALAR_ONLY}>:HWY_COMPILE_ONLY_EMU128>)
 if(RASTER_SANITIZE)
+    target_compile_definitions(RasterSettings INTERFACE RASTER_SANITIZED)
     add_compile_options(-fsanitize=${RASTER_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${RASTER_SANITIZE})
 endif()
