@@ -1,7 +1,6 @@
 #include "storage/BitmapCore.h"
 
 #include "kernel/Abort.h"
-#include "kernel/DelayLoadHolder.h"
 #include "kernel/ScopedLock.h"
 #include "kernel/Trace.h"
 
@@ -22,8 +21,9 @@ int GetLevelSize(int size, int level) {
 
 BitmapLoader SetBitmapLoader(BitmapLoader loader) noexcept { return bitmapLoader.exchange(loader); }
 
-BitmapCore::BitmapCore(BitmapType const & type, int width, int height, MipmapMode mode, HardwareCachePolicy policy)
-    : type(type), mipmapMode(mode), hardwarePolicy(policy) {
+BitmapCore::BitmapCore(BitmapType const & bitmapType, int width, int height, MipmapMode mode,
+                       HardwareCachePolicy policy)
+    : type(bitmapType), mipmapMode(mode), hardwarePolicy(policy) {
     if (!TileGrid::Create(width, height, type.layout.sampleSize).IsWithinLimit(type.layout.channelCount))
         throw std::length_error("a bitmap of more than 2^24 tiles");
     planes.reserve(static_cast<std::size_t>(type.layout.channelCount));
@@ -108,11 +108,11 @@ void BitmapCore::ForceDelayLoad(bool * abort) const {
 }
 
 bool BitmapCore::CallLoader(bool * abort) const {
-    struct LoadingMark {
-        bool & mark;
-        explicit LoadingMark(bool & mark) : mark(mark) { mark = true; }
-        ~LoadingMark() { mark = false; }
-    } const mark(isLoading);
+    struct Mark {
+        bool & flag;
+        ~Mark() { flag = false; }
+    } const mark{isLoading};
+    isLoading = true;
     auto const loader = bitmapLoader.load();
     // Everything that a loader may change is mutable.
     if (loader && backing && loader(const_cast<BitmapCore &>(*this), *backing, abort))
@@ -134,7 +134,7 @@ void BitmapCore::SetBackingAndProfile(Kernel::Counted<Kernel::DelayLoadHolder> h
 
 void BitmapCore::SetPendingBacking(Kernel::Counted<Kernel::DelayLoadHolder> holder) {
     for (auto & plane : planes)
-        for (std::size_t i = 0, count = plane.GetTileCount(); i < count; ++i)
+        for (std::size_t i = 0; i < plane.GetTileCount(); ++i)
             plane.GetTile(i).Unallocate();
     backing = std::move(holder);
     for (auto & plane : planes)

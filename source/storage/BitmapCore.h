@@ -1,9 +1,10 @@
 #pragma once
 
+#include "kernel/Consolidated.h"
 #include "kernel/Countable.h"
 #include "kernel/Counted.h"
 #include "kernel/CriticalSection.h"
-#include "kernel/CriticalSectionSpin.h"
+#include "kernel/DelayLoadHolder.h"
 #include "kernel/JailCounted.h"
 #include "kernel/Rect.h"
 #include "pixel/ChannelTuple.h"
@@ -15,12 +16,6 @@
 #include <atomic>
 #include <memory>
 #include <vector>
-
-namespace Kernel {
-class DelayLoadHolder;
-template<class T>
-class Consolidated;
-}
 
 namespace Raster {
 class BitmapCore;
@@ -152,7 +147,7 @@ public:
 
 protected:
     /// @throws std::length_error if the planes would have more than `maximumTileCount` tiles. Negative sizes count as 0.
-    BitmapCore(BitmapType const & type, int width, int height, MipmapMode, HardwareCachePolicy);
+    BitmapCore(BitmapType const & bitmapType, int width, int height, MipmapMode, HardwareCachePolicy);
 
     std::unique_ptr<BitmapCore> CloneCore() const;
     std::unique_ptr<BitmapCore> CloneEmptyCore() const;

@@ -1,8 +1,9 @@
 #include "storage/PlaneCore.h"
 
 #include "kernel/Abort.h"
+#include "kernel/DelayLoadHolder.h"
 #include "storage/BlockDeduplicationSupport.h"
-#include "storage/MemoryManager.h"
+#include "pixel/MemoryManager.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -61,11 +62,11 @@ TileGrid CheckLimit(TileGrid const & grid) {
 }
 }
 
-PlaneCore::PlaneCore(int width, int height, int sampleSize, ChannelKind kind)
-    : PlaneCore(TileGrid::Create(width, height, sampleSize), kind) {}
+PlaneCore::PlaneCore(int width, int height, int sampleSize, ChannelKind channelKind)
+    : PlaneCore(TileGrid::Create(width, height, sampleSize), channelKind) {}
 
-PlaneCore::PlaneCore(TileGrid const & grid, ChannelKind kind)
-    : grid(CheckLimit(grid)), kind(kind), tiles(std::make_unique<Tile[]>(GetTileCount())) {
+PlaneCore::PlaneCore(TileGrid const & shape, ChannelKind channelKind)
+    : grid(CheckLimit(shape)), kind(channelKind), tiles(std::make_unique<Tile[]>(GetTileCount())) {
     MemoryManager::Instance().AttachVirtual(grid.GetVirtualBytes());
 }
 
@@ -184,8 +185,7 @@ void PlaneCore::CommitInflation(TileGridInflation const & inflation, PlaneCore &
 void PlaneCore::ShareTilesFrom(PlaneCore const & source) {
     if (!(grid == source.grid) || this == &source)
         return;
-    for (std::size_t i = 0, count = GetTileCount(); i < count; ++i)
-        tiles[i] = source.tiles[i];
+    Tile::CopyRange(tiles.get(), source.tiles.get(), GetTileCount());
 }
 
 void PlaneCore::SetBacking(Kernel::Counted<Kernel::DelayLoadHolder> const & backing) {

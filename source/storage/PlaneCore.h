@@ -27,7 +27,7 @@ class RASTER_API PlaneCore {
 public:
     /// All tiles unallocated; costs a handle each. Negative sizes count as 0.
     /// Throws `std::length_error` for more than `maximumTileCount` tiles.
-    PlaneCore(int width, int height, int sampleSize, ChannelKind kind);
+    PlaneCore(int width, int height, int sampleSize, ChannelKind channelKind);
     PlaneCore(PlaneCore && other) noexcept;
     PlaneCore & operator=(PlaneCore && other) noexcept;
     ~PlaneCore();
@@ -78,7 +78,7 @@ public:
     void SetBacking(Kernel::Counted<Kernel::DelayLoadHolder> const & backing);
 
 private:
-    PlaneCore(TileGrid const & grid, ChannelKind kind);
+    PlaneCore(TileGrid const & shape, ChannelKind channelKind);
     void DetachVirtual() noexcept;
     template<class Function>
     Kernel::RectT<int> UniteOverTiles(Function && rectOfTile) const;

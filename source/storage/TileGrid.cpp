@@ -11,14 +11,14 @@ constexpr std::int64_t longestSide = std::numeric_limits<int>::max();
 struct AxisInflation {
     std::int64_t tilesBefore, tiles, size, wholeBefore, wholeAfter;
 
-    AxisInflation(std::int64_t size, std::int64_t tiles, std::int64_t tileSize, int before, int after) {
+    AxisInflation(std::int64_t oldSize, std::int64_t oldTiles, std::int64_t tileSize, int before, int after) {
         std::int64_t const askedBefore = std::max(before, 0), askedAfter = std::max(after, 0);
-        auto const slack = std::max<std::int64_t>(askedAfter + size - tiles * tileSize, 0);
+        auto const slack = std::max<std::int64_t>(askedAfter + oldSize - oldTiles * tileSize, 0);
         tilesBefore = TileGrid::DivideUp(askedBefore, tileSize);
         wholeBefore = tilesBefore * tileSize;
         wholeAfter = TileGrid::DivideUp(askedAfter, tileSize) * tileSize;
-        this->tiles = tilesBefore + tiles + TileGrid::DivideUp(slack, tileSize);
-        this->size = size + wholeBefore + askedAfter;
+        tiles = tilesBefore + oldTiles + TileGrid::DivideUp(slack, tileSize);
+        size = oldSize + wholeBefore + askedAfter;
     }
 };
 
