@@ -5,10 +5,10 @@ include(RasterFindDependencies)
 
 add_library(RasterDependencies INTERFACE)
 target_link_libraries(RasterDependencies INTERFACE
-    Imath::Imath
     OpenSSL::Crypto
     PkgConfig::RASTER_DEFLATE
     PkgConfig::RASTER_HWY
+    PkgConfig::RASTER_IMATH
     TBB::tbb
     Threads::Threads)
 

@@ -3,10 +3,10 @@
 
 find_package(Threads ${raster_find})
 find_package(TBB ${raster_find})
-find_package(Imath ${raster_find})
 find_package(OpenSSL ${raster_find} COMPONENTS Crypto)
 find_package(PkgConfig ${raster_find})
 if(PkgConfig_FOUND)
     pkg_check_modules(RASTER_DEFLATE ${raster_find} IMPORTED_TARGET libdeflate)
     pkg_check_modules(RASTER_HWY ${raster_find} IMPORTED_TARGET libhwy)
+    pkg_check_modules(RASTER_IMATH ${raster_find} IMPORTED_TARGET Imath) # its CMake package names files that it lacks
 endif()
