@@ -1,17 +1,11 @@
 #include "pixel/MemoryManager.h"
 
+#include "kernel/ScopedLock.h"
+
 #include <algorithm>
-#include <mutex>
 
 namespace Raster {
 namespace {
-// Guards the list of blocks and every eviction. Re-entrant, as evicting a block by hand goes through the same door
-// as the walk does.
-std::recursive_mutex & MainLock() {
-    static std::recursive_mutex & lock = *new std::recursive_mutex;
-    return lock;
-}
-
 std::uint64_t BytesOfMebibytes(std::uint64_t mebibytes) {
     auto const most = std::numeric_limits<std::uint64_t>::max();
     return mebibytes > most >> 20 ? most : mebibytes << 20;
@@ -78,7 +72,7 @@ void MemoryManager::EvictWhile(Above above, Evictable const * skipped) {
 }
 
 void MemoryManager::Attach(Evictable const * block) {
-    std::lock_guard const guard(MainLock());
+    Kernel::ScopedLock const guard(mainLock);
     auto const limit = GetDRAMLimit();
     // Begins at the limit and goes down to about 91 % of it, so that the next tiles come in without evicting.
     if (GetLimitedUsage() >= limit)
@@ -89,7 +83,7 @@ void MemoryManager::Attach(Evictable const * block) {
 }
 
 void MemoryManager::Detach(Evictable const * block) {
-    std::lock_guard const guard(MainLock());
+    Kernel::ScopedLock const guard(mainLock);
     if (block->IsAllocatedAndPresent())
         UnsafeDetach(block);
 }
@@ -100,7 +94,7 @@ void MemoryManager::UnsafeDetach(Evictable const * block) {
 }
 
 bool MemoryManager::Evict(Evictable const * block) {
-    std::lock_guard const guard(MainLock());
+    Kernel::ScopedLock const guard(mainLock);
     return block->TryEvict() == Eviction::Done;
 }
 
@@ -116,7 +110,7 @@ void MemoryManager::AttachInterleaved(std::uint64_t bytes) {
     interleaved.Add(bytes);
     if (GetLimitedUsage() < GetDRAMLimit())
         return; // the common case waits for nobody
-    std::lock_guard const guard(MainLock());
+    Kernel::ScopedLock const guard(mainLock);
     auto const limit = GetDRAMLimit();
     EvictWhile([&](std::uint64_t usage) { return usage >= limit; }, nullptr);
 }
@@ -177,7 +171,7 @@ void MemoryManager::SetDRAMLimit(std::uint64_t mebibytes) {
     auto const limit = BytesOfMebibytes(mebibytes);
     if (dramLimit.exchange(limit, std::memory_order_relaxed) <= limit)
         return;
-    std::lock_guard const guard(MainLock());
+    Kernel::ScopedLock const guard(mainLock);
     if (GetLimitedUsage() > limit)
         EvictWhile([&](std::uint64_t usage) { return double(usage) * 1.1 > double(limit); }, nullptr);
 }
@@ -196,13 +190,13 @@ bool MemoryManager::ShouldWarnAboutDiskUsage() {
 }
 
 void MemoryManager::Destroy() {
-    std::lock_guard const guard(MainLock());
+    Kernel::ScopedLock const guard(mainLock);
     while (oldest)
         Unlink(oldest);
 }
 
 std::uint64_t MemoryManager::CountListedBlocks() const {
-    std::lock_guard const guard(MainLock());
+    Kernel::ScopedLock const guard(mainLock);
     std::uint64_t count = 0;
     for (auto block = oldest; block; block = block->newer)
         ++count;

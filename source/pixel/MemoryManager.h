@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kernel/CriticalSection.h"
 #include "kernel/Export.h"
 
 #include <atomic>
@@ -29,7 +30,7 @@ public:
     virtual bool IsAllocatedAndPresent() const = 0;
 
 protected:
-    ~Evictable() = default;
+    virtual ~Evictable() = default;
 
 private:
     friend class MemoryManager;
@@ -137,7 +138,7 @@ private:
     };
 
     MemoryManager() = default;
-    ~MemoryManager() = default;
+    ~MemoryManager() = delete;
 
     std::uint64_t GetLimitedUsage() const;
     void Append(Evictable const * block);
@@ -145,7 +146,10 @@ private:
     template<class Above>
     void EvictWhile(Above above, Evictable const * skipped);
 
-    // The list of resident blocks, oldest first; guarded by the main lock.
+    // Guards the list of blocks and every eviction, the disk writes included. Taken under a block's own locks; under
+    // it another block's `bufferLock` is only tried. Evicting a block by hand enters by the same door as the walk.
+    mutable Kernel::CriticalSection mainLock{Kernel::LockRank::MemoryManager};
+    // The resident blocks, oldest first.
     Evictable const * oldest = nullptr;
     Evictable const * newest = nullptr;
 
