@@ -1,0 +1,81 @@
+/// Conversions between the eleven views of a colour: for one pixel, for a span, for rows of any length.
+///
+/// Equal views are copied. All else goes through normalised float RGB without being quantised in between, alpha
+/// separately by the depth rule. docs/conversions.md tells the rules.
+#pragma once
+
+#include "kernel/Export.h"
+#include "pixel/ConversionRules.h"
+#include "pixel/LabSeam.h"
+#include "pixel/Pixel.h"
+#include "pixel/PixelView.h"
+
+#include <cstddef>
+#include <type_traits>
+
+namespace Raster {
+namespace Rules {
+inline UnitRGB FromLab(std::uint16_t lightness, std::uint16_t aOpponent, std::uint16_t bOpponent) {
+    std::uint16_t const lab[4]{lightness, aOpponent, bOpponent, 0};
+    float rgb[4]{};
+    ConvertFromLab(rgb, lab, 1);
+    auto const number = [](float value) { return value == value ? value : 0.0f; };
+    return {number(rgb[0]), number(rgb[1]), number(rgb[2])};
+}
+
+/// The colour of a pixel. Unbounded sources, and Lab, may give values outside 0 to 1. Alpha alone is black.
+template<ViewTuple S>
+UnitRGB ToUnitRGB(PixelOf<S> const & source) {
+    if constexpr (familyOf<S> == ColourFamily::RGB)
+        return {ToUnit(source[0]), ToUnit(source[1]), ToUnit(source[2])};
+    else if constexpr (familyOf<S> == ColourFamily::Grey)
+        return {ToUnit(source[0]), ToUnit(source[0]), ToUnit(source[0])};
+    else if constexpr (familyOf<S> == ColourFamily::CMYK)
+        return FromCMYK({source[0], source[1], source[2], source[3]});
+    else if constexpr (familyOf<S> == ColourFamily::Lab)
+        return FromLab(source[0], source[1], source[2]);
+    else
+        return {0, 0, 0};
+}
+
+/// Writes the colour channels of `dest` and leaves its alpha. Only RGBAUF keeps what lies outside 0 to 1.
+template<ViewTuple D>
+void FromUnitRGB(PixelOf<D> & dest, UnitRGB colour) {
+    using Sample = typename D::Storage;
+    if constexpr (viewOf<D> != PixelView::RGBAUF)
+        colour = ClampUnit(colour);
+    if constexpr (familyOf<D> == ColourFamily::RGB) {
+        dest[0] = FromUnit<Sample>(colour.red);
+        dest[1] = FromUnit<Sample>(colour.green);
+        dest[2] = FromUnit<Sample>(colour.blue);
+    } else if constexpr (viewOf<D> == PixelView::IA8) {
+        dest[0] = ToGrey8(colour);
+    } else if constexpr (viewOf<D> == PixelView::IA16) {
+        dest[0] = ToGrey16(colour);
+    } else if constexpr (familyOf<D> == ColourFamily::CMYK) {
+        auto const inks = ToCMYK(colour);
+        dest[0] = inks.cyan;
+        dest[1] = inks.magenta;
+        dest[2] = inks.yellow;
+        dest[3] = inks.black;
+    } else if constexpr (familyOf<D> == ColourFamily::Lab) {
+        float const rgb[4]{colour.red, colour.green, colour.blue, 0};
+        ConvertToLab(dest.channels, rgb, 1);
+    }
+}
+}
+
+/// One pixel, D and S being tuples of views: `ConvertPixel<IA8Tuple, RGBA8Tuple>(grey, colour)`.
+template<ViewTuple D, ViewTuple S>
+void ConvertPixel(PixelOf<D> & dest, PixelOf<S> const & source) {
+    if constexpr (std::is_same_v<D, S>) {
+        dest = source;
+    } else {
+        if constexpr (familyOf<D> == ColourFamily::Grey && familyOf<S> == ColourFamily::Grey)
+            dest[0] = Rules::ConvertSample<typename D::Storage>(source[0]); // no weighting: neutral stays neutral
+        else
+            Rules::FromUnitRGB<D>(dest, Rules::ToUnitRGB<S>(source));
+        dest[D::alphaIndex - 1] = Rules::ConvertSample<typename D::Storage>(source[S::alphaIndex - 1]);
+    }
+}
+}
