@@ -45,21 +45,22 @@ endfunction()
 # Every test of these subsystems is about threads too.
 set(RASTER_THREADED_SUBSYSTEMS storage pixel/transfer transfer files)
 
-# raster_add_test(<subsystem> <name> [THREADS] [<library>...]): tests/<subsystem>/<name>.cpp is the program <name>; each
-# TEST in it is a ctest entry. THREADS marks a test that is worth the thread sanitizer: it gets the label "threads".
+# raster_add_test(<subsystem> <name> [<library>...]): tests/<subsystem>/<name>.cpp is the program <name>; each TEST in it
+# is a ctest entry. Tests that start threads are worth the thread sanitizer and get the label "threads".
 # Linked statically: this reaches hidden symbols and links only what is used.
 function(raster_add_test subsystem name)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "THREADS" "" "")
+    set(source "${PROJECT_SOURCE_DIR}/tests/${subsystem}/${name}.cpp")
     set(labels unit ${subsystem})
+    file(STRINGS "${source}" threads REGEX "#include (<(thread|future)>|\"kernel/Dispatch\\.h\")")
     set_property(GLOBAL APPEND PROPERTY RASTER_TEST_PROGRAMS ${name})
-    if(arg_THREADS OR subsystem IN_LIST RASTER_THREADED_SUBSYSTEMS)
+    if(threads OR subsystem IN_LIST RASTER_THREADED_SUBSYSTEMS)
         list(APPEND labels threads)
         set_property(GLOBAL APPEND PROPERTY RASTER_THREAD_TEST_PROGRAMS ${name})
     endif()
-    add_executable(${name} "${PROJECT_SOURCE_DIR}/tests/${subsystem}/${name}.cpp")
+    add_executable(${name} "${source}")
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
     target_link_libraries(${name} PRIVATE
-        RasterStatic RasterSettings GTest::gmock GTest::gtest_main rapidcheck ${arg_UNPARSED_ARGUMENTS})
+        RasterStatic RasterSettings GTest::gmock GTest::gtest_main rapidcheck ${ARGN})
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT ${RASTER_TEST_TIMEOUT})
     # gtest_discover_tests takes no list as a property; its list of tests is there when ctest reads this file.
     set(labelsFile "${CMAKE_CURRENT_BINARY_DIR}/${name}Labels.cmake")

@@ -27,5 +27,8 @@ install(FILES
 set(pkgconfigFolder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${pkgconfigFolder}"
     OUTPUT_VARIABLE prefixFromPkgconfigFolder)
+if(RASTER_CHECK_LOCK_ORDER)
+    set(lockOrderFlag " -DRASTER_CHECK_LOCK_ORDER") # headers take locks too
+endif()
 configure_file("${PROJECT_SOURCE_DIR}/cmake/raster.pc.in" "${PROJECT_BINARY_DIR}/raster.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/raster.pc" DESTINATION "${pkgconfigFolder}")
