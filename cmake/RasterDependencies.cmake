@@ -1,14 +1,18 @@
-# Every package that the library links, found once.
+# What the library links, in one place. Private to it: no public header includes one of these.
 
-find_package(Threads REQUIRED)
-find_package(TBB REQUIRED)
-find_package(PkgConfig REQUIRED)
-pkg_check_modules(HWY REQUIRED IMPORTED_TARGET libhwy)
-find_package(Imath REQUIRED)
-pkg_check_modules(DEFLATE REQUIRED IMPORTED_TARGET libdeflate)
-find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+set(raster_find REQUIRED)
+include(RasterFindDependencies)
 
-# Private to the library: no public header includes one of these.
 add_library(RasterDependencies INTERFACE)
 target_link_libraries(RasterDependencies INTERFACE
-    TBB::tbb PkgConfig::HWY Imath::Imath PkgConfig::DEFLATE OpenSSL::Crypto Threads::Threads)
+    Imath::Imath
+    OpenSSL::Crypto
+    PkgConfig::RASTER_DEFLATE
+    PkgConfig::RASTER_HWY
+    PkgConfig::RASTER_XXHASH
+    TBB::tbb
+    Threads::Threads)
+
+# The same for pkg-config, as plain flags: a list of required .pc files would ask those who link the shared library for
+# development packages that they don't need.
+set(RASTER_PKGCONFIG_PRIVATE_LIBS "-lImath -lcrypto -ldeflate -lhwy -ltbb -lxxhash -pthread")

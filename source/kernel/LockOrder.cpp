@@ -94,6 +94,11 @@ void WillRelease(void const * section, LockRank rank) {
     }
 }
 
+void WillCallOut() {
+    if (held.GetHighestRank() == LockRank::Leaf)
+        Report("called out under", LockRank::Leaf);
+}
+
 std::size_t GetHeldCount() {
     return held.count;
 }

@@ -139,6 +139,16 @@ TEST_F(LockOrderTest, IgnoresSectionsWithoutRank) {
     EXPECT_TRUE(violations.empty());
 }
 
+TEST_F(LockOrderTest, ForbidsCallingOutUnderALeafOnly) {
+    CriticalSection registry(LockRank::ProfileRegistry), leaf(LockRank::Leaf);
+    ScopedLock const first(registry);
+    LockOrder::WillCallOut();
+    EXPECT_TRUE(violations.empty());
+    ScopedLock const second(leaf);
+    LockOrder::WillCallOut();
+    EXPECT_EQ(violations.size(), 1u);
+}
+
 TEST_F(LockOrderTest, KeepsAStackForEachThread) {
     CriticalSection leaf(LockRank::Leaf), bitmap(LockRank::Bitmap);
     ScopedLock const lock(leaf);

@@ -1,5 +1,7 @@
 #include "kernel/SerialisationStrategy.h"
+#include "kernel/HashAccumulator.h"
 #include "kernel/Serialisable.h"
+#include "kernel/SharedSerialisable.h"
 
 #include <gtest/gtest.h>
 
@@ -21,6 +23,30 @@ struct Thing final : Serialisable {
     bool Load(InSerialiser const &, FileStore &, unsigned short) override { return true; }
     ClassPropertiesBase const & GetObjectClassProperties() const override { return GetProperties(); }
 };
+
+struct Shared final : SharedSerialisable {
+    explicit Shared(int givenValue) : value(givenValue) {}
+    static ClassPropertiesBase const & GetProperties() {
+        static SharedClassProperties const properties("Shrd", 1, [] { return Counted<Serialisable>(new Shared(0)); });
+        return properties;
+    }
+    void Save(OutSerialiser &) const override {}
+    bool Load(InSerialiser const &, FileStore &, unsigned short) override { return true; }
+    ClassPropertiesBase const & GetObjectClassProperties() const override { return GetProperties(); }
+    void AccumulateHash(HashAccumulator & accumulator) const override { accumulator.AddToHash(value); }
+    bool CompareMembers(Serialisable const & other) const override {
+        return value == dynamic_cast<Shared const &>(other).value;
+    }
+    int value;
+};
+}
+
+TEST(SharedSerialisable, IsConsolidatedByItsMembers) {
+    auto const one = Consolidated<Shared>::ConsolidateObjectSacrifice(MakeCounted<Shared>(5));
+    auto const equal = Consolidated<Shared>::ConsolidateObjectSacrifice(MakeCounted<Shared>(5));
+    auto const other = Consolidated<Shared>::ConsolidateObjectSacrifice(MakeCounted<Shared>(6));
+    EXPECT_EQ(one.Get(), equal.Get());
+    EXPECT_NE(one.Get(), other.Get());
 }
 
 TEST(SerialisationStrategyStack, FindsTheTopmostOfAKind) {
