@@ -1,0 +1,12 @@
+#include "kernel/ClassProperties.h"
+
+#include "kernel/Serialisable.h"
+
+namespace Kernel {
+ClassPropertiesBase::ClassPropertiesBase(ClassUID uid, unsigned short version, CreateFunction createFunction) noexcept
+    : classUID(uid), schemaVersion(version), create(createFunction) {}
+
+Counted<Serialisable> ClassPropertiesBase::CreateObject() const {
+    return create ? create() : Counted<Serialisable>();
+}
+}

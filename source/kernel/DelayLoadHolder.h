@@ -1,0 +1,76 @@
+#pragma once
+
+#include "kernel/CriticalSectionSpin.h"
+#include "kernel/FileStoreItem.h"
+
+#include <atomic>
+
+namespace Kernel {
+/// Stands for an item of a file store that is loaded when it is first needed. The store derives from it; `Create` makes
+/// one around an item that is in memory already and has no place in a store yet.
+///
+/// The lock guards the item, so that each load happens once. Unlike other spin sections it is held over disk access and
+/// decompression: waiters sleep. Its rank lies above that of the eviction list, so a load may evict blocks.
+class RASTER_API DelayLoadHolder : public virtual Countable {
+public:
+    /// A loaded holder. A null item gives a holder whose loads fail.
+    static Counted<DelayLoadHolder> Create(FileStoreItemType const & itemType, Counted<FileStoreItem> item);
+    ~DelayLoadHolder() override;
+
+    /// Const, because a reader must be able to load. With these two, a `ScopedLock` can hold the holder itself.
+    void AcquireLock(LockNesting nesting = LockNesting::Forbidden) const { holderLock.AcquireLock(nesting); }
+    void ReleaseLock() const { holderLock.ReleaseLock(); }
+
+    FileStoreItemType const & GetItemType() const noexcept { return keptType; }
+
+    /// Whether the holder has its item in memory. Needs no lock: the acquire pairs with the release of the load.
+    bool IsLoaded() const noexcept { return isLoaded.load(std::memory_order_acquire); }
+    /// The item, or null while it isn't loaded. Under the lock.
+    Counted<FileStoreItem> const & GetItem() const noexcept { return keptItem; }
+
+    /// Sees to it that the item is loaded, and keeps it. Under the lock. A failed load may be tried again.
+    /// @return whether there is an item now.
+    virtual bool LoadItemI();
+
+    /// Lets go of the item, which others may still hold, if it can be loaded again as it is. Under the lock.
+    /// @return false if the item stays: it has no stored form, or has changed since it was stored.
+    bool DropItem();
+
+    /// Keeps an item in reach for a scope, loading it if need be. The lock is held for the load only, so that the item
+    /// may be decoded meanwhile. What was loaded stays in the holder afterwards.
+    class RASTER_API TempLoadItem {
+    public:
+        /// A null holder gives no item.
+        explicit TempLoadItem(DelayLoadHolder * holder);
+        explicit TempLoadItem(Counted<DelayLoadHolder> const & holder) : TempLoadItem(holder.Get()) {}
+        TempLoadItem(TempLoadItem const &) = delete;
+        TempLoadItem & operator=(TempLoadItem const &) = delete;
+        ~TempLoadItem();
+
+        /// Null if the load failed.
+        FileStoreItem * GetItem() const noexcept { return item.Get(); }
+        /// The item as the class that it is expected to be, or null.
+        template<class T>
+        T * GetItemAs() const noexcept {
+            return dynamic_cast<T *>(item.Get());
+        }
+
+    private:
+        Counted<FileStoreItem> item;
+    };
+
+protected:
+    explicit DelayLoadHolder(FileStoreItemType const & type, Counted<FileStoreItem> loadedItem = nullptr) noexcept;
+
+    /// Publishes what `LoadItemI` has loaded. Under the lock.
+    void SetItem(Counted<FileStoreItem> loadedItem) noexcept;
+    /// Whether `LoadItemI` can bring the item back once it was dropped.
+    virtual bool CanReload() const;
+
+private:
+    FileStoreItemType const & keptType;
+    mutable CriticalSectionSpin holderLock{LockRank::DelayLoadHolder};
+    std::atomic<bool> isLoaded;
+    Counted<FileStoreItem> keptItem; // guarded by holderLock
+};
+}
