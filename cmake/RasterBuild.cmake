@@ -15,15 +15,22 @@ endif()
 add_library(RasterSettings INTERFACE)
 # Contraction to fused multiply-add would make results depend on the vector level; it is off everywhere.
 target_compile_options(RasterSettings INTERFACE
-    -ffp-contract=off -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-qual
-    $<$<BOOL:${RASTER_WARNINGS_AS_ERRORS}>:-Werror>)
+    -ffp-contract=off -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-qual)
+# Highway generates its scalar target alone when HWY_COMPILE_ONLY_SCALAR is set; dispatch then is an ordinary call.
 target_compile_definitions(RasterSettings INTERFACE
     $<$<BOOL:${RASTER_CHECK_LOCK_ORDER}>:RASTER_CHECK_LOCK_ORDER>
-    $<$<BOOL:${RASTER_SCALAR_ONLY}>:HWY_COMPILE_ONLY_EMU128>)
+    $<$<BOOL:${RASTER_SCALAR_ONLY}>:HWY_COMPILE_ONLY_SCALAR>)
 if(RASTER_SANITIZE)
     target_compile_definitions(RasterSettings INTERFACE RASTER_SANITIZED)
     add_compile_options(-fsanitize=${RASTER_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${RASTER_SANITIZE})
+    # Instrumented code misleads GCC's flow analysis, and the thread sanitizer warns about every fence in oneTBB's
+    # headers. The plain builds hold warnings to be errors; these ones look for other things.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND RASTER_SANITIZE MATCHES "thread")
+        add_compile_options(-Wno-tsan)
+    endif()
+elseif(RASTER_WARNINGS_AS_ERRORS)
+    target_compile_options(RasterSettings INTERFACE -Werror)
 endif()
 
 # raster_add_module(<folder> <file>...): the sources of one folder below source/, compiled once for both libraries.
@@ -35,20 +42,42 @@ function(raster_add_module folder)
     set_property(GLOBAL APPEND PROPERTY RASTER_MODULES Raster_${folder})
 endfunction()
 
-# raster_add_test(<subsystem> <name>): tests/<subsystem>/<name>.cpp is the program <name>; each TEST is a ctest entry.
+# Every test of these subsystems is about threads too.
+set(RASTER_THREADED_SUBSYSTEMS storage pixel/transfer transfer files)
+
+# raster_add_test(<subsystem> <name> [<library>...]): tests/<subsystem>/<name>.cpp is the program <name>; each TEST in it
+# is a ctest entry. Tests that start threads are worth the thread sanitizer and get the label "threads".
 # Linked statically: this reaches hidden symbols and links only what is used.
 function(raster_add_test subsystem name)
-    add_executable(${name} "${PROJECT_SOURCE_DIR}/tests/${subsystem}/${name}.cpp")
-    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
-    target_link_libraries(${name} PRIVATE RasterStatic RasterSettings GTest::gmock GTest::gtest_main ${ARGN})
+    set(source "${PROJECT_SOURCE_DIR}/tests/${subsystem}/${name}.cpp")
+    set(labels unit ${subsystem})
+    file(STRINGS "${source}" threads REGEX "#include (<(thread|future)>|\"kernel/Dispatch\\.h\")")
     set_property(GLOBAL APPEND PROPERTY RASTER_TEST_PROGRAMS ${name})
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
-        PROPERTIES LABELS "unit;${subsystem}" TIMEOUT ${RASTER_TEST_TIMEOUT})
+    if(threads OR subsystem IN_LIST RASTER_THREADED_SUBSYSTEMS)
+        list(APPEND labels threads)
+        set_property(GLOBAL APPEND PROPERTY RASTER_THREAD_TEST_PROGRAMS ${name})
+    endif()
+    add_executable(${name} "${source}")
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${name} PRIVATE
+        RasterStatic RasterSettings GTest::gmock GTest::gtest_main rapidcheck ${ARGN})
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT ${RASTER_TEST_TIMEOUT})
+    # gtest_discover_tests takes no list as a property; its list of tests is there when ctest reads this file.
+    set(labelsFile "${CMAKE_CURRENT_BINARY_DIR}/${name}Labels.cmake")
+    file(CONFIGURE OUTPUT "${labelsFile}" @ONLY CONTENT [[
+foreach(test IN LISTS @name@_TESTS)
+    set_tests_properties("${test}" PROPERTIES LABELS "@labels@")
+endforeach()
+]])
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${labelsFile}")
 endfunction()
 
-# raster_add_benchmark(<subsystem> <name>): benchmarks/<subsystem>/<name>.cpp, run once by ctest so that it doesn't rot.
+# raster_add_benchmark(<subsystem> <name> [<library>...]): benchmarks/<subsystem>/<name>.cpp is the program <name>. ctest
+# runs it once, each measurement as short as can be, so that it doesn't rot; figures are taken by hand.
 function(raster_add_benchmark subsystem name)
     add_executable(${name} "${PROJECT_SOURCE_DIR}/benchmarks/${subsystem}/${name}.cpp")
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/benchmarks")
     target_link_libraries(${name} PRIVATE RasterStatic RasterSettings benchmark::benchmark_main ${ARGN})
+    add_test(NAME Benchmark.${name} COMMAND ${name} --benchmark_min_time=0.000001)
+    set_tests_properties(Benchmark.${name} PROPERTIES LABELS "benchmark;${subsystem}" TIMEOUT ${RASTER_TEST_TIMEOUT})
 endfunction()

@@ -12,8 +12,8 @@ namespace Kernel {
 class RASTER_API Countable {
 public:
     Countable() noexcept = default;
-    Countable(Countable const &) noexcept {}                                // a copy is another object: it starts at 0
-    Countable & operator=(Countable const &) noexcept { return *this; }     // and keeps its own count
+    Countable(Countable const &) noexcept {}                            // a copy is another object: it starts at 0
+    Countable & operator=(Countable const &) noexcept { return *this; } // and keeps its own count
     virtual ~Countable();
 
     void Retain() const noexcept { count.fetch_add(1, std::memory_order_relaxed); }

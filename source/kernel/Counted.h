@@ -6,6 +6,10 @@
 #include <utility>
 
 namespace Kernel {
+/// A `U *` is a `T *` too.
+template<class U, class T>
+concept PointsInto = std::convertible_to<U *, T *>;
+
 /// A counting owner of a `Countable`; may be null. As large as a pointer.
 /// Threads: one holder belongs to one thread at a time; any number of holders may share an object.
 template<class T>
@@ -16,13 +20,11 @@ public:
     Counted(T * object) noexcept : pointer(object) { RetainPointer(); }
     Counted(Counted const & other) noexcept : pointer(other.pointer) { RetainPointer(); }
     Counted(Counted && other) noexcept : pointer(std::exchange(other.pointer, nullptr)) {}
-    template<class U>
-        requires std::convertible_to<U *, T *>
+    template<PointsInto<T> U>
     Counted(Counted<U> const & other) noexcept : pointer(other.Get()) {
         RetainPointer();
     }
-    template<class U>
-        requires std::convertible_to<U *, T *>
+    template<PointsInto<T> U>
     Counted(Counted<U> && other) noexcept : pointer(other.Detach()) {}
     ~Counted() { ReleasePointer(pointer); }
 

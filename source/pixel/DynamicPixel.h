@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kernel/Export.h"
+#include "kernel/String.h"
 #include "pixel/Pixel.h"
 #include "pixel/PixelView.h"
 
@@ -33,6 +34,10 @@ public:
     }
     RASTER_FOR_EACH_VIEW(RASTER_DECLARE_VIEW)
 #undef RASTER_DECLARE_VIEW
+
+    Kernel::StringUtf8 GetDescription() const {
+        return "DynamicPixel";
+    }
 
 private:
     template<ViewTuple Source>

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "pixel/Accessor.h"
+#include "pixel/ChannelParams.h"
 #include "pixel/ChannelTuple.h"
 
 #include <concepts>
 #include <cstdint>
+#include <vector>
 
 namespace Kernel {
 class Countable;
@@ -54,6 +56,10 @@ public:
 
     /// `NoFormat` for a tuple that has none.
     static constexpr Format GetFormat() { return formatOf<Tuple>; }
+    /// Five entries, one for each position of the tuple.
+    static std::vector<ChannelParams> GetChannelInfo() { return GetChannelInfoOf<Tuple>(); }
+    /// See `LocaliseChannelName`.
+    static Kernel::LocalisedString Localise(Kernel::StringUtf8 const & name) { return LocaliseChannelName(name); }
 
     // The seam for a graphics device. Nothing in the library supplies one; callers have to accept these answers.
     void * GetHardwareDevice() const { return nullptr; }

@@ -220,6 +220,10 @@ TEST(DynamicPixel, StartsAsZeroInEveryView) {
 #undef RASTER_CHECK
 }
 
+TEST(DynamicPixel, IsDescribedByItsName) {
+    EXPECT_EQ(DynamicPixel().GetDescription(), "DynamicPixel");
+}
+
 TEST(DynamicPixel, RedOfHalfAlphaReadsAsInTheRules) {
     DynamicPixel pixel;
     pixel = RGBA8Pixel{{255, 0, 0, 128}};

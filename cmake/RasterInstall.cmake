@@ -1,0 +1,34 @@
+# What `cmake --install` lays down: both libraries, the public headers, a CMake package and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS Raster EXPORT RasterTargets)
+install(TARGETS RasterStatic RasterDependencies EXPORT RasterStaticTargets)
+
+# Public is every header but vector code, which stands in a kernels/ folder or is named *-inl.h.
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/source/" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/raster"
+    FILES_MATCHING PATTERN "*.h"
+    PATTERN "*-inl.h" EXCLUDE
+    PATTERN "kernels" EXCLUDE)
+
+set(packageFolder "${CMAKE_INSTALL_LIBDIR}/cmake/Raster")
+install(EXPORT RasterTargets NAMESPACE Raster:: DESTINATION "${packageFolder}")
+install(EXPORT RasterStaticTargets NAMESPACE Raster:: DESTINATION "${packageFolder}")
+configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/RasterConfig.cmake.in"
+    "${PROJECT_BINARY_DIR}/RasterConfig.cmake" INSTALL_DESTINATION "${packageFolder}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/RasterConfigVersion.cmake"
+    VERSION ${PROJECT_VERSION} COMPATIBILITY SameMinorVersion)
+install(FILES
+    "${PROJECT_BINARY_DIR}/RasterConfig.cmake"
+    "${PROJECT_BINARY_DIR}/RasterConfigVersion.cmake"
+    "${PROJECT_SOURCE_DIR}/cmake/RasterFindDependencies.cmake"
+    DESTINATION "${packageFolder}")
+
+# Paths relative to the file itself, so that the tree may be installed with another --prefix and moved.
+set(pkgconfigFolder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${pkgconfigFolder}"
+    OUTPUT_VARIABLE prefixFromPkgconfigFolder)
+if(RASTER_CHECK_LOCK_ORDER)
+    set(lockOrderFlag " -DRASTER_CHECK_LOCK_ORDER") # headers take locks too
+endif()
+configure_file("${PROJECT_SOURCE_DIR}/cmake/raster.pc.in" "${PROJECT_BINARY_DIR}/raster.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/raster.pc" DESTINATION "${pkgconfigFolder}")
