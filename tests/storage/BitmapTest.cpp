@@ -198,12 +198,12 @@ TYPED_TEST(InflationTest, EveryPixelIsWhereItShouldBe) {
     int const width = tileWidth + 5, height = 260;
     PixelOf<Tuple> full{}, zero{};
     for (auto & sample : full.channels)
-        std::memset(&sample, 255, sizeof sample);
+        std::memset(static_cast<void *>(&sample), 255, sizeof sample);
     float const one = 1.0f;
     if (Tuple::kind == ChannelKind::Float)
         for (auto & sample : full.channels)
             for (std::size_t i = 0; i < sizeof sample; i += sizeof one)
-                std::memcpy(reinterpret_cast<char *>(&sample) + i, &one, sizeof one);
+                std::memcpy(reinterpret_cast<char *>(&sample) + i, &one, std::min(sizeof one, sizeof sample - i));
     for (Rect const amounts : {Rect{1, 0, 0, 0}, Rect{0, 1, 0, 0}, Rect{0, 0, 1, 0}, Rect{0, 0, 0, 1},
                                Rect{0, 0, tileWidth, 0}, Rect{0, 0, 0, 300}, Rect{tileWidth + 1, 3, 2 * tileWidth, 256},
                                Rect{-1, -2, -3, -4}})
