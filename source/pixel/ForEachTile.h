@@ -13,7 +13,7 @@
 namespace Raster {
 /// How a destination is cut: tasks never share a cell, so they write without locks.
 struct TileSplit {
-    Kernel::RectT<int> bounds;         ///< of the destination
+    Kernel::RectT<int> bounds;             ///< of the destination
     int tileWidth = 256, tileHeight = 256; ///< pixels
 };
 

@@ -60,7 +60,8 @@ TEST(ForEachTile, CoversEveryPixelOfTheClippedRectOnce) {
         auto callable = body;
         bool const ran = ForEachTile(
             split, rect, nullptr,
-            [](TileTask const & task, void * shared) { (*static_cast<decltype(callable) *>(shared))(task); }, &callable);
+            [](TileTask const & task, void * shared) { (*static_cast<decltype(callable) *>(shared))(task); },
+            &callable);
         EXPECT_EQ(!work.IsEmpty(), ran);
         for (int y = 0; y < split.bounds.bottom; ++y)
             for (int x = 0; x < split.bounds.right; ++x)

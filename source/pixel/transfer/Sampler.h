@@ -35,8 +35,8 @@ struct SampleCell {
 };
 SampleCell FindSampleCell(float u, float v);
 
-/// The cells that the positions of a part of a block touch: left and top, and right and bottom exclusive. All 0 if there are
-/// none.
+/// The cells that the positions of a part of a block touch: left and top, and right and bottom exclusive. All 0 if
+/// there are none.
 struct SampleBounds {
     std::int32_t left, top, right, bottom;
 };
