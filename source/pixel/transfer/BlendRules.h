@@ -20,12 +20,8 @@ constexpr unsigned Multiply8(unsigned p, unsigned q) {
 }
 
 /// Opacity as a byte: truncated, not rounded.
-constexpr unsigned ToOpacity8(float opacity) {
-    return static_cast<unsigned>(opacity * 255.0f);
-}
-constexpr unsigned ToOpacity16(float opacity) {
-    return static_cast<unsigned>(opacity * 65535.0f);
-}
+constexpr unsigned ToOpacity8(float opacity) { return static_cast<unsigned>(opacity * 255.0f); }
+constexpr unsigned ToOpacity16(float opacity) { return static_cast<unsigned>(opacity * 65535.0f); }
 
 template<class Sample>
 struct Coverage {
@@ -59,9 +55,7 @@ constexpr Coverage<float> Cover(float source, float dest) {
     float const alpha = (1.0f - source) * dest + source;
     return {alpha, alpha == 0.0f ? 0.0f : source / alpha};
 }
-constexpr float Mix(float dest, float source, float share) {
-    return share * source + (1.0f - share) * dest;
-}
+constexpr float Mix(float dest, float source, float share) { return share * source + (1.0f - share) * dest; }
 
 constexpr std::uint8_t ApplyOpacity(std::uint8_t alpha, float opacity) {
     unsigned const o = ToOpacity8(opacity);
@@ -71,7 +65,5 @@ constexpr std::uint16_t ApplyOpacity(std::uint16_t alpha, float opacity) {
     unsigned const o = ToOpacity16(opacity);
     return o < 65535 ? static_cast<std::uint16_t>(o * alpha / 65535u) : alpha;
 }
-constexpr float ApplyOpacity(float alpha, float opacity) {
-    return opacity == 1.0f ? alpha : alpha * opacity;
-}
+constexpr float ApplyOpacity(float alpha, float opacity) { return opacity == 1.0f ? alpha : alpha * opacity; }
 }

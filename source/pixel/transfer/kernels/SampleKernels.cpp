@@ -1,0 +1,331 @@
+#include "pixel/transfer/kernels/SampleKernels.h"
+
+#include "pixel/transfer/SampleRules.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "pixel/transfer/kernels/SampleKernels.cpp"
+#include <hwy/foreach_target.h> // before highway.h
+#include <hwy/highway.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <type_traits>
+
+HWY_BEFORE_NAMESPACE();
+namespace Raster::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+template<class Sample, class D>
+HWY_INLINE auto LoadFloats(D d, Sample const * samples) {
+    if constexpr (std::is_same_v<Sample, float>) {
+        return hn::LoadU(d, samples);
+    } else {
+        hn::RebindToSigned<D> const whole;
+        hn::Rebind<Sample, D> const narrow;
+        return hn::ConvertTo(d, hn::PromoteTo(whole, hn::LoadU(narrow, samples)));
+    }
+}
+
+template<class Sample, class V>
+HWY_INLINE void StoreSamples(V value, Sample * samples) {
+    hn::DFromV<V> const d;
+    if constexpr (std::is_same_v<Sample, float>) {
+        hn::StoreU(value, d, samples);
+    } else {
+        hn::Rebind<Sample, decltype(d)> const narrow;
+        auto const bounded =
+            hn::IfThenElseZero(hn::Gt(value, hn::Zero(d)), hn::Min(value, hn::Set(d, SampleRules::maximum<Sample>)));
+        hn::StoreU(hn::DemoteTo(narrow, hn::NearestInt(bounded)), narrow, samples);
+    }
+}
+
+template<class Sample, class V>
+HWY_INLINE V Premultiply(V colour, V alpha) {
+    hn::DFromV<V> const d;
+    auto product = hn::Mul(colour, alpha);
+    if constexpr (std::is_same_v<Sample, std::uint8_t>)
+        product = hn::Mul(product, hn::Set(d, 0.003921569f));
+    else if constexpr (std::is_same_v<Sample, std::uint16_t>)
+        product = hn::Mul(product, hn::Set(d, 1.5259022e-5f));
+    auto const full = hn::Eq(alpha, hn::Set(d, SampleRules::maximum<Sample>));
+    return hn::IfThenElse(full, colour, hn::IfThenZeroElse(hn::Eq(alpha, hn::Zero(d)), product));
+}
+
+template<class Sample>
+PremultiplyRow PlainPremultiplyRow() {
+    constexpr SampleType type = std::is_same_v<Sample, std::uint8_t>    ? SampleType::Integer8
+                                : std::is_same_v<Sample, std::uint16_t> ? SampleType::Integer16
+                                                                        : SampleType::Float;
+    return Scalar::GetPremultiplyRow(type);
+}
+
+template<class Sample>
+void PremultiplyPixels(float * const * groups, void const * const * source, int colours, std::size_t count) {
+    hn::ScalableTag<float> const d;
+    auto const zero = hn::Zero(d);
+    auto const row = [&](int channel) { return static_cast<Sample const *>(source[channel]); };
+    std::size_t i = 0;
+    for (std::size_t const lanes = hn::Lanes(d); i + lanes <= count; i += lanes) {
+        auto const alpha = LoadFloats(d, row(colours) + i);
+        auto const colour = [&](int channel) {
+            return channel < colours ? Premultiply<Sample>(LoadFloats(d, row(channel) + i), alpha) : zero;
+        };
+        hn::StoreInterleaved4(colour(0), colour(1), colour(2), colours == 4 ? colour(3) : alpha, d, groups[0] + i * 4);
+        if (colours == 4)
+            hn::StoreInterleaved4(zero, zero, zero, alpha, d, groups[1] + i * 4);
+    }
+    if (i == count)
+        return;
+    float * const restGroups[2]{groups[0] + i * 4, colours == 4 ? groups[1] + i * 4 : nullptr};
+    void const * rest[5];
+    for (int c = 0; c <= colours; ++c)
+        rest[c] = row(c) + i;
+    PlainPremultiplyRow<Sample>()(restGroups, rest, colours, count - i);
+}
+
+// Samples are taken in three passes over a short run: cells and weights, the sums, and back to samples. The middle one
+// goes pixel by pixel with the channels side by side in one vector.
+constexpr std::size_t runLength = sampleBlockSize;
+
+struct Run {
+    HWY_ALIGN std::int32_t offsets[runLength]; ///< from the window's first pixel, in floats; -1 is outside
+    HWY_ALIGN float topLeft[runLength], topRight[runLength], bottomLeft[runLength], bottomRight[runLength];
+    HWY_ALIGN float sums[2][runLength * 4];
+};
+
+HWY_INLINE void FindCells(Run & run, SampleWindow const & window, float const * u, float const * v, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) { // compilers turn this into vector code
+        float const x = u[i] - 0.5f, y = v[i] - 0.5f;
+        bool const inside = (x <= SampleRules::farthest) & (x >= -SampleRules::farthest) &
+                            (y <= SampleRules::farthest) & (y >= -SampleRules::farthest);
+        float const safeX = inside ? x : 0.0f, safeY = inside ? y : 0.0f;
+        auto const cellX = static_cast<std::int32_t>(safeX >= 0.0f ? safeX : safeX - 1.0f);
+        auto const cellY = static_cast<std::int32_t>(safeY >= 0.0f ? safeY : safeY - 1.0f);
+        float const fx = safeX - static_cast<float>(cellX), fy = safeY - static_cast<float>(cellY);
+        std::int32_t const offset =
+            (cellY - window.bounds.top) * static_cast<std::int32_t>(window.stride) + (cellX - window.bounds.left) * 4;
+        run.offsets[i] = inside ? offset : -1;
+        run.topLeft[i] = (1.0f - fy) * (1.0f - fx);
+        run.topRight[i] = (1.0f - fy) * fx;
+        run.bottomLeft[i] = fy * (1.0f - fx);
+        run.bottomRight[i] = fy * fx;
+    }
+}
+
+#if HWY_TARGET != HWY_SCALAR
+using Lanes4 = hn::FixedTag<float, 4>;
+
+// A sample without weight is left out if it could be infinite; a product with 0 of a finite one changes no sum.
+template<bool MayBeInfinite, class V>
+HWY_INLINE V Accumulate(V sum, float weight, float const * pixel) {
+    Lanes4 const d;
+    auto const w = hn::Set(d, weight);
+    auto const product = hn::Mul(w, hn::LoadU(d, pixel));
+    if constexpr (MayBeInfinite)
+        return hn::IfThenElse(hn::Eq(w, hn::Zero(d)), sum, hn::Add(sum, product));
+    else
+        return hn::Add(sum, product);
+}
+
+template<bool MayBeInfinite>
+HWY_INLINE void SumCells(Run & run, SampleWindow const & window, int group, std::size_t count) {
+    Lanes4 const d;
+    float const * const pixels = window.groups[group];
+    for (std::size_t i = 0; i < count; ++i) {
+        auto sum = hn::Zero(d);
+        if (run.offsets[i] >= 0) {
+            float const * const top = pixels + run.offsets[i];
+            float const * const bottom = top + window.stride;
+            sum = Accumulate<MayBeInfinite>(sum, run.topLeft[i], top);
+            sum = Accumulate<MayBeInfinite>(sum, run.topRight[i], top + 4);
+            sum = Accumulate<MayBeInfinite>(sum, run.bottomLeft[i], bottom);
+            sum = Accumulate<MayBeInfinite>(sum, run.bottomRight[i], bottom + 4);
+        }
+        hn::StoreU(sum, d, run.sums[group] + i * 4);
+    }
+}
+#else
+template<bool MayBeInfinite>
+HWY_INLINE void SumCells(Run & run, SampleWindow const & window, int group, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i)
+        for (std::size_t lane = 0; lane < 4; ++lane) {
+            float sum = 0.0f;
+            if (run.offsets[i] >= 0) {
+                float const * const top = window.groups[group] + run.offsets[i] + lane;
+                float const * const bottom = top + window.stride;
+                sum = SampleRules::Accumulate(sum, run.topLeft[i], top[0]);
+                sum = SampleRules::Accumulate(sum, run.topRight[i], top[4]);
+                sum = SampleRules::Accumulate(sum, run.bottomLeft[i], bottom[0]);
+                sum = SampleRules::Accumulate(sum, run.bottomRight[i], bottom[4]);
+            }
+            run.sums[group][i * 4 + lane] = sum;
+        }
+}
+#endif
+
+template<class Sample, class V>
+HWY_INLINE V Unpremultiply(V colour, V alpha, V reciprocal) {
+    hn::DFromV<V> const d;
+    auto const full = hn::Set(d, SampleRules::maximum<Sample>);
+    auto value = hn::Mul(hn::Mul(colour, full), reciprocal);
+    if constexpr (!std::is_same_v<Sample, float>)
+        value = hn::Min(value, full);
+    return hn::IfThenElse(hn::Or(hn::Eq(alpha, hn::Zero(d)), hn::Eq(alpha, full)), colour, value);
+}
+
+// The lanes past `count` hold whatever an earlier run left: they are computed, and never stored.
+template<class Sample>
+HWY_INLINE void StoreRun(void * const * dest, Run const & run, int colours, std::size_t begin, std::size_t count) {
+    hn::ScalableTag<float> const d;
+    std::size_t const lanes = hn::Lanes(d);
+    HWY_ALIGN Sample spill[5][runLength];
+    for (std::size_t i = 0; i < count; i += lanes) {
+        bool const whole = i + lanes <= count;
+        auto const target = [&](int channel) {
+            return whole ? static_cast<Sample *>(dest[channel]) + begin + i : spill[channel];
+        };
+        hn::Vec<decltype(d)> first, second, third, alpha, fourth = hn::Zero(d);
+        hn::LoadInterleaved4(d, run.sums[0] + i * 4, first, second, third, alpha);
+        if (colours == 4) {
+            fourth = alpha;
+            hn::Vec<decltype(d)> unused0, unused1, unused2;
+            hn::LoadInterleaved4(d, run.sums[1] + i * 4, unused0, unused1, unused2, alpha);
+        }
+        StoreSamples(alpha, target(colours));
+        if (colours > 0) {
+            auto const reciprocal = hn::Div(hn::Set(d, 1.0f), alpha);
+            StoreSamples(Unpremultiply<Sample>(first, alpha, reciprocal), target(0));
+            if (colours > 1) {
+                StoreSamples(Unpremultiply<Sample>(second, alpha, reciprocal), target(1));
+                StoreSamples(Unpremultiply<Sample>(third, alpha, reciprocal), target(2));
+            }
+            if (colours == 4)
+                StoreSamples(Unpremultiply<Sample>(fourth, alpha, reciprocal), target(3));
+        }
+        if (!whole)
+            for (int c = 0; c <= colours; ++c)
+                std::copy_n(spill[c], count - i, static_cast<Sample *>(dest[c]) + begin + i);
+    }
+}
+
+template<class Sample>
+void SamplePixels(void * const * dest, SampleWindow const & window, float const * u, float const * v, int colours,
+                  std::size_t count) {
+    Run run{};
+    for (std::size_t begin = 0; begin < count; begin += runLength) {
+        std::size_t const length = std::min(runLength, count - begin);
+        FindCells(run, window, u + begin, v + begin, length);
+        SumCells<std::is_same_v<Sample, float>>(run, window, 0, length);
+        if (colours == 4)
+            SumCells<std::is_same_v<Sample, float>>(run, window, 1, length);
+        StoreRun<Sample>(dest, run, colours, begin, length);
+    }
+}
+
+void PremultiplyRow8(float * const * groups, void const * const * source, int colours, std::size_t count) {
+    PremultiplyPixels<std::uint8_t>(groups, source, colours, count);
+}
+void PremultiplyRow16(float * const * groups, void const * const * source, int colours, std::size_t count) {
+    PremultiplyPixels<std::uint16_t>(groups, source, colours, count);
+}
+void PremultiplyRowFloat(float * const * groups, void const * const * source, int colours, std::size_t count) {
+    PremultiplyPixels<float>(groups, source, colours, count);
+}
+void SampleRow8(void * const * dest, SampleWindow const & window, float const * u, float const * v, int colours,
+                std::size_t count) {
+    SamplePixels<std::uint8_t>(dest, window, u, v, colours, count);
+}
+void SampleRow16(void * const * dest, SampleWindow const & window, float const * u, float const * v, int colours,
+                 std::size_t count) {
+    SamplePixels<std::uint16_t>(dest, window, u, v, colours, count);
+}
+void SampleRowFloat(void * const * dest, SampleWindow const & window, float const * u, float const * v, int colours,
+                    std::size_t count) {
+    SamplePixels<float>(dest, window, u, v, colours, count);
+}
+
+// Rows are chains of additions, each of which waits for the one before: eight rows side by side fill the time.
+constexpr int chainRows = 8;
+
+HWY_INLINE void StepChains(float (*positions)[sampleBlockSize], float * start, double step, int columns) {
+    HWY_ALIGN float now[chainRows];
+    HWY_ALIGN float steps[sampleBlockSize][chainRows];
+    std::copy_n(start, chainRows, now);
+    for (int column = 0; column < columns; ++column)
+        for (int row = 0; row < chainRows; ++row) {
+            steps[column][row] = now[row];
+            now[row] = static_cast<float>(now[row] + step);
+        }
+    std::copy_n(now, chainRows, start);
+    for (int row = 0; row < chainRows; ++row)
+        for (int column = 0; column < columns; ++column)
+            positions[row][column] = steps[column][row];
+}
+
+void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns) {
+    for (int row = 0; row < rows; row += chainRows) { // rows past the last are stepped along with it
+        StepChains(positions.u + row, u + row, du, columns);
+        StepChains(positions.v + row, v + row, dv, columns);
+    }
+}
+
+SampleBounds FindSampleBounds(SamplePositions const & positions, int rows, int columns) {
+    float left = 2 * SampleRules::farthest, top = left, right = -left, bottom = right;
+    for (int row = 0; row < rows; ++row)
+        for (int column = 0; column < columns; ++column) {
+            float const x = positions.u[row][column] - 0.5f, y = positions.v[row][column] - 0.5f;
+            bool const inside = (x <= SampleRules::farthest) & (x >= -SampleRules::farthest) &
+                                (y <= SampleRules::farthest) & (y >= -SampleRules::farthest);
+            left = inside && x < left ? x : left;
+            right = inside && x > right ? x : right;
+            top = inside && y < top ? y : top;
+            bottom = inside && y > bottom ? y : bottom;
+        }
+    if (left > right)
+        return {};
+    return {SampleRules::ToCell(left), SampleRules::ToCell(top), SampleRules::ToCell(right) + 2,
+            SampleRules::ToCell(bottom) + 2};
+}
+}
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace Raster {
+HWY_EXPORT(PremultiplyRow8);
+HWY_EXPORT(PremultiplyRow16);
+HWY_EXPORT(PremultiplyRowFloat);
+HWY_EXPORT(SampleRow8);
+HWY_EXPORT(SampleRow16);
+HWY_EXPORT(SampleRowFloat);
+HWY_EXPORT(StepPositions);
+HWY_EXPORT(FindSampleBounds);
+
+void PremultiplyRow8(float * const * groups, void const * const * source, int colours, std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(PremultiplyRow8)(groups, source, colours, count);
+}
+void PremultiplyRow16(float * const * groups, void const * const * source, int colours, std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(PremultiplyRow16)(groups, source, colours, count);
+}
+void PremultiplyRowFloat(float * const * groups, void const * const * source, int colours, std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(PremultiplyRowFloat)(groups, source, colours, count);
+}
+void SampleRow8(void * const * dest, SampleWindow const & window, float const * u, float const * v, int colours,
+                std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(SampleRow8)(dest, window, u, v, colours, count);
+}
+void SampleRow16(void * const * dest, SampleWindow const & window, float const * u, float const * v, int colours,
+                 std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(SampleRow16)(dest, window, u, v, colours, count);
+}
+void SampleRowFloat(void * const * dest, SampleWindow const & window, float const * u, float const * v, int colours,
+                    std::size_t count) {
+    HWY_DYNAMIC_DISPATCH(SampleRowFloat)(dest, window, u, v, colours, count);
+}
+void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns) {
+    HWY_DYNAMIC_DISPATCH(StepPositions)(positions, u, v, du, dv, rows, columns);
+}
+SampleBounds FindSampleBounds(SamplePositions const & positions, int rows, int columns) {
+    return HWY_DYNAMIC_DISPATCH(FindSampleBounds)(positions, rows, columns);
+}
+}
+#endif

@@ -1,0 +1,6 @@
+#include "storage/BitmapAccessorInstances.h"
+
+namespace Raster {
+RASTER_DEFINE_ACCESSORS(RGBAUFTuple)
+RASTER_DEFINE_ACCESSORS(AFTuple)
+}

@@ -1,0 +1,8 @@
+#include "storage/BitmapAccessorInstances.h"
+
+namespace Raster {
+RASTER_DEFINE_ACCESSORS(RGBA16Tuple)
+RASTER_DEFINE_ACCESSORS(IA16Tuple)
+RASTER_DEFINE_ACCESSORS(LABA16Tuple)
+RASTER_DEFINE_ACCESSORS(A16Tuple)
+}

@@ -1,0 +1,8 @@
+#include "storage/BitmapAccessorInstances.h"
+
+namespace Raster {
+RASTER_DEFINE_ACCESSORS(RGBA8Tuple)
+RASTER_DEFINE_ACCESSORS(IA8Tuple)
+RASTER_DEFINE_ACCESSORS(CMYKA8Tuple)
+RASTER_DEFINE_ACCESSORS(A8Tuple)
+}

@@ -1,0 +1,257 @@
+#include "storage/BitmapCore.h"
+
+#include "kernel/Abort.h"
+#include "kernel/ScopedLock.h"
+#include "kernel/Trace.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace Raster {
+namespace {
+std::atomic<BitmapLoader> bitmapLoader{nullptr};
+
+int GetLevelSize(int size, int level) {
+    for (; level > 0 && size > 1; --level)
+        size = MipmapTable::GetHalf(size);
+    return size;
+}
+}
+
+BitmapLoader SetBitmapLoader(BitmapLoader loader) noexcept { return bitmapLoader.exchange(loader); }
+
+BitmapCore::BitmapCore(BitmapType const & bitmapType, int width, int height, MipmapMode mode,
+                       HardwareCachePolicy policy)
+    : type(bitmapType), mipmapMode(mode), hardwarePolicy(policy) {
+    if (!TileGrid::Create(width, height, type.layout.sampleSize).IsWithinLimit(type.layout.channelCount))
+        throw std::length_error("a bitmap of more than 2^24 tiles");
+    planes.reserve(static_cast<std::size_t>(type.layout.channelCount));
+    for (int i = 0; i < type.layout.channelCount; ++i)
+        planes.emplace_back(width, height, type.layout.sampleSize, type.layout.kind);
+    if (mipmapMode != MipmapModeNone)
+        mipmaps.Replace(MipmapTable::CreateLevels(*this, GetWidth(), GetHeight()));
+}
+
+BitmapCore::~BitmapCore() = default;
+
+int BitmapCore::GetWidth(int level) const { return GetLevelSize(planes.front().GetWidth(), level); }
+int BitmapCore::GetHeight(int level) const { return GetLevelSize(planes.front().GetHeight(), level); }
+
+std::unique_ptr<BitmapCore> BitmapCore::CreateSame(int width, int height, MipmapMode mode) const {
+    return std::unique_ptr<BitmapCore>(type.create(width, height, mode, hardwarePolicy));
+}
+
+std::unique_ptr<BitmapCore> BitmapCore::CloneEmptyCore() const {
+    return CreateSame(GetWidth(), GetHeight(), mipmapMode);
+}
+
+std::unique_ptr<BitmapCore> BitmapCore::CloneCore() const {
+    auto clone = CreateSame(GetWidth(), GetHeight(), MipmapModeNone); // the levels come with the planes
+    clone->mipmapMode = mipmapMode;
+    {
+        // Pixels and marks belong together: a load that ends between the two would leave a clone pending with pixels.
+        Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
+        clone->CopyTilesFrom(*this);
+        clone->pendingDelayLoad.store(IsPendingDelayLoad(), std::memory_order_release);
+        clone->backing = backing;
+        clone->profile = profile;
+    }
+    clone->CopyLevelsFrom(*this);
+    clone->leftInflationTiles = leftInflationTiles;
+    clone->topInflationTiles = topInflationTiles;
+    return clone;
+}
+
+void BitmapCore::CopyTilesFrom(BitmapCore const & source) {
+    for (std::size_t i = 0; i < planes.size(); ++i)
+        planes[i].ShareTilesFrom(source.planes[i]);
+}
+
+void BitmapCore::CopyPlanesFrom(BitmapCore const * source) {
+    if (!source || !(source->type.layout == type.layout) || !(source->GetGrid() == GetGrid()))
+        return;
+    {
+        Kernel::ScopedLock guard(source->delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
+        CopyTilesFrom(*source);
+    }
+    CopyLevelsFrom(*source);
+}
+
+void BitmapCore::CopyLevelsFrom(BitmapCore const & source) {
+    if (mipmapMode == MipmapModeNone)
+        return;
+    MipmapTable::Levels levels;
+    {
+        // Nobody builds the levels while they are cloned.
+        Kernel::ScopedLock guard(source.mipmapLock, Kernel::LockNesting::FromOuterBitmap);
+        levels = source.mipmaps.GetLevels();
+        for (auto & [level, entry] : levels)
+            entry.bitmap = entry.bitmap->CloneCore().release();
+    }
+    if (source.mipmapMode == MipmapModeNone) // has none to give
+        levels = MipmapTable::CreateLevels(*this, GetWidth(), GetHeight());
+    mipmaps.Replace(std::move(levels));
+}
+
+void BitmapCore::ForceDelayLoad(bool * abort) const {
+    if (!IsPendingDelayLoad())
+        return;
+    Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
+    if (!IsPendingDelayLoad() || isLoading) // loaded meanwhile, or asked for by the loader itself
+        return;
+    if (!CallLoader(abort) || Kernel::IsAborted(abort))
+        return;
+    for (auto & plane : planes)
+        plane.SetBacking(backing);
+    pendingDelayLoad.store(false, std::memory_order_release);
+}
+
+bool BitmapCore::CallLoader(bool * abort) const {
+    struct Mark {
+        bool & flag;
+        ~Mark() { flag = false; }
+    } const mark{isLoading};
+    isLoading = true;
+    auto const loader = bitmapLoader.load();
+    // Everything that a loader may change is mutable.
+    if (loader && backing && loader(const_cast<BitmapCore &>(*this), *backing, abort))
+        return true;
+    if (!Kernel::IsAborted(abort))
+        Kernel::Trace("Bitmap<> can't read its backing and stays pending.\r\n");
+    return false;
+}
+
+Kernel::JailCounted<Kernel::DelayLoadHolder> BitmapCore::GetBackingData() const { return backing; }
+
+void BitmapCore::SetBackingAndProfile(Kernel::Counted<Kernel::DelayLoadHolder> holder,
+                                      Kernel::Counted<Kernel::Countable const> backingProfile) {
+    backing = std::move(holder);
+    profile = std::move(backingProfile);
+    for (auto & plane : planes)
+        plane.SetBacking(backing);
+}
+
+void BitmapCore::SetPendingBacking(Kernel::Counted<Kernel::DelayLoadHolder> holder) {
+    for (auto & plane : planes)
+        for (std::size_t i = 0; i < plane.GetTileCount(); ++i)
+            plane.GetTile(i).Unallocate();
+    backing = std::move(holder);
+    for (auto & plane : planes)
+        plane.SetBacking(backing);
+    pendingDelayLoad.store(static_cast<bool>(backing), std::memory_order_release);
+}
+
+void BitmapCore::SetHardwarePolicy(HardwareCachePolicy policy) {
+    hardwarePolicy = policy;
+    for (auto const & [level, entry] : mipmaps.GetLevels())
+        entry.bitmap->SetHardwarePolicy(policy);
+}
+
+template<class Operation>
+void BitmapCore::ForEachPlaneAndValidLevel(bool * abort, Operation && operation) {
+    for (auto & plane : planes)
+        if (!Kernel::IsAborted(abort))
+            operation(plane);
+    for (auto const & [level, entry] : mipmaps.GetLevels())
+        if (entry.valid && !Kernel::IsAborted(abort))
+            operation(*entry.bitmap);
+}
+
+void BitmapCore::Scrub(bool * abort) {
+    ForEachPlaneAndValidLevel(abort, [&](auto & part) { part.Scrub(abort); });
+}
+
+void BitmapCore::Deduplicate(BlockDeduplicationSupport & support, bool * abort) {
+    ForEachPlaneAndValidLevel(abort, [&](auto & part) { part.Deduplicate(support, abort); });
+}
+
+void BitmapCore::LoadFor(char const * operation) const {
+    if (!IsPendingDelayLoad())
+        return;
+    Kernel::Trace("Bitmap<> is performing a blocking, non-abortable delay-load in response to an %1() call - you should "
+                  "try to avoid this.\r\n",
+                  operation);
+    ForceDelayLoad(nullptr);
+}
+
+void BitmapCore::LoadForConstSession(bool * abort) const {
+    if (!IsPendingDelayLoad())
+        return;
+    Kernel::Trace("Bitmap<> is performing a blocking, abortable delay-load in response to a non-pipeline "
+                  "ConstPixelAccessor session - you should try to avoid this.\r\n");
+    ForceDelayLoad(abort);
+}
+
+void BitmapCore::LoadForMutableSession() const {
+    if (!IsPendingDelayLoad())
+        return;
+    Kernel::Trace("Bitmap<> is performing a blocking, non-abortable delay-load in response to a non-pipeline "
+                  "PixelAccessor session - you should try to avoid this.\r\n");
+    ForceDelayLoad(nullptr);
+    if (IsPendingDelayLoad() && !isLoading)
+        throw std::runtime_error("a bitmap whose pixels can't be loaded can't be written");
+}
+
+template<class Box>
+Kernel::RectT<int> BitmapCore::UniteOverPlanes(Box && boxOfPlane) const {
+    Kernel::RectT<int> box;
+    for (auto const & plane : planes)
+        box = box.Unite(boxOfPlane(plane));
+    return box;
+}
+
+Kernel::RectT<int> BitmapCore::GetAllocatedBoundingBox() const {
+    LoadFor("GetAllocatedBoundingBox");
+    return UniteOverPlanes([](PlaneCore const & plane) { return plane.GetAllocatedBoundingBox(); });
+}
+
+Kernel::RectT<int> BitmapCore::GetNonZeroBoundingBox() const {
+    LoadFor("GetNonZeroBoundingBox");
+    return UniteOverPlanes([](PlaneCore const & plane) { return plane.GetDataBoundingBox(); });
+}
+
+Kernel::RectT<int> BitmapCore::GetNonFullBoundingBox() const {
+    LoadFor("GetNonFullBoundingBox");
+    return UniteOverPlanes([](PlaneCore const & plane) { return plane.GetInverseDataBoundingBox(); });
+}
+
+Kernel::RectT<int> BitmapCore::GetAlphaBoundingBox() const {
+    LoadFor("GetAlphaBoundingBox");
+    int const alpha = type.layout.alphaIndex;
+    return alpha ? GetPlane(alpha - 1).GetDataBoundingBox() : Kernel::RectT<int>();
+}
+
+Kernel::RectT<int> BitmapCore::GetInverseAlphaBoundingBox() const {
+    LoadFor("GetInverseAlphaBoundingBox");
+    int const alpha = type.layout.alphaIndex;
+    return alpha ? GetPlane(alpha - 1).GetInverseDataBoundingBox() : Kernel::RectT<int>();
+}
+
+Kernel::RectT<int> BitmapCore::InflateByPixels(Kernel::RectT<int> amounts, bool fillEmpty) {
+    LoadFor("InflateByPixels");
+    auto const inflation = TileGridInflation::Create(GetGrid(), amounts, GetPlaneCount());
+    if (!inflation.fits || IsPendingDelayLoad())
+        return {};
+    // What may throw comes first, so that all planes grow or none.
+    std::vector<PlaneCore> grown;
+    grown.reserve(planes.size());
+    for (auto const & plane : planes)
+        grown.push_back(plane.PrepareInflation(inflation, fillEmpty));
+    MipmapTable::Levels levels;
+    if (mipmapMode != MipmapModeNone)
+        levels = MipmapTable::CreateLevels(*this, inflation.grid.width, inflation.grid.height);
+
+    for (std::size_t i = 0; i < planes.size(); ++i)
+        planes[i].CommitInflation(inflation, std::move(grown[i]));
+    leftInflationTiles += inflation.tilesLeft;
+    topInflationTiles += inflation.tilesTop;
+    backing = nullptr;
+    mipmaps.Replace(std::move(levels));
+    return inflation.wholeTiles;
+}
+
+void BitmapCore::InvalidateMipmaps() { mipmaps.InvalidateAll(); }
+
+void BitmapCore::InvalidateMipmaps(Kernel::RectT<int> changed) { mipmaps.RecordChange(changed.Intersect(GetBounds())); }
+}

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "kernel/Counted.h"
+#include "kernel/Export.h"
+#include "kernel/Rect.h"
+#include "pixel/Channel.h"
+#include "storage/Tile.h"
+#include "storage/TileGrid.h"
+
+#include <cstddef>
+#include <memory>
+
+namespace Kernel {
+class DelayLoadHolder;
+}
+
+namespace Raster {
+class BlockDeduplicationSupport;
+
+/// The tiles of one channel, for every channel type: all that it needs to know is how long a sample is, and whether
+/// "full" means bytes of 255 or floats of 1.0. Half and complex channels count as float, so their fullness is judged on
+/// 4-byte floats too.
+///
+/// Threads: no lock of its own. `Scrub`, `Deduplicate` and the boxes may run beside readers and each other; whoever
+/// inflates, moves or replaces tiles does so alone.
+class RASTER_API PlaneCore {
+public:
+    /// All tiles unallocated; costs a handle each. Negative sizes count as 0.
+    /// Throws `std::length_error` for more than `maximumTileCount` tiles.
+    PlaneCore(int width, int height, int sampleSize, ChannelKind channelKind);
+    PlaneCore(PlaneCore && other) noexcept;
+    PlaneCore & operator=(PlaneCore && other) noexcept;
+    ~PlaneCore();
+
+    int GetWidth() const { return grid.width; }
+    int GetHeight() const { return grid.height; }
+    int GetTileWidth() const { return grid.tileWidth; }
+    int GetTilesAcross() const { return grid.tilesAcross; }
+    int GetTilesDown() const { return grid.tilesDown; }
+    std::size_t GetTileCount() const { return static_cast<std::size_t>(grid.GetTileCount()); }
+    int GetSampleSize() const { return TileGrid::rowBytes / grid.tileWidth; } ///< bytes
+    ChannelKind GetKind() const { return kind; }
+    TileGrid const & GetGrid() const { return grid; }
+
+    /// Tiles lie row by row. The position is not checked.
+    Tile & GetTile(std::size_t index) { return tiles[index]; }
+    Tile const & GetTile(std::size_t index) const { return tiles[index]; }
+    Tile & GetTile(int column, int row) { return tiles[grid.GetIndex(column, row)]; }
+    Tile const & GetTile(int column, int row) const { return tiles[grid.GetIndex(column, row)]; }
+
+    /// The static tile that is full for this kind of channel.
+    Tile const & GetFullTileOfKind() const;
+
+    /// Both walk the tiles in order and test `abort`, which may be null, before each.
+    void Scrub(bool * abort);
+    void Deduplicate(BlockDeduplicationSupport & support, bool * abort);
+
+    /// The tiles that hold something, static tiles included: in whole tiles, also beyond the plane's edges.
+    Kernel::RectT<int> GetAllocatedBoundingBox() const;
+    /// Around the samples that have a byte other than 0.
+    Kernel::RectT<int> GetDataBoundingBox() const;
+    /// Around the samples that are not full. Unallocated tiles are nowhere full.
+    Kernel::RectT<int> GetInverseDataBoundingBox() const;
+
+    /// Grows outward without touching pixels: left and top by whole tiles, right and bottom by what is asked. New tiles
+    /// are unallocated, or full if `fillEmpty` is false. No tile is backed afterwards. Negative amounts count as 0;
+    /// growth beyond the limits changes nothing.
+    void InflateByPixels(Kernel::RectT<int> amounts, bool fillEmpty);
+
+    /// The two halves of `InflateByPixels`, for those who must grow several planes or none. The first allocates a plane
+    /// of the new shape with its new tiles filled; the second moves the tiles of this plane into it and takes its place.
+    PlaneCore PrepareInflation(TileGridInflation const & inflation, bool fillEmpty) const;
+    void CommitInflation(TileGridInflation const & inflation, PlaneCore && grown) noexcept;
+
+    /// Shares every tile of a plane with the same grid, backing included. Another grid: does nothing.
+    void ShareTilesFrom(PlaneCore const & source);
+    /// Marks every tile as equal to what the holder holds; null takes the mark away.
+    void SetBacking(Kernel::Counted<Kernel::DelayLoadHolder> const & backing);
+
+private:
+    PlaneCore(TileGrid const & shape, ChannelKind channelKind);
+    void DetachVirtual() noexcept;
+    template<class Function>
+    Kernel::RectT<int> UniteOverTiles(Function && rectOfTile) const;
+    Kernel::RectT<int> GetInverseRectOf(Tile const & tile, int column, int row) const;
+
+    TileGrid grid;
+    ChannelKind kind;
+    std::unique_ptr<Tile[]> tiles; // grid.GetTileCount() of them
+};
+}
