@@ -5,8 +5,8 @@
 #include <atomic>
 
 namespace Raster {
-/// An owning pointer that other threads may look at while its owner replaces it. Looking takes no reference: who
-/// follows the pointer must know from elsewhere that the object stays, say by a lock that replacing also takes.
+/// An owning pointer that other threads may look at while it is replaced. Looking takes no reference: who follows the
+/// pointer must know from elsewhere that the object stays, say by a lock that replacing also takes.
 template<class T>
 class AtomicCounted {
 public:
@@ -16,21 +16,15 @@ public:
     AtomicCounted & operator=(AtomicCounted const &) = delete;
     ~AtomicCounted() { Exchange(nullptr); }
 
-    /// Acquire: pairs with `Exchange` and `SetIfNull`, so the object is seen complete.
+    /// Acquire: pairs with `Exchange`, so the object is seen complete.
     T * Get() const noexcept { return pointer.load(std::memory_order_acquire); }
 
+    /// One thread at a time may replace.
     /// @return what was held before; letting it go may delete it.
     Kernel::Counted<T> Exchange(Kernel::Counted<T> object) noexcept {
-        return Kernel::Counted<T>::Adopt(pointer.exchange(object.Detach(), std::memory_order_acq_rel));
-    }
-
-    /// Takes the object unless another thread was first.
-    /// @return what is held now.
-    T * SetIfNull(Kernel::Counted<T> object) noexcept {
-        T * present = nullptr;
-        if (pointer.compare_exchange_strong(present, object.Get(), std::memory_order_acq_rel))
-            return object.Detach();
-        return present;
+        auto const before = pointer.load(std::memory_order_relaxed);
+        pointer.store(object.Detach(), std::memory_order_release);
+        return Kernel::Counted<T>::Adopt(before);
     }
 
 private:

@@ -54,6 +54,16 @@ public:
     void DecrementRefCountConst() const noexcept;
     void DecrementRefCountMutable() const noexcept;
 
+    /// A session in two steps, for those who must look a block up under a lock of their own: reserving takes no lock,
+    /// completing may wait for the disk. If completing throws, the session is closed. A reserved session may be closed
+    /// without having been completed.
+    void Reserve() const noexcept;
+    void ReserveMutable() const noexcept;
+    void CompletePin() const;
+    void CompleteMutablePin() const;
+    /// After `Reserve`: whether completing has nothing to do, and the buffer stays.
+    bool IsPinnedInMemory() const { return place.load(std::memory_order_seq_cst) == Place::Memory; }
+
     /// The bytes, for the duration of a session; loaded from the document if they are still there. One shared buffer
     /// of zeros for an unallocated block, and for one that can't be loaded: the next reader tries again.
     unsigned int const * GetConstBuffer() const;
@@ -95,9 +105,6 @@ public:
 
 private:
     friend class BackstoreFile;
-    friend class ConstTileGuard;
-    friend class MutableTileGuard;
-    friend class Tile;
 
     enum class Place : std::uint8_t {
         Memory,  // or nowhere, or in a document
@@ -115,14 +122,14 @@ private:
     Eviction TryEvict() const override;
     void Recover() const;
     void RecoverForPin() const;
-    void Reserve() const noexcept;
-    void ReserveMutable() const noexcept;
-    void CompletePin() const;
-    void CompleteMutablePin() const;
     bool LoadThroughHolder() const;
+    static Kernel::Counted<Data> CopyOfOwned(Data const & owned);
+    void AdoptData(Kernel::Counted<Data> made) const;
     void ForgetDelayed() const;
-    void AdoptZeroedData() const;
+    void MakeBuffer();
+    void RestoreShared(Data const & shared) const noexcept;
     void GiveBackContent();
+    void CopyRects(Block const & source);
     bool IsRectValid(RectKind kind) const;
     RectT<int> GetRect(RectKind kind, int width, int height) const;
 

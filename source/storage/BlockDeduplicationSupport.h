@@ -44,8 +44,7 @@ private:
 
     void UpdateIndex();
     bool Contains(Block const * block) const { return seen.contains(block); }
-    std::size_t FindFirst(std::uint32_t hash) const;
-    std::size_t FindNext(std::size_t record) const { return nextOfHash[record]; }
+    Kernel::Counted<Block> FindEqual(void const * bytes, std::uint32_t hash) const;
     void Append(Block const * block, std::uint32_t hash);
 
     // The index over records[0 .. nextOfHash.size()): for each CRC the chain of its records in rising order.
@@ -53,6 +52,6 @@ private:
     std::vector<std::size_t> nextOfHash;
     std::unordered_set<Block const *> seen;
     // A reference to each recorded block: whoever writes one meanwhile writes into a copy, so what was hashed stays.
-    std::vector<Kernel::Counted<Block const>> kept;
+    std::vector<Kernel::Counted<Block>> kept;
 };
 }

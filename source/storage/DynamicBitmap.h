@@ -9,6 +9,9 @@
 #include <utility>
 
 namespace Raster {
+class DynamicBitmap;
+extern template class RASTER_EXTERN_TEMPLATE DynamicBase<DynamicBitmap>;
+
 /// A bitmap whose format is known at run time: what documents hold. Copies share the bitmap; `Clone` makes another. One
 /// without a bitmap answers everything with nothing.
 /// Threads: those of the bitmap for its pixels; the wrapper itself belongs to one thread at a time.
@@ -80,6 +83,4 @@ public:
 /// such only once they are scrubbed: scrub first where the digest is to stand for the content. A pending bitmap is loaded.
 /// Null or no format: the digest of an empty picture.
 RASTER_API void GetBitmapMD5Digest(unsigned char * digest, Kernel::Counted<DynamicBitmap const> bitmap);
-
-extern template class RASTER_EXTERN_TEMPLATE DynamicBase<DynamicBitmap>;
 }

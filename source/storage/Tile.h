@@ -116,7 +116,11 @@ private:
 
     Kernel::Counted<Block> Share() const noexcept;
     Block * GetOrCreateInner() const;
-    bool ReplaceIfUnchanged(Block const * expected, Kernel::Counted<Block> block);
+    Block * PinMutable();
+    static Kernel::Counted<Block> MakePinnedCopy(Block const * source);
+    void ReplaceIfUnchanged(Block const * expected, Kernel::Counted<Block> block);
+    RectT<int> GetRect(RectT<int> (Block::*get)() const) const;
+    RectT<int> GetClippedRect(RectT<int> (Block::*get)(int, int) const, int width, int height) const;
 
     // Null is an unallocated tile whose block nobody has asked for. Following the pointer, and replacing it or the
     // backing, are done under the striped lock of the tile's address; a block is let go of after that lock.

@@ -136,7 +136,7 @@ public:
     enum class Content { Unallocated, Zero, Full, FullFloat, Sparse, NearlyFull, NearlyFullFloat };
 
     template<class RandomBits>
-    PlaneModel(PlaneCore & plane, RandomBits & random) : plane(plane) {
+    PlaneModel(PlaneCore & modelled, RandomBits & random) : plane(modelled) {
         contents.resize(plane.GetTileCount());
         bytes.resize(plane.GetTileCount());
         for (std::size_t i = 0; i < plane.GetTileCount(); ++i)

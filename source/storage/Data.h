@@ -1,0 +1,44 @@
+#pragma once
+
+#include "kernel/Export.h"
+#include "kernel/FileStoreItem.h"
+#include "storage/SlabAllocator.h"
+
+#include <atomic>
+#include <cstdint>
+
+namespace Raster {
+class Block;
+
+/// The buffer of a block, in the form in which a document stores it: an item of 65536 raw bytes. It belongs to one
+/// block, though a holder may share it.
+class RASTER_API Data final : public Kernel::FileStoreItem {
+public:
+    static constexpr std::size_t ByteCount = SlabAllocator::BufferBytes;
+
+    /// Throws `std::bad_alloc` if there is no memory.
+    explicit Data(SlabAllocator::Content content = SlabAllocator::Content::Any);
+    ~Data() override;
+
+    void Save(Kernel::OutStream & stream, Kernel::FileStoreOut & store) const override;
+    bool Load(Kernel::InStream & stream, Kernel::FileStore & store) override;
+    Kernel::FileStoreItemType const & GetObjectFileStoreItemType() const override { return GetItemType(); }
+    static Kernel::FileStoreItemType const & GetItemType();
+
+    /// Null while the block is on disk. Stays as it is while the block is pinned.
+    unsigned int * GetBuffer() const noexcept { return buffer.load(std::memory_order_acquire); }
+    /// Takes a buffer of the slab allocator over; there must be none. Under the block's `bufferLock`.
+    void SetBuffer(unsigned int * newBuffer) const noexcept { buffer.store(newBuffer, std::memory_order_release); }
+    void FreeBuffer() const noexcept;
+
+    /// Belongs to `block` from now on, unless it belongs to another one.
+    /// @return whether it belongs to `block`.
+    bool Own(Block const * block) noexcept;
+    void Disown() noexcept { owner.store(nullptr, std::memory_order_release); }
+    Block const * GetOwner() const noexcept { return owner.load(std::memory_order_acquire); }
+
+private:
+    std::atomic<unsigned int *> mutable buffer; // owned
+    std::atomic<Block const *> owner{nullptr};  // not counted; the block clears it before it goes
+};
+}
