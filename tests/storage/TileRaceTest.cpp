@@ -121,7 +121,7 @@ private:
     }
 
     void Compare(Subject & one, Subject & other) {
-        auto const [first, second] = std::minmax(&one, &other);
+        auto const first = std::min(&one, &other), second = std::max(&one, &other); // in one order for all
         std::shared_lock const guard(first->lock);
         std::shared_lock<std::shared_mutex> secondGuard;
         if (second != first)
