@@ -165,14 +165,16 @@ TEST_P(SamplerOnEveryTarget, BoundsHoldEveryCellAndNoMore) {
     std::mt19937 random(4);
     auto const positions = std::make_unique<SamplePositions>();
     for (int round = 0; round < 200; ++round) {
-        int const rows = 1 + int(random() % 64), columns = 1 + int(random() % 64);
+        int const left = int(random() % 64), top = int(random() % 64);
+        Kernel::RectT<int> const block{left, top, left + 1 + int(random() % unsigned(64 - left)),
+                                       top + 1 + int(random() % unsigned(64 - top))};
         bool const nothing = round % 20 == 0;
         for (auto * const axis : {&positions->u, &positions->v})
             for (auto & row : *axis)
                 for (float & value : row)
                     value = nothing || random() % 50 == 0 ? 1e20f : float(int(random() % 4000) - 2000) / 4.0f;
-        auto const expected = Scalar::FindSampleBounds(*positions, rows, columns);
-        auto const actual = FindSampleBounds(*positions, rows, columns);
+        auto const expected = Scalar::FindSampleBounds(*positions, block);
+        auto const actual = FindSampleBounds(*positions, block);
         EXPECT_EQ(expected.left, actual.left);
         EXPECT_EQ(expected.top, actual.top);
         EXPECT_EQ(expected.right, actual.right);

@@ -269,10 +269,10 @@ void StepPositions(SamplePositions & positions, float * u, float * v, double du,
     }
 }
 
-SampleBounds FindSampleBounds(SamplePositions const & positions, int rows, int columns) {
+SampleBounds FindSampleBounds(SamplePositions const & positions, Kernel::RectT<int> const & block) {
     float left = 2 * SampleRules::farthest, top = left, right = -left, bottom = right;
-    for (int row = 0; row < rows; ++row)
-        for (int column = 0; column < columns; ++column) {
+    for (int row = block.top; row < block.bottom; ++row)
+        for (int column = block.left; column < block.right; ++column) {
             float const x = positions.u[row][column] - 0.5f, y = positions.v[row][column] - 0.5f;
             bool const inside = (x <= SampleRules::farthest) & (x >= -SampleRules::farthest) &
                                 (y <= SampleRules::farthest) & (y >= -SampleRules::farthest);
@@ -324,8 +324,8 @@ void SampleRowFloat(void * const * dest, SampleWindow const & window, float cons
 void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns) {
     HWY_DYNAMIC_DISPATCH(StepPositions)(positions, u, v, du, dv, rows, columns);
 }
-SampleBounds FindSampleBounds(SamplePositions const & positions, int rows, int columns) {
-    return HWY_DYNAMIC_DISPATCH(FindSampleBounds)(positions, rows, columns);
+SampleBounds FindSampleBounds(SamplePositions const & positions, Kernel::RectT<int> const & block) {
+    return HWY_DYNAMIC_DISPATCH(FindSampleBounds)(positions, block);
 }
 }
 #endif
