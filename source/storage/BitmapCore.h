@@ -45,7 +45,7 @@ RASTER_API BitmapLoader SetBitmapLoader(BitmapLoader loader) noexcept;
 /// (`MipmapTable`), and maybe a backing, the compressed file whose pixels these are. `Bitmap` gives it its types.
 ///
 /// Copies share tiles until one of them is written. A bitmap is Pending while its pixels are still in the backing only,
-/// Backed when it has one and its planes are filled, and Plain otherwise; see docs/tiles.md.
+/// Backed when it has one and its planes are filled, and Plain otherwise; see docs/bitmaps.md.
 ///
 /// Threads: reading runs side by side, implicit loads included, and so do writers of separate tiles. Whoever copies
 /// planes into a bitmap, inflates it or sets its backing does so alone. Locks: see docs/locks.md.
