@@ -58,6 +58,7 @@ inline constexpr bool isChecked = false;
 inline void WillAcquire(void const *, LockRank, bool, LockNesting) {}
 inline void DidAcquire(void const *, LockRank) {}
 inline void WillRelease(void const *, LockRank) {}
+inline void WillCallOut() {}
 inline std::size_t GetHeldCount() {
     return 0;
 }
