@@ -1,15 +1,17 @@
 #include "kernel/Consolidated.h"
 
+#include "kernel/CriticalSection.h"
+#include "kernel/ScopedLock.h"
+
 #include <algorithm>
-#include <mutex>
 #include <typeinfo>
 #include <unordered_map>
 #include <vector>
 
 namespace Kernel {
 /// The process-wide table. Its lock guards `listed` and each object's `tableHash`; under it nothing is called but
-/// atomics and the allocator, so any lock may be held when it is taken. It is never destroyed: objects may outlive
-/// every static.
+/// atomics and the allocator. Destroying a listed object takes it too. The table is never destroyed: objects may
+/// outlive every static.
 class ConsolidationTable {
 public:
     using Owners = std::vector<Counted<Consolidatable>>;
@@ -22,7 +24,7 @@ public:
     /// Lists the object unless candidates turn up that are not in `compared`; those are appended to it, each retained.
     /// @return true if the object is listed now, by this call or by another thread's.
     bool ListUnlessNewCandidates(Consolidatable & object, std::uint64_t hash, Owners & compared, bool & wasListed) {
-        std::lock_guard const guard(lock);
+        ScopedLock const guard(lock);
         wasListed = object.consolidated.load(std::memory_order_relaxed);
         if (wasListed)
             return true;
@@ -39,7 +41,7 @@ public:
     }
 
     void Unlist(Consolidatable const & object) noexcept {
-        std::lock_guard const guard(lock);
+        ScopedLock const guard(lock);
         auto const [first, last] = listed.equal_range(object.tableHash);
         auto const found =
             std::find_if(first, last, [&](auto const & entry) { return entry.second.object == &object; });
@@ -66,7 +68,7 @@ private:
             compared.pop_back();
     }
 
-    std::mutex lock;
+    CriticalSection lock{LockRank::Consolidation};
     std::unordered_multimap<std::uint64_t, Entry> listed;
 };
 

@@ -1,12 +1,13 @@
 #include "kernel/Trace.h"
 
-#include <mutex>
+#include "kernel/CriticalSection.h"
+#include "kernel/ScopedLock.h"
 
 namespace Kernel {
 namespace {
 // The present sink. Never destroyed, since statics of others may trace while they go.
 struct Present {
-    std::mutex lock; // a leaf; guards `sink`
+    CriticalSection lock{LockRank::Leaf}; // guards `sink`; never held while a sink runs or goes
     Counted<TraceSink> sink;
     std::atomic<bool> isSet{false}; // a hint for IsTracing; the lock orders the sink itself
 };
@@ -18,7 +19,7 @@ Present & GetPresent() noexcept {
 
 Counted<TraceSink> GetSink() {
     auto & present = GetPresent();
-    std::lock_guard const guard(present.lock);
+    ScopedLock const guard(present.lock);
     return present.sink;
 }
 }
@@ -27,14 +28,12 @@ TraceSink::~TraceSink() = default;
 
 void SetTraceSink(Counted<TraceSink> sink) noexcept {
     auto & present = GetPresent();
-    std::lock_guard const guard(present.lock);
+    ScopedLock const guard(present.lock);
     std::swap(present.sink, sink);
     present.isSet.store(static_cast<bool>(present.sink), std::memory_order_relaxed);
 } // here the lock goes first and then the old sink, whose destructor may trace
 
-bool IsTracing() noexcept {
-    return GetPresent().isSet.load(std::memory_order_relaxed);
-}
+bool IsTracing() noexcept { return GetPresent().isSet.load(std::memory_order_relaxed); }
 
 void TraceArguments(char const * format, std::span<FormatArgument const> arguments) noexcept try {
     auto const sink = GetSink();
@@ -42,6 +41,7 @@ void TraceArguments(char const * format, std::span<FormatArgument const> argumen
         return;
     std::string message;
     AppendFormat(message, format, arguments);
+    LockOrder::WillCallOut();
     sink->Write(message);
 } catch (...) { // a message is never worth a failure
 }

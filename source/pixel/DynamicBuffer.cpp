@@ -5,9 +5,7 @@
 namespace Raster {
 template class RASTER_TEMPLATE_INSTANCE DynamicBase<DynamicBuffer>;
 
-void DynamicBuffer::Create(int width, int height, Format format) {
-    Create(width, height, nullptr, format);
-}
+void DynamicBuffer::Create(int width, int height, Format format) { Create(width, height, nullptr, format); }
 
 void DynamicBuffer::Create(int width, int height, unsigned char * data, Format format) {
     // The buffer comes first, so that a failure to make it leaves format and pointer a pair.

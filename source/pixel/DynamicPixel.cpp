@@ -15,9 +15,7 @@ DynamicPixel & DynamicPixel::Assign(PixelOf<Source> source) {
 }
 
 #define RASTER_DEFINE_ASSIGNMENT(view)                                                                                 \
-    DynamicPixel & DynamicPixel::operator=(PixelOf<view##Tuple> const & pixel) {                                       \
-        return Assign<view##Tuple>(pixel);                                                                             \
-    }
+    DynamicPixel & DynamicPixel::operator=(PixelOf<view##Tuple> const & pixel) { return Assign<view##Tuple>(pixel); }
 RASTER_FOR_EACH_VIEW(RASTER_DEFINE_ASSIGNMENT)
 #undef RASTER_DEFINE_ASSIGNMENT
 }

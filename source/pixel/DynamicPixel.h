@@ -19,25 +19,15 @@ public:
     DynamicPixel & operator=(DynamicPixel const &) noexcept = default;
 
 #define RASTER_DECLARE_VIEW(view)                                                                                      \
-    DynamicPixel(PixelOf<view##Tuple> const & pixel) {                                                                 \
-        *this = pixel;                                                                                                 \
-    }                                                                                                                  \
+    DynamicPixel(PixelOf<view##Tuple> const & pixel) { *this = pixel; }                                                \
     DynamicPixel & operator=(PixelOf<view##Tuple> const & pixel);                                                      \
-    operator PixelOf<view##Tuple> &() noexcept {                                                                       \
-        return pixel##view;                                                                                            \
-    }                                                                                                                  \
-    operator PixelOf<view##Tuple> *() noexcept {                                                                       \
-        return &pixel##view;                                                                                           \
-    }                                                                                                                  \
-    operator PixelOf<view##Tuple> const &() const noexcept {                                                           \
-        return pixel##view;                                                                                            \
-    }
+    operator PixelOf<view##Tuple> &() noexcept { return pixel##view; }                                                 \
+    operator PixelOf<view##Tuple> *() noexcept { return &pixel##view; }                                                \
+    operator PixelOf<view##Tuple> const &() const noexcept { return pixel##view; }
     RASTER_FOR_EACH_VIEW(RASTER_DECLARE_VIEW)
 #undef RASTER_DECLARE_VIEW
 
-    Kernel::StringUtf8 GetDescription() const {
-        return "DynamicPixel";
-    }
+    Kernel::StringUtf8 GetDescription() const { return "DynamicPixel"; }
 
 private:
     template<ViewTuple Source>

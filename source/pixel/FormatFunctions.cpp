@@ -29,9 +29,7 @@ constexpr std::array<FormatFacts, formatCount> factsTable{{
     {AF, 1, 1, ColourSpaceNone, AF},
 }};
 
-constexpr FormatFacts const & GetFacts(Format format) {
-    return factsTable[format < formatCount ? format : NoFormat];
-}
+constexpr FormatFacts const & GetFacts(Format format) { return factsTable[format < formatCount ? format : NoFormat]; }
 
 constexpr bool FactsAgreeWithTuples() {
     for (std::uint32_t row = 0; row < formatCount; ++row)
@@ -100,26 +98,18 @@ constexpr unsigned KeepChannels(int mask, Format format) {
 }
 }
 
-int GetAlphaChannelIndex(Format format) noexcept {
-    return GetFacts(format).alphaIndex;
-}
+int GetAlphaChannelIndex(Format format) noexcept { return GetFacts(format).alphaIndex; }
 
-int GetAlphaChannelMask(Format format) noexcept {
-    return (1 << GetFacts(format).alphaIndex) >> 1;
-}
+int GetAlphaChannelMask(Format format) noexcept { return (1 << GetFacts(format).alphaIndex) >> 1; }
 
-int GetNumberOfNonMaskedChannels(int mask, Format format) noexcept {
-    return std::popcount(KeepChannels(mask, format));
-}
+int GetNumberOfNonMaskedChannels(int mask, Format format) noexcept { return std::popcount(KeepChannels(mask, format)); }
 
 int GetFirstNonMaskedChannelIndex(int mask, Format format) noexcept {
     auto const kept = KeepChannels(mask, format);
     return kept ? std::countr_zero(kept) + 1 : 0;
 }
 
-ColourSpace GetColourSpace(Format format) noexcept {
-    return GetFacts(format).colourSpace;
-}
+ColourSpace GetColourSpace(Format format) noexcept { return GetFacts(format).colourSpace; }
 
 Format GetBestFormatForFormatAndSpace(Format format, ColourSpace space) noexcept {
     return format < formatCount && space < spaceCount ? bestFormats[format][space] : format;
@@ -132,7 +122,5 @@ Format PreserveBitDepth(ColourSpace space, Format format) noexcept {
     return deep ? formatsOfSpace[space].deep : formatsOfSpace[space].shallow;
 }
 
-Format GetCompatibleMaskFormat(Format format) noexcept {
-    return GetFacts(format).maskFormat;
-}
+Format GetCompatibleMaskFormat(Format format) noexcept { return GetFacts(format).maskFormat; }
 }

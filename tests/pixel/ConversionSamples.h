@@ -24,10 +24,28 @@ void ForEachView(Function && function) {
 inline std::vector<float> const & GetOddFloats() {
     static std::vector<float> const floats = [] {
         using Limits = std::numeric_limits<float>;
-        std::vector<float> result{Limits::quiet_NaN(), -Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity(),
-                                  Limits::max(), Limits::lowest(), Limits::min(), Limits::denorm_min(),
-                                  -Limits::denorm_min(), 0.0f, -0.0f, 1.0f, -1.0f, 2.0f, 0.5f, 1e10f, -1e10f, 256.0f,
-                                  65536.0f, 2147483648.0f, 4294967296.0f, -2147483648.0f};
+        std::vector<float> result{Limits::quiet_NaN(),
+                                  -Limits::quiet_NaN(),
+                                  Limits::infinity(),
+                                  -Limits::infinity(),
+                                  Limits::max(),
+                                  Limits::lowest(),
+                                  Limits::min(),
+                                  Limits::denorm_min(),
+                                  -Limits::denorm_min(),
+                                  0.0f,
+                                  -0.0f,
+                                  1.0f,
+                                  -1.0f,
+                                  2.0f,
+                                  0.5f,
+                                  1e10f,
+                                  -1e10f,
+                                  256.0f,
+                                  65536.0f,
+                                  2147483648.0f,
+                                  4294967296.0f,
+                                  -2147483648.0f};
         for (float const steps : {255.0f, 65535.0f})
             for (float const step : {-0.5f, 0.5f, 1.5f, 126.5f, 127.5f, 253.5f, 254.5f, 255.5f, 65534.5f, 65535.5f}) {
                 float const turn = step / steps;

@@ -32,9 +32,9 @@ testing::AssertionResult ConvertsLikeSlowModel(PixelOf<S> const & source) {
 }
 
 #ifdef RASTER_SANITIZED
-constexpr int wordStep = 257, randomPixels = 200;
+constexpr int wordStep = 257, randomPixels = 200, colourStep = 15;
 #else
-constexpr int wordStep = 1, randomPixels = 20000;
+constexpr int wordStep = 1, randomPixels = 20000, colourStep = 1;
 #endif
 }
 
@@ -188,6 +188,24 @@ TEST(Conversion, EveryValueOfEachIntegerChannelConvertsLikeTheSlowModel) {
                 }
         }
     });
+}
+
+TEST(Conversion, EveryColourOf24BitsBecomesGreyAndCMYKLikeTheSlowModel) {
+    for (int red = 0; red < 256; red += colourStep)
+        for (int green = 0; green < 256; green += colourStep)
+            for (int blue = 0; blue < 256; blue += colourStep) {
+                PixelOf<RGBA8Tuple> const source{{std::uint8_t(red), std::uint8_t(green), std::uint8_t(blue), 255}};
+                Slow::Colour const colour{Slow::Normalise(red, Slow::Depth::Byte),
+                                          Slow::Normalise(green, Slow::Depth::Byte),
+                                          Slow::Normalise(blue, Slow::Depth::Byte)};
+                auto const inks = Slow::GetInks(colour);
+                auto const actual = Convert<CMYKA8Tuple, RGBA8Tuple>(source);
+                bool const greysFit = Slow::GetGrey8(colour) == (Convert<IA8Tuple, RGBA8Tuple>(source)[0]) &&
+                                      Slow::GetGrey16(colour) == (Convert<IA16Tuple, RGBA8Tuple>(source)[0]);
+                bool const inksFit =
+                    inks[0] == actual[0] && inks[1] == actual[1] && inks[2] == actual[2] && inks[3] == actual[3];
+                ASSERT_TRUE(greysFit && inksFit) << red << ' ' << green << ' ' << blue;
+            }
 }
 
 TEST(Conversion, OddFloatsInEachPlaceConvertLikeTheSlowModel) {

@@ -81,12 +81,8 @@ struct DynamicBaseOf : testing::Test {
 using Wrappers = testing::Types<DynamicPlain, DynamicVirtual>;
 TYPED_TEST_SUITE(DynamicBaseOf, Wrappers);
 
-bool HasPixels(std::uint32_t value) {
-    return value < 11 && value != 8;
-}
-Format ToFormat(std::uint32_t value) {
-    return static_cast<Format>(value);
-}
+bool HasPixels(std::uint32_t value) { return value < 11 && value != 8; }
+Format ToFormat(std::uint32_t value) { return static_cast<Format>(value); }
 
 template<class T>
 Kernel::Counted<T> Own(T * object) {

@@ -14,15 +14,9 @@ namespace Raster {
 namespace {
 constexpr int largest = std::numeric_limits<int>::max(), smallest = std::numeric_limits<int>::min();
 
-bool HasPixels(std::uint32_t value) {
-    return value < 11 && value != 8;
-}
-Format ToFormat(std::uint32_t value) {
-    return static_cast<Format>(value);
-}
-std::uint64_t GetUsage() {
-    return MemoryManager::Instance().GetInterleavedUsage();
-}
+bool HasPixels(std::uint32_t value) { return value < 11 && value != 8; }
+Format ToFormat(std::uint32_t value) { return static_cast<Format>(value); }
+std::uint64_t GetUsage() { return MemoryManager::Instance().GetInterleavedUsage(); }
 // Bytes per pixel by format, and the offset and bytes of alpha in a pixel.
 constexpr std::uint64_t pixelSizes[] = {4, 8, 2, 4, 5, 8, 1, 2, 0, 16, 4};
 constexpr std::size_t alphaOffsets[] = {3, 6, 1, 2, 4, 6, 0, 0, 0, 12, 0};

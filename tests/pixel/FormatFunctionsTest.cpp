@@ -7,9 +7,7 @@
 
 namespace Raster {
 namespace {
-Format ToFormat(std::uint32_t value) {
-    return static_cast<Format>(value);
-}
+Format ToFormat(std::uint32_t value) { return static_cast<Format>(value); }
 
 // Formats 0 to 10, written out on their own so that the library's table is not tested against itself.
 struct Expected {
@@ -24,9 +22,7 @@ constexpr Expected expectedTable[] = {
 std::vector<std::uint32_t> const unknownValues{11, 12, 13, 14,  15,  16,          17,          18,         19,
                                                20, 31, 32, 255, 256, 0x80000000u, 0x80000004u, 0xFFFFFFFFu};
 
-Expected GetExpected(std::uint32_t value) {
-    return value < 11 ? expectedTable[value] : Expected{0, 0, 0, 0, 8};
-}
+Expected GetExpected(std::uint32_t value) { return value < 11 ? expectedTable[value] : Expected{0, 0, 0, 0, 8}; }
 
 std::vector<std::uint32_t> GetValues() {
     std::vector<std::uint32_t> values{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};

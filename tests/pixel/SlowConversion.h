@@ -6,6 +6,7 @@
 #include "pixel/Pixel.h"
 #include "pixel/PixelView.h"
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <ostream>
@@ -30,8 +31,8 @@ inline bool operator==(AnyPixel const & a, AnyPixel const & b) {
 }
 
 inline char const * GetName(PixelView view) {
-    static char const * const names[]{"RGBA8", "RGBA16", "RGBAF", "RGBAUF", "IA8", "IA16",
-                                      "CMYKA8", "LABA16", "A8", "A16", "AF"};
+    static char const * const names[]{"RGBA8",  "RGBA16", "RGBAF", "RGBAUF", "IA8", "IA16",
+                                      "CMYKA8", "LABA16", "A8",    "A16",    "AF"};
     return names[int(view)];
 }
 
@@ -55,9 +56,15 @@ enum class Depth { Byte, Word, Real };
 
 inline Depth GetDepth(PixelView view) {
     switch (view) {
-    case PixelView::RGBA8: case PixelView::IA8: case PixelView::CMYKA8: case PixelView::A8:
+    case PixelView::RGBA8:
+    case PixelView::IA8:
+    case PixelView::CMYKA8:
+    case PixelView::A8:
         return Depth::Byte;
-    case PixelView::RGBA16: case PixelView::IA16: case PixelView::LABA16: case PixelView::A16:
+    case PixelView::RGBA16:
+    case PixelView::IA16:
+    case PixelView::LABA16:
+    case PixelView::A16:
         return Depth::Word;
     default:
         return Depth::Real;
@@ -66,9 +73,12 @@ inline Depth GetDepth(PixelView view) {
 
 inline std::size_t GetChannelCount(PixelView view) {
     switch (view) {
-    case PixelView::A8: case PixelView::A16: case PixelView::AF:
+    case PixelView::A8:
+    case PixelView::A16:
+    case PixelView::AF:
         return 1;
-    case PixelView::IA8: case PixelView::IA16:
+    case PixelView::IA8:
+    case PixelView::IA16:
         return 2;
     case PixelView::CMYKA8:
         return 5;
@@ -77,8 +87,12 @@ inline std::size_t GetChannelCount(PixelView view) {
     }
 }
 
-inline bool IsGrey(PixelView view) { return view == PixelView::IA8 || view == PixelView::IA16; }
-inline bool IsAlphaOnly(PixelView view) { return GetChannelCount(view) == 1; }
+inline bool IsGrey(PixelView view) {
+    return view == PixelView::IA8 || view == PixelView::IA16;
+}
+inline bool IsAlphaOnly(PixelView view) {
+    return GetChannelCount(view) == 1;
+}
 
 inline float Normalise(double sample, Depth depth) {
     float const number = float(sample);
@@ -142,7 +156,7 @@ inline Colour GetColour(AnyPixel const & source) {
     return {Normalise(in[0], depth), Normalise(in[1], depth), Normalise(in[2], depth)};
 }
 
-inline std::vector<double> GetInks(Colour colour) {
+inline std::array<double, 4> GetInks(Colour colour) {
     float inks[4]{1.0f - colour.r, 1.0f - colour.g, 1.0f - colour.b, 0};
     float const k = std::fmin(std::fmin(inks[0], inks[1]), inks[2]);
     for (int i = 0; i < 3; ++i) {
@@ -152,10 +166,20 @@ inline std::vector<double> GetInks(Colour colour) {
             inks[i] = 0;
     }
     inks[3] = k;
-    std::vector<double> result;
-    for (float const ink : inks)
-        result.push_back(ToInteger(ink * 255.0f + 0.5f, 255));
+    std::array<double, 4> result;
+    for (std::size_t i = 0; i < 4; ++i)
+        result[i] = ToInteger(inks[i] * 255.0f + 0.5f, 255);
     return result;
+}
+
+inline double GetGrey8(Colour colour) {
+    float const sum = colour.g * 0.587f + colour.r * 0.299f;
+    return ToInteger((sum + colour.b * 0.114f) * 255.0f + 0.5f, 255);
+}
+
+inline double GetGrey16(Colour colour) {
+    float const sum = colour.r + colour.g + colour.b;
+    return ToInteger(sum / 3.0f * 65535.0f + 0.5f, 65535);
 }
 
 inline AnyPixel Convert(PixelView view, AnyPixel const & source) {
@@ -169,13 +193,12 @@ inline AnyPixel Convert(PixelView view, AnyPixel const & source) {
     if (IsGrey(view) && IsGrey(source.view)) {
         out = {Quantise(Normalise(source.samples[0], sourceDepth), depth)};
     } else if (view == PixelView::IA8) {
-        float const sum = clamped.g * 0.587f + clamped.r * 0.299f;
-        out = {ToInteger((sum + clamped.b * 0.114f) * 255.0f + 0.5f, 255)};
+        out = {GetGrey8(clamped)};
     } else if (view == PixelView::IA16) {
-        float const sum = clamped.r + clamped.g + clamped.b;
-        out = {ToInteger(sum / 3.0f * 65535.0f + 0.5f, 65535)};
+        out = {GetGrey16(clamped)};
     } else if (view == PixelView::CMYKA8) {
-        out = GetInks(clamped);
+        auto const inks = GetInks(clamped);
+        out.assign(inks.begin(), inks.end());
     } else if (view == PixelView::LABA16) {
         float const rgb[4]{clamped.r, clamped.g, clamped.b, 0};
         std::uint16_t lab[4]{};

@@ -128,9 +128,7 @@ TEST(TupleCatalogue, HoldsEachTupleOnceWithItsSizeAndFormat) {
     EXPECT_EQ(catalogue.size(), seen.size());
 }
 
-TEST(TupleCatalogue, PivotOfConversionsHasNoFormat) {
-    EXPECT_EQ(NoFormat, formatOf<RGBAFTuple>);
-}
+TEST(TupleCatalogue, PivotOfConversionsHasNoFormat) { EXPECT_EQ(NoFormat, formatOf<RGBAFTuple>); }
 
 TEST(TupleCatalogue, PositionsArePaddedWithTheirOwnPlaceholderButForTwoGenericChannels) {
     auto const isPlaceholder = [](std::string const & name) { return name.size() == 2 && name[0] == 'X'; };

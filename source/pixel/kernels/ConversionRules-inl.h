@@ -17,7 +17,9 @@ namespace Raster::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
 using FloatTag = hn::ScalableTag<float>;
+using IntegerTag = hn::RebindToSigned<FloatTag>;
 using Floats = hn::Vec<FloatTag>;
+using Integers = hn::Vec<IntegerTag>;
 
 /// NaN compares false and so becomes 0.
 HWY_INLINE Floats Saturate(Floats value, float maximum) {
@@ -31,8 +33,7 @@ HWY_INLINE Floats ClampUnit(Floats value) {
 template<class Sample>
 HWY_INLINE Floats LoadInteger(Sample const * source, float unit) {
     hn::Rebind<Sample, FloatTag> const narrow;
-    hn::RebindToSigned<FloatTag> const wide;
-    auto const number = hn::ConvertTo(FloatTag(), hn::PromoteTo(wide, hn::LoadU(narrow, source)));
+    auto const number = hn::ConvertTo(FloatTag(), hn::PromoteTo(IntegerTag(), hn::LoadU(narrow, source)));
     return hn::Mul(number, hn::Set(FloatTag(), unit));
 }
 HWY_INLINE Floats LoadUnit(std::uint8_t const * source) {
@@ -45,19 +46,34 @@ HWY_INLINE Floats LoadUnit(float const * source) {
     return hn::LoadU(FloatTag(), source);
 }
 
-template<class Sample>
-HWY_INLINE void StoreInteger(Floats value, float maximum, Sample * dest) {
+HWY_INLINE Floats ScaleToRound(Floats value, float maximum) {
     FloatTag const tag;
-    hn::Rebind<Sample, FloatTag> const narrow;
-    hn::RebindToSigned<FloatTag> const wide;
-    auto const scaled = hn::Add(hn::Mul(value, hn::Set(tag, maximum)), hn::Set(tag, 0.5f));
-    hn::StoreU(hn::DemoteTo(narrow, hn::ConvertTo(wide, Saturate(scaled, maximum))), narrow, dest);
+    return hn::Add(hn::Mul(value, hn::Set(tag, maximum)), hn::Set(tag, 0.5f));
+}
+
+// Whole numbers within the range of the samples.
+HWY_INLINE void StoreInteger(Integers value, std::uint8_t * dest) {
+    hn::RebindToUnsigned<FloatTag> const wide;
+    hn::StoreU(hn::U8FromU32(hn::BitCast(wide, value)), hn::Rebind<std::uint8_t, FloatTag>(), dest);
+}
+HWY_INLINE void StoreInteger(Integers value, std::uint16_t * dest) {
+    hn::Rebind<std::uint16_t, FloatTag> const narrow;
+    hn::StoreU(hn::DemoteTo(narrow, value), narrow, dest);
+}
+
+template<class Sample>
+HWY_INLINE void StoreSaturated(Floats value, float maximum, Sample * dest) {
+    StoreInteger(hn::ConvertTo(IntegerTag(), Saturate(ScaleToRound(value, maximum), maximum)), dest);
+}
+/// For a value that is known to be within 0 to 1: it needs no saturation.
+HWY_INLINE void StoreBounded(Floats value, std::uint8_t * dest) {
+    StoreInteger(hn::ConvertTo(IntegerTag(), ScaleToRound(value, Rules::maximumOf8)), dest);
 }
 HWY_INLINE void StoreUnit(Floats value, std::uint8_t * dest) {
-    StoreInteger(value, Rules::maximumOf8, dest);
+    StoreSaturated(value, Rules::maximumOf8, dest);
 }
 HWY_INLINE void StoreUnit(Floats value, std::uint16_t * dest) {
-    StoreInteger(value, Rules::maximumOf16, dest);
+    StoreSaturated(value, Rules::maximumOf16, dest);
 }
 HWY_INLINE void StoreUnit(Floats value, float * dest) {
     hn::StoreU(value, FloatTag(), dest);

@@ -21,7 +21,7 @@ void ConvertGrey8From8(std::uint8_t * dest, std::uint8_t const * const * rgb, st
     std::size_t const lanes = hn::Lanes(FloatTag());
     std::size_t i = 0;
     for (; i + lanes <= count; i += lanes)
-        StoreUnit(Luminance(LoadUnit(rgb[0] + i), LoadUnit(rgb[1] + i), LoadUnit(rgb[2] + i)), dest + i);
+        StoreBounded(Luminance(LoadUnit(rgb[0] + i), LoadUnit(rgb[1] + i), LoadUnit(rgb[2] + i)), dest + i);
     std::uint8_t const * const rest[]{rgb[0] + i, rgb[1] + i, rgb[2] + i};
     Scalar::ConvertGrey8From8(dest + i, rest, count - i);
 }
