@@ -70,6 +70,7 @@ struct Tile::Static {
     }
     static bool IsAny(Block const * block) { return Is(block, Zero) || Is(block, Full) || Is(block, FullFloat); }
     static Kernel::Counted<Block> FindEqual(void const * bytes);
+    static Kernel::Counted<Block> FindByHash(void const * bytes, std::uint32_t hash);
 };
 
 std::atomic<Tile *> Tile::Static::tiles[KindCount];
@@ -107,6 +108,14 @@ Kernel::Counted<Block> Tile::Static::FindEqual(void const * bytes) {
             return tile->Share();
     }
     return nullptr;
+}
+
+// The same for bytes with this CRC, which alone is never enough.
+Kernel::Counted<Block> Tile::Static::FindByHash(void const * bytes, std::uint32_t hash) {
+    bool const isCandidate = std::any_of(std::begin(hashes), std::end(hashes), [&](auto const & each) {
+        return each.load(std::memory_order_relaxed) == hash;
+    });
+    return isCandidate ? FindEqual(bytes) : nullptr;
 }
 
 void Tile::InitStaticTiles() {
@@ -405,7 +414,6 @@ private:
     Kernel::Counted<Block> block;
 };
 
-
 }
 
 void Tile::Scrub() {
@@ -424,7 +432,7 @@ void Tile::Deduplicate(BlockDeduplicationSupport & support, bool * abort) {
     if (support.Contains(quiet.Get()) || Kernel::IsAborted(abort))
         return;
     auto const hash = HashOf(quiet.GetBuffer());
-    auto equal = Static::FindEqual(quiet.GetBuffer());
+    auto equal = Static::FindByHash(quiet.GetBuffer(), hash);
     if (!equal && Kernel::IsAborted(abort))
         return;
     if (!equal)

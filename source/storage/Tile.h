@@ -34,7 +34,7 @@ public:
     /// Pixels across, for samples of 1, 2, 4 or 8 bytes.
     static constexpr int GetWidth(int bytesPerSample) { return Stride / bytesPerSample; }
 
-    Tile() noexcept; ///< Unallocated, without backing. Allocates nothing.
+    Tile() noexcept;                   ///< Unallocated, without backing. Allocates nothing.
     Tile(Tile const & other) noexcept; ///< Shares block and backing.
     Tile & operator=(Tile const & other) noexcept;
     ~Tile();
@@ -68,7 +68,7 @@ public:
 
     /// 65536 bytes, for the duration of a const session. Zeros for an unallocated tile.
     unsigned int const * GetConstBuffer() const;
-    Block const * GetConstInner() const;    ///< The block as it is; made now if there is none yet.
+    Block const * GetConstInner() const;     ///< The block as it is; made now if there is none yet.
     Kernel::Counted<Block> GetDirectInner(); ///< The same, with a reference.
 
     // The bounding box of the bytes that aren't 0, of those below 255, and of the floats below 1.0 (NaN isn't below),

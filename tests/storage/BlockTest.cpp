@@ -513,7 +513,8 @@ TEST_F(BlockTest, CountersEqualTheStatesAtRestInAnyOrderOfEvents) {
             model.block->DisposeIfPossible();
         }
         auto const count = [&](auto state) {
-            return std::uint64_t(std::count_if(models.begin(), models.end(), [&](auto & m) { return state(*m.block); }));
+            return std::uint64_t(
+                std::count_if(models.begin(), models.end(), [&](auto & m) { return state(*m.block); }));
         };
         ExpectAtRest(count([](Block & b) { return b.IsAllocatedAndPresent(); }),
                      count([](Block & b) { return b.IsDisposed(); }),
