@@ -133,7 +133,7 @@ void WorkOnFourTimesTheLimit(benchmark::State & state) {
         return;
     }
     Block::InitStaticBlock();
-    Block::InitBackstore(folder);
+    Block::InitBackstore(folder.c_str());
     auto & ledger = MemoryManager::Instance();
     accesses.reserve(8 * count);
     for (auto _ : state) {

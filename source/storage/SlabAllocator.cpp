@@ -1,6 +1,7 @@
 #include "storage/SlabAllocator.h"
 
 #include "kernel/ScopedLock.h"
+#include "pixel/PixelMemory.h"
 
 #include <cerrno>
 #include <cstring>
@@ -89,6 +90,7 @@ unsigned int * SlabAllocator::CarveOrMap() {
 }
 
 unsigned int * SlabAllocator::Allocate(Content content) {
+    PixelMemory::CheckFault();
     Kernel::ScopedLock guard(lock);
     auto buffer = PopWarm();
     bool const isZero = !buffer;

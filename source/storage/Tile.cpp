@@ -340,9 +340,8 @@ Block * Tile::PinMutable() {
 
 // A block of nobody yet, with a mutable session open.
 Kernel::Counted<Block> Tile::MakePinnedCopy(Block const * source) {
-    auto copy = Kernel::MakeCounted<Block>();
-    if (source)
-        copy->Copy(*source);
+    using Traits = Kernel::COWTraits<Block>;
+    auto copy = source ? Traits::Copy(*source) : Traits::Create();
     copy->IncrementRefCountMutable();
     return copy;
 }

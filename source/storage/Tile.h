@@ -18,9 +18,9 @@ using Kernel::RectT;
 class Block;
 class BlockDeduplicationSupport;
 
-/// A handle to 65536 bytes of one channel: 256 rows of 256 bytes. Handles share their block until one of them is
-/// written, so a copy costs two increments of counts, and empty space costs the handle alone: the `Block` of a tile
-/// that was never written comes into being when somebody asks for it.
+/// A copy-on-write handle to 65536 bytes of one channel: 256 rows of 256 bytes. Handles share their block until one of
+/// them is written, so a copy costs two increments of counts, and empty space costs the handle alone: the `Block` of a
+/// tile that was never written comes into being when somebody asks for it.
 ///
 /// Threads: any number may read one tile at once, also while another one scrubs, deduplicates or copies it. A writer
 /// needs the tile alone, as far as the bytes go; who holds a session on it keeps the bytes that it began with.
@@ -122,6 +122,7 @@ private:
     RectT<int> GetRect(RectT<int> (Block::*get)() const) const;
     RectT<int> GetClippedRect(RectT<int> (Block::*get)(int, int) const, int width, int height) const;
 
+    // What `Kernel::COW<Block>` is, but that others may look at it while it is replaced.
     // Null is an unallocated tile whose block nobody has asked for. Following the pointer, and replacing it or the
     // backing, are done under the striped lock of the tile's address; a block is let go of after that lock.
     mutable AtomicCounted<Block> inner;
