@@ -112,7 +112,6 @@ public:
 private:
     friend class ConstTileGuard;
     friend class MutableTileGuard;
-    struct Static;
 
     Kernel::Counted<Block> Share() const noexcept;
     Block * GetOrCreateInner() const;
