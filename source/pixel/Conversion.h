@@ -19,8 +19,7 @@ inline UnitRGB FromLab(std::uint16_t lightness, std::uint16_t aOpponent, std::ui
     std::uint16_t const lab[4]{lightness, aOpponent, bOpponent, 0};
     float rgb[4]{};
     ConvertFromLab(rgb, lab, 1);
-    auto const number = [](float value) { return value == value ? value : 0.0f; };
-    return {number(rgb[0]), number(rgb[1]), number(rgb[2])};
+    return {NumberOrZero(rgb[0]), NumberOrZero(rgb[1]), NumberOrZero(rgb[2])};
 }
 
 /// The colour of a pixel. Unbounded sources, and Lab, may give values outside 0 to 1. Alpha alone is black.
@@ -77,5 +76,28 @@ void ConvertPixel(PixelOf<D> & dest, PixelOf<S> const & source) {
             Rules::FromUnitRGB<D>(dest, Rules::ToUnitRGB<S>(source));
         dest[D::alphaIndex - 1] = Rules::ConvertSample<typename D::Storage>(source[S::alphaIndex - 1]);
     }
+}
+
+/// Converts `count` pixels that lie in planes: one pointer per real channel, in the order of the tuple, to `count`
+/// samples that are aligned as their type. The planes of `dest` overlap nothing; source planes may be the same one.
+/// Lists and planes may be anything if `count` is 0. Any thread may call. The result is that of `ConvertPixel`, to the
+/// bit, on every machine. One call for a long row costs less than many for short ones.
+using ConvertRows = void (*)(void * const * dest, void const * const * source, std::size_t count);
+
+/// The conversion between two views or formats, never null for those that carry pixels; null for `NoView`, `NoFormat`
+/// and values beyond.
+RASTER_API ConvertRows GetConvertRows(PixelView dest, PixelView source);
+RASTER_API ConvertRows GetConvertRows(Format dest, Format source);
+
+/// 32 pixels in planar form. The spans don't overlap.
+template<ViewTuple D, ViewTuple S>
+void ConvertSpan(PlanarPixelSpanOf<D> & dest, PlanarPixelSpanOf<S> const & source) {
+    void * destPlanes[D::channelCount];
+    void const * sourcePlanes[S::channelCount];
+    for (int channel = 0; channel < D::channelCount; ++channel)
+        destPlanes[channel] = dest.runs[channel];
+    for (int channel = 0; channel < S::channelCount; ++channel)
+        sourcePlanes[channel] = source.runs[channel];
+    GetConvertRows(viewOf<D>, viewOf<S>)(destPlanes, sourcePlanes, spanLength);
 }
 }

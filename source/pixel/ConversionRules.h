@@ -19,6 +19,10 @@ inline float ClampUnit(float value) {
     return Saturate(value, 1.0f);
 }
 
+inline float NumberOrZero(float value) {
+    return value == value ? value : 0.0f;
+}
+
 /// A sample with its nominal range mapped to 0 to 1. Floats stay as they are.
 inline float ToUnit(std::uint8_t value) {
     return static_cast<float>(value) * unitOf8;

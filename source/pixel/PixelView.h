@@ -29,8 +29,7 @@ RASTER_FOR_EACH_VIEW(RASTER_DEFINE_VIEW)
 
 /// A tuple between which and every other view there is a conversion.
 template<class Tuple>
-concept ViewTuple = viewOf<Tuple>
-!= PixelView::NoView;
+concept ViewTuple = (viewOf<Tuple> != PixelView::NoView);
 
 /// The view of a format; `NoView` for `NoFormat` and for values above 10.
 constexpr PixelView GetView(Format format) {

@@ -63,6 +63,13 @@ std::unique_ptr<BitmapCore> BitmapCore::CloneCore() const {
     return clone;
 }
 
+std::unique_ptr<BitmapCore> BitmapCore::CloneTiles() const {
+    auto clone = CreateSame(GetWidth(), GetHeight(), MipmapModeNone);
+    Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
+    clone->CopyTilesFrom(*this);
+    return clone;
+}
+
 void BitmapCore::CopyTilesFrom(BitmapCore const & source) {
     for (std::size_t i = 0; i < planes.size(); ++i)
         planes[i].ShareTilesFrom(source.planes[i]);

@@ -23,10 +23,10 @@ void Scalar::StepPositions(SamplePositions & positions, float * u, float * v, do
         }
 }
 
-SampleBounds Scalar::FindSampleBounds(SamplePositions const & positions, int rows, int columns) {
+SampleBounds Scalar::FindSampleBounds(SamplePositions const & positions, Kernel::RectT<int> const & block) {
     SampleBounds bounds{INT32_MAX, INT32_MAX, INT32_MIN, INT32_MIN};
-    for (int row = 0; row < rows; ++row)
-        for (int column = 0; column < columns; ++column) {
+    for (int row = block.top; row < block.bottom; ++row)
+        for (int column = block.left; column < block.right; ++column) {
             auto const cell = FindSampleCell(positions.u[row][column], positions.v[row][column]);
             if (cell.x == SampleCell::outside)
                 continue;

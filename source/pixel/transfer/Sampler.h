@@ -5,6 +5,7 @@
 /// pixel by pixel gives; only the order of the work differs.
 #pragma once
 
+#include "kernel/Rect.h"
 #include "pixel/ChannelTuple.h"
 
 #include <cstddef>
@@ -34,12 +35,12 @@ struct SampleCell {
 };
 SampleCell FindSampleCell(float u, float v);
 
-/// The cells that the positions of a block touch: left and top, and right and bottom exclusive. All 0 if there are
-/// none.
+/// The cells that the positions of a part of a block touch: left and top, and right and bottom exclusive. All 0 if
+/// there are none.
 struct SampleBounds {
     std::int32_t left, top, right, bottom;
 };
-SampleBounds FindSampleBounds(SamplePositions const & positions, int rows, int columns);
+SampleBounds FindSampleBounds(SamplePositions const & positions, Kernel::RectT<int> const & block);
 
 /// Premultiplied source pixels as floats of raw channel values, four lanes each: up to three colours and alpha in the
 /// last lane. A fifth channel makes a second group of lanes: four colours in the first, alpha in the last lane of the
@@ -66,7 +67,7 @@ SampleRow GetSampleRow(SampleType sampleType);
 namespace Scalar {
 /// The same in plain code: the meaning of the kernels.
 void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns);
-SampleBounds FindSampleBounds(SamplePositions const & positions, int rows, int columns);
+SampleBounds FindSampleBounds(SamplePositions const & positions, Kernel::RectT<int> const & block);
 PremultiplyRow GetPremultiplyRow(SampleType sampleType);
 SampleRow GetSampleRow(SampleType sampleType);
 }

@@ -1,0 +1,268 @@
+#include "pixel/transfer/TileTransfer.h"
+
+#include "pixel/transfer/Coverage.h"
+#include "pixel/transfer/TransferTiles.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace Raster {
+namespace {
+using Rect = Kernel::RectT<int>;
+
+// The longest run that is converted or sampled at once: a tile row of bytes.
+constexpr std::size_t longestRun = TileGrid::rowBytes;
+// Rows that fill their tiles from side to side lie one after the other, and are blended several at a time.
+constexpr int rowsAtOnce = 16;
+// More pixels than this are not premultiplied for one block: a matrix that spreads them so far meets few of them.
+constexpr std::int64_t largestWindow = 64 * 1024;
+
+// Samples of up to five channels, aligned for any type.
+struct SampleRows {
+    alignas(64) std::byte samples[5][longestRun * sizeof(float)];
+
+    std::array<void *, 5> Get() { return {samples[0], samples[1], samples[2], samples[3], samples[4]}; }
+};
+
+std::array<void const *, 5> AsConst(std::array<void *, 5> const & rows) {
+    return {rows[0], rows[1], rows[2], rows[3], rows[4]};
+}
+
+class TileTransfer {
+public:
+    TileTransfer(TransferJob const & transferJob, TileTask const & tileTask)
+        : job(transferJob), task(tileTask), source(*job.source),
+          dest(*job.dest, task.rect.left / job.dest->GetGrid().tileWidth, task.rect.top / TileGrid::tileHeight),
+          sourceColours(job.source->GetLayout().channelCount - 1), destColours(job.dest->GetLayout().channelCount - 1) {
+    }
+
+    void RunDirect();
+    void RunSampled();
+
+private:
+    void CopyFromSourceRow(int sourceTileRow, Rect const & work);
+    bool ShareWholeTile(Rect const & work);
+    void LayRun(int x, int y, std::array<void const *, 5> samples, std::size_t count);
+
+    void SampleBand(int top, int rows);
+    void SampleBlock(Rect const & block);
+    void FillWindow(SampleBounds const & bounds);
+    void FillWindowRow(SampleBounds const & bounds, int y);
+    bool IsNothingThere(SampleBounds const & bounds) const;
+
+    TransferJob const & job;
+    TileTask const & task;
+    SourceTiles source;
+    DestTile dest;
+    int const sourceColours, destColours;
+    SampleRows converted, sampled;
+
+    // Of the band of rows being sampled: where it begins, and the position of each row's next pixel.
+    int bandLeft = 0, bandTop = 0;
+    float nextU[sampleBlockSize], nextV[sampleBlockSize];
+    SamplePositions positions;
+    SampleWindow window{};
+    std::vector<float> windowLanes[2];
+};
+
+// Lays one run of source pixels on the destination. Where nothing would show, its tile stays as it is.
+void TileTransfer::LayRun(int x, int y, std::array<void const *, 5> samples, std::size_t count) {
+    auto const & sourceLayout = job.source->GetLayout();
+    auto const & destLayout = job.dest->GetLayout();
+    if (job.convert) {
+        if (!HasCoverage(sourceLayout.sampleType, samples[std::size_t(sourceColours)], count, 1.0f))
+            return;
+        auto const rows = converted.Get();
+        job.convert(rows.data(), samples.data(), count);
+        samples = AsConst(rows);
+    }
+    if (!dest.IsOpen() && !HasCoverage(destLayout.sampleType, samples[std::size_t(destColours)], count, job.opacity))
+        return;
+    job.blend(dest.GetRows(x, y).data(), samples.data(), destColours, count, job.opacity);
+}
+
+// The same format, the same place in the grid, all opaque, and nothing cut off: the tile may as well be shared.
+bool TileTransfer::ShareWholeTile(Rect const & work) {
+    if (job.convert || job.opacity != 1.0f)
+        return false;
+    auto const & grid = source.GetGrid();
+    bool const whole = work.GetWidth() == grid.tileWidth && work.GetHeight() == TileGrid::tileHeight;
+    if (!whole || work.left % grid.tileWidth != 0 || work.top % TileGrid::tileHeight != 0)
+        return false;
+    int const column = work.left / grid.tileWidth, row = work.top / TileGrid::tileHeight;
+    if (!source.IsOpaque(column, row))
+        return false;
+    dest.ShareFrom(*job.source, column, row);
+    return true;
+}
+
+void TileTransfer::RunDirect() {
+    auto const shift = [](int value, int offset) {
+        return static_cast<int>(std::clamp<std::int64_t>(std::int64_t(value) + offset, -1, INT32_MAX));
+    };
+    Rect const work = Rect{shift(task.rect.left, job.offsetX), shift(task.rect.top, job.offsetY),
+                           shift(task.rect.right, job.offsetX), shift(task.rect.bottom, job.offsetY)}
+                          .Intersect(source.GetGrid().GetBounds());
+    if (work.IsEmpty())
+        return;
+    if (ShareWholeTile(work))
+        return;
+    for (int row = work.top / TileGrid::tileHeight; row <= (work.bottom - 1) / TileGrid::tileHeight; ++row)
+        CopyFromSourceRow(row, work);
+}
+
+// One row of source tiles. `work` is in source pixels.
+void TileTransfer::CopyFromSourceRow(int sourceTileRow, Rect const & work) {
+    auto const & grid = source.GetGrid();
+    std::vector<Rect> pieces;
+    for (int column = work.left / grid.tileWidth; column <= (work.right - 1) / grid.tileWidth; ++column)
+        if (!source.IsTransparent(column, sourceTileRow))
+            pieces.push_back(Rect{column * grid.tileWidth, sourceTileRow * TileGrid::tileHeight,
+                                  (column + 1) * grid.tileWidth, (sourceTileRow + 1) * TileGrid::tileHeight}
+                                 .Intersect(work));
+    if (pieces.empty())
+        return;
+
+    auto const & destGrid = job.dest->GetGrid();
+    bool const fillsRows = !job.convert && pieces.size() == 1 && pieces[0].GetWidth() == grid.tileWidth &&
+                           (pieces[0].left - job.offsetX) % destGrid.tileWidth == 0;
+    int const bottom = pieces[0].bottom;
+    for (int y = pieces[0].top; y < bottom && !task.IsAborted();) {
+        int const rows = fillsRows ? std::min(rowsAtOnce, bottom - y) : 1;
+        for (auto const & piece : pieces)
+            LayRun(piece.left - job.offsetX, y - job.offsetY, source.GetRows(piece.left, y),
+                   static_cast<std::size_t>(piece.GetWidth()) * static_cast<std::size_t>(rows));
+        for (int const end = y + rows; y < end; ++y)
+            task.ReportRow(y - job.offsetY);
+    }
+}
+
+void TileTransfer::RunSampled() {
+    for (int top = task.rect.top; top < task.rect.bottom && !task.IsAborted(); top += sampleBlockSize) {
+        int const rows = std::min(sampleBlockSize, task.rect.bottom - top);
+        SampleBand(top, rows);
+        for (int y = top; y < top + rows; ++y)
+            task.ReportRow(y);
+    }
+}
+
+// Positions of each row begin at the left edge of the task and are stepped from there.
+void TileTransfer::SampleBand(int top, int rows) {
+    auto const step = [&](Kernel::PointT<double> const & right, Kernel::PointT<double> const & origin) {
+        return Kernel::PointT<double>{right.x - origin.x, right.y - origin.y};
+    }(job.matrix.Apply({1.0, 0.0}), job.matrix.Apply({0.0, 0.0}));
+    for (int row = 0; row < sampleBlockSize; ++row) { // rows past the last are stepped too, and not looked at
+        auto const start = job.matrix.Apply({task.rect.left + 0.5, top + row + 0.5});
+        nextU[row] = static_cast<float>(start.x);
+        nextV[row] = static_cast<float>(start.y);
+    }
+    bandTop = top;
+    for (bandLeft = task.rect.left; bandLeft < task.rect.right; bandLeft += sampleBlockSize) {
+        int const columns = std::min(sampleBlockSize, task.rect.right - bandLeft);
+        StepPositions(positions, nextU, nextV, step.x, step.y, rows, columns);
+        SampleBlock({0, 0, columns, rows});
+    }
+}
+
+// Samples a part of the block whose positions stand ready. A part that meets too much of the source is halved.
+void TileTransfer::SampleBlock(Rect const & block) {
+    auto const bounds = FindSampleBounds(positions, block);
+    if (bounds.left == bounds.right || IsNothingThere(bounds))
+        return;
+    auto const size = (std::int64_t(bounds.right) - bounds.left) * (std::int64_t(bounds.bottom) - bounds.top);
+    if (size > largestWindow) {
+        if (block.GetHeight() > 1) {
+            int const middle = (block.top + block.bottom) / 2;
+            SampleBlock({block.left, block.top, block.right, middle});
+            SampleBlock({block.left, middle, block.right, block.bottom});
+        } else {
+            int const middle = (block.left + block.right) / 2;
+            SampleBlock({block.left, block.top, middle, block.bottom});
+            SampleBlock({middle, block.top, block.right, block.bottom});
+        }
+        return;
+    }
+    FillWindow(bounds);
+    auto const rows = sampled.Get();
+    auto const count = static_cast<std::size_t>(block.GetWidth());
+    for (int row = block.top; row < block.bottom; ++row) {
+        job.sample(rows.data(), window, positions.u[row] + block.left, positions.v[row] + block.left, sourceColours,
+                   count);
+        LayRun(bandLeft + block.left, bandTop + row, AsConst(rows), count);
+    }
+}
+
+// Whether all tiles that the cells touch are known to be transparent; what lies outside the source is.
+bool TileTransfer::IsNothingThere(SampleBounds const & bounds) const {
+    auto const & grid = source.GetGrid();
+    Rect const inside = Rect{bounds.left, bounds.top, bounds.right, bounds.bottom}.Intersect(grid.GetBounds());
+    if (inside.IsEmpty())
+        return true;
+    for (int row = inside.top / TileGrid::tileHeight; row <= (inside.bottom - 1) / TileGrid::tileHeight; ++row)
+        for (int column = inside.left / grid.tileWidth; column <= (inside.right - 1) / grid.tileWidth; ++column)
+            if (!source.IsTransparent(column, row))
+                return false;
+    return true;
+}
+
+void TileTransfer::FillWindow(SampleBounds const & bounds) {
+    auto const width = static_cast<std::size_t>(bounds.right - bounds.left);
+    auto const height = static_cast<std::size_t>(bounds.bottom - bounds.top);
+    window = {bounds, static_cast<std::ptrdiff_t>(width * 4), {}};
+    for (int group = 0; group < (sourceColours == 4 ? 2 : 1); ++group) {
+        auto & lanes = windowLanes[group];
+        if (lanes.size() < width * height * 4)
+            lanes.resize(width * height * 4);
+        window.groups[group] = lanes.data();
+    }
+    for (int y = bounds.top; y < bounds.bottom; ++y)
+        FillWindowRow(bounds, y);
+}
+
+void TileTransfer::FillWindowRow(SampleBounds const & bounds, int y) {
+    auto const & grid = source.GetGrid();
+    float * groups[2]{};
+    auto const seek = [&](int x) {
+        for (int group = 0; group < 2; ++group)
+            if (window.groups[group])
+                groups[group] = window.groups[group] + (y - bounds.top) * window.stride + (x - bounds.left) * 4;
+    };
+    auto const clear = [&](int left, int right) {
+        seek(left);
+        for (float * const lanes : groups)
+            if (lanes && right > left)
+                std::fill_n(lanes, static_cast<std::size_t>(right - left) * 4, 0.0f);
+    };
+
+    int const left = std::clamp(bounds.left, 0, grid.width), right = std::clamp(bounds.right, 0, grid.width);
+    if (y < 0 || y >= grid.height || left >= right) {
+        clear(bounds.left, bounds.right);
+        return;
+    }
+    clear(bounds.left, left);
+    for (int x = left; x < right;) {
+        int const column = x / grid.tileWidth;
+        int const end = static_cast<int>(std::min<std::int64_t>((std::int64_t(column) + 1) * grid.tileWidth, right));
+        if (source.IsTransparent(column, y / TileGrid::tileHeight)) {
+            clear(x, end);
+        } else {
+            seek(x);
+            job.premultiply(groups, source.GetRows(x, y).data(), sourceColours, static_cast<std::size_t>(end - x));
+        }
+        x = end;
+    }
+    clear(right, bounds.right);
+}
+}
+
+void TransferTile(TransferJob const & job, TileTask const & task) {
+    auto const transfer = std::make_unique<TileTransfer>(job, task); // too large for the stack of a helper thread
+    if (job.isDirect)
+        transfer->RunDirect();
+    else
+        transfer->RunSampled();
+}
+}

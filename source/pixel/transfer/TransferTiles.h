@@ -1,0 +1,67 @@
+/// The two sides of one tile's transfer: where pixels come from and where they go.
+#pragma once
+
+#include "storage/BitmapCore.h"
+#include "storage/TileGuard.h"
+#include "storage/TilePins.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace Raster {
+/// Reads the tiles of a source. Those that it met stay pinned until it goes, at the end of a task.
+class SourceTiles {
+public:
+    using Rows = std::array<void const *, 5>;
+
+    explicit SourceTiles(BitmapCore const & bitmap) : source(bitmap), grid(bitmap.GetGrid()) {}
+
+    TileGrid const & GetGrid() const { return grid; }
+    /// Whether the alpha of a whole tile is known to be 0, without a look at its pixels.
+    bool IsTransparent(int column, int row) const {
+        Tile const & tile = GetAlphaTile(column, row);
+        return !tile.IsAllocated() || tile.IsZeroTileBuffer();
+    }
+    /// Whether the alpha of a whole tile is known to be full.
+    bool IsOpaque(int column, int row) const {
+        Tile const & tile = GetAlphaTile(column, row);
+        return source.GetLayout().kind == ChannelKind::Integer ? tile.IsFullTileBuffer() : tile.IsFullFloatTileBuffer();
+    }
+    /// The samples from pixel (x, y) on, for each plane, as far as its tile reaches.
+    Rows GetRows(int x, int y);
+
+private:
+    Tile const & GetAlphaTile(int column, int row) const {
+        return source.GetPlane(source.GetLayout().alphaIndex - 1).GetTile(column, row);
+    }
+
+    BitmapCore const & source;
+    TileGrid const & grid;
+    TilePins<ConstTileGuard> pins;
+};
+
+/// Writes one tile of a destination. It is pinned, and with that allocated and cut loose from its backing, when the
+/// first pixels come.
+class DestTile {
+public:
+    using Rows = std::array<void *, 5>;
+
+    DestTile(BitmapCore & bitmap, int tileColumn, int tileRow) : dest(bitmap), column(tileColumn), row(tileRow) {}
+
+    bool IsOpen() const { return isOpen; }
+    /// The samples from pixel (x, y) of the bitmap on, for each plane.
+    Rows GetRows(int x, int y);
+    /// Takes the tiles of a source of the same format in place of its own.
+    void ShareFrom(BitmapCore const & source, int sourceColumn, int sourceRow);
+
+private:
+    void Open();
+
+    BitmapCore & dest;
+    int const column, row;
+    bool isOpen = false;
+    std::array<MutableTileGuard, 5> guards;
+    std::array<std::byte *, 5> buffers{};
+};
+}
