@@ -68,8 +68,8 @@ public:
     PlaneCore const & GetPlane(int index) const { return planes[static_cast<std::size_t>(index)]; }
     TileGrid const & GetGrid() const { return planes.front().GetGrid(); }
 
-    /// A bitmap of the same tuple and size that shares all tiles, without levels and backing of its own: the picture as it
-    /// is now, whatever is written afterwards.
+    /// A bitmap of the same tuple and size that shares all tiles, without levels and backing of its own: the picture as
+    /// it is now, whatever is written afterwards.
     std::unique_ptr<BitmapCore> CloneTiles() const;
     /// Shares every tile, backing included, and gets clones of the source's levels if this bitmap has levels. Does
     /// nothing if the tuples or sizes differ, or with null.
