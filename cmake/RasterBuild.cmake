@@ -74,10 +74,12 @@ endfunction()
 
 # raster_add_benchmark(<subsystem> <name> [<library>...]): benchmarks/<subsystem>/<name>.cpp is the program <name>. ctest
 # runs it once, each measurement as short as can be, so that it doesn't rot; figures are taken by hand.
+# A benchmark that needs much memory takes less where RASTER_BENCHMARK_SMOKE is set.
 function(raster_add_benchmark subsystem name)
     add_executable(${name} "${PROJECT_SOURCE_DIR}/benchmarks/${subsystem}/${name}.cpp")
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/benchmarks")
     target_link_libraries(${name} PRIVATE RasterStatic RasterSettings benchmark::benchmark_main ${ARGN})
     add_test(NAME Benchmark.${name} COMMAND ${name} --benchmark_min_time=0.000001)
-    set_tests_properties(Benchmark.${name} PROPERTIES LABELS "benchmark;${subsystem}" TIMEOUT ${RASTER_TEST_TIMEOUT})
+    set_tests_properties(Benchmark.${name} PROPERTIES LABELS "benchmark;${subsystem}" TIMEOUT ${RASTER_TEST_TIMEOUT}
+        ENVIRONMENT RASTER_BENCHMARK_SMOKE=1)
 endfunction()

@@ -1,10 +1,10 @@
-// Transfers beside the time M that a memcpy of 64 MiB takes in the same process. Destinations exist and were written once
-// before timing; figures are taken on one thread unless the name says otherwise.
+// Transfers beside the time M that a memcpy of 64 MiB takes in the same process. Destinations exist and were written
+// once before timing; figures are taken on one thread unless the name says otherwise.
 #include "kernel/Dispatch.h"
-#include "pixel/transfer/BitmapTransfer.h"
-#include "storage/Tile.h"
-#include "storage/Block.h"
 #include "pixel/MemoryManager.h"
+#include "pixel/transfer/BitmapTransfer.h"
+#include "storage/Block.h"
+#include "storage/Tile.h"
 
 #include <benchmark/benchmark.h>
 
@@ -38,7 +38,7 @@ enum class Alpha { Soft, Full };
 
 template<class Tuple>
 Kernel::Counted<BitmapOf<Tuple>> MakeBitmap(int width, int height, Alpha kind, unsigned seed,
-                                             MipmapMode mode = MipmapModeNone) {
+                                            MipmapMode mode = MipmapModeNone) {
     static bool const initialised = [] {
         Tile::InitStaticTiles();
         Block::InitStaticBlock();

@@ -3,9 +3,7 @@
 
 namespace Kernel {
 /// Whether a flag is set. Null never is. A relaxed atomic load: it orders nothing, and costs what a plain one does.
-inline bool IsAborted(bool const * abort) noexcept {
-    return abort && __atomic_load_n(abort, __ATOMIC_RELAXED);
-}
+inline bool IsAborted(bool const * abort) noexcept { return abort && __atomic_load_n(abort, __ATOMIC_RELAXED); }
 
 /// Sets a flag that another thread may be reading.
 inline void RequestAbort(bool * abort) noexcept {

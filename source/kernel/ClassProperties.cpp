@@ -6,7 +6,5 @@ namespace Kernel {
 ClassPropertiesBase::ClassPropertiesBase(ClassUID uid, unsigned short version, CreateFunction createFunction) noexcept
     : classUID(uid), schemaVersion(version), create(createFunction) {}
 
-Counted<Serialisable> ClassPropertiesBase::CreateObject() const {
-    return create ? create() : Counted<Serialisable>();
-}
+Counted<Serialisable> ClassPropertiesBase::CreateObject() const { return create ? create() : Counted<Serialisable>(); }
 }

@@ -28,7 +28,5 @@ void CriticalSectionSpin::WaitAndAcquire() {
         state.wait(isHeldWithSleepers, std::memory_order_relaxed);
 }
 
-void CriticalSectionSpin::WakeOne() {
-    state.notify_one();
-}
+void CriticalSectionSpin::WakeOne() { state.notify_one(); }
 }

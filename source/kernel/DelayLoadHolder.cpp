@@ -20,18 +20,14 @@ DelayLoadHolder::DelayLoadHolder(FileStoreItemType const & type, Counted<FileSto
 
 DelayLoadHolder::~DelayLoadHolder() = default;
 
-bool DelayLoadHolder::LoadItemI() {
-    return static_cast<bool>(keptItem);
-}
+bool DelayLoadHolder::LoadItemI() { return static_cast<bool>(keptItem); }
 
 void DelayLoadHolder::SetItem(Counted<FileStoreItem> loadedItem) noexcept {
     keptItem = std::move(loadedItem);
     isLoaded.store(static_cast<bool>(keptItem), std::memory_order_release);
 }
 
-bool DelayLoadHolder::CanReload() const {
-    return false;
-}
+bool DelayLoadHolder::CanReload() const { return false; }
 
 bool DelayLoadHolder::DropItem() {
     if (!keptItem)

@@ -41,9 +41,7 @@ struct Job {
     Job * older = nullptr;
 };
 
-unsigned GetProcessorCount() {
-    return std::max(1u, std::thread::hardware_concurrency());
-}
+unsigned GetProcessorCount() { return std::max(1u, std::thread::hardware_concurrency()); }
 
 /// The helpers and the jobs that they may join. Its lock is a leaf of the whole process: it may be taken under any
 /// other, and nothing is called while it is held.
@@ -170,7 +168,5 @@ void Dispatch::SetThreadCount(unsigned count) {
     Crew::GetInstance().SetThreadCount(count == 0 ? GetProcessorCount() : count);
 }
 
-unsigned Dispatch::GetThreadCount() {
-    return Crew::GetInstance().GetThreadCount();
-}
+unsigned Dispatch::GetThreadCount() { return Crew::GetInstance().GetThreadCount(); }
 }

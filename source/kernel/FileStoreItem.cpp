@@ -1,9 +1,7 @@
 #include "kernel/FileStoreItem.h"
 
 namespace Kernel {
-Counted<FileStoreItem> FileStoreItemType::CreateObject() const {
-    return create ? create() : Counted<FileStoreItem>();
-}
+Counted<FileStoreItem> FileStoreItemType::CreateObject() const { return create ? create() : Counted<FileStoreItem>(); }
 
 FileStoreItem::~FileStoreItem() = default;
 }

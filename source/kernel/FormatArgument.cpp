@@ -40,7 +40,5 @@ struct Appender {
 };
 }
 
-void FormatArgument::AppendTo(std::string & dest) const {
-    std::visit(Appender{dest}, value);
-}
+void FormatArgument::AppendTo(std::string & dest) const { std::visit(Appender{dest}, value); }
 }

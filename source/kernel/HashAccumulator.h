@@ -17,7 +17,8 @@ public:
     void AddToHash(std::string_view text) { AddToHash(text.data(), text.size()); }
     /// By value, so that equal numbers of different types have equal hashes.
     template<class T>
-    requires(std::integral<T> || std::is_enum_v<T>) void AddToHash(T value) {
+        requires(std::integral<T> || std::is_enum_v<T>)
+    void AddToHash(T value) {
         auto const wide = static_cast<std::uint64_t>(value);
         AddToHash(&wide, sizeof wide);
     }

@@ -16,10 +16,10 @@ public:
     /// @param owner   what keeps the object alive; may be null only if the object is null.
     JailCounted(T * object, Counted<Countable const> owner) noexcept : pointer(object), keeper(std::move(owner)) {}
     template<class U>
-    requires std::convertible_to<U *, T *> JailCounted(Counted<U> const & owner)
+        requires std::convertible_to<U *, T *> JailCounted(Counted<U> const & owner)
     noexcept : pointer(owner.Get()), keeper(owner) {}
     template<class U>
-    requires std::convertible_to<U *, T *> JailCounted(JailCounted<U> const & other)
+        requires std::convertible_to<U *, T *> JailCounted(JailCounted<U> const & other)
     noexcept : pointer(other.Get()), keeper(other.GetKeeper()) {}
 
     JailCounted(JailCounted const &) noexcept = default;

@@ -22,7 +22,5 @@ StringUtf8 LocalisedString::ToString() const {
     return translator && isTranslatable ? translator(text, context) : text;
 }
 
-LocalisedString::operator StringUtf16() const {
-    return ConvertEnc<TEncUtf16>(ToString());
-}
+LocalisedString::operator StringUtf16() const { return ConvertEnc<TEncUtf16>(ToString()); }
 }

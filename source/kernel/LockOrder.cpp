@@ -99,12 +99,8 @@ void WillCallOut() {
         Report("called out under", LockRank::Leaf);
 }
 
-std::size_t GetHeldCount() {
-    return held.count;
-}
+std::size_t GetHeldCount() { return held.count; }
 
-ViolationHandler SetViolationHandler(ViolationHandler handler) {
-    return violationHandler.exchange(handler);
-}
+ViolationHandler SetViolationHandler(ViolationHandler handler) { return violationHandler.exchange(handler); }
 }
 #endif

@@ -59,12 +59,8 @@ inline void WillAcquire(void const *, LockRank, bool, LockNesting) {}
 inline void DidAcquire(void const *, LockRank) {}
 inline void WillRelease(void const *, LockRank) {}
 inline void WillCallOut() {}
-inline std::size_t GetHeldCount() {
-    return 0;
-}
-inline ViolationHandler SetViolationHandler(ViolationHandler) {
-    return nullptr;
-}
+inline std::size_t GetHeldCount() { return 0; }
+inline ViolationHandler SetViolationHandler(ViolationHandler) { return nullptr; }
 #endif
 }
 }

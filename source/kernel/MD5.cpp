@@ -29,9 +29,7 @@ MD5_CTX::MD5_CTX() : state(std::make_unique<State>()) {}
 
 MD5_CTX::~MD5_CTX() = default;
 
-void MD5_Init(MD5_CTX * context) {
-    Check(EVP_DigestInit_ex(context->state->digest, EVP_md5(), nullptr));
-}
+void MD5_Init(MD5_CTX * context) { Check(EVP_DigestInit_ex(context->state->digest, EVP_md5(), nullptr)); }
 
 void MD5_Update(MD5_CTX * context, void const * data, std::size_t size) {
     Check(EVP_DigestUpdate(context->state->digest, data, size));

@@ -12,10 +12,10 @@ public:
     NonCounted(std::nullptr_t) noexcept {}
     NonCounted(T * object) noexcept : pointer(object) {}
     template<class U>
-    requires std::convertible_to<U *, T *> NonCounted(NonCounted<U> const & other)
+        requires std::convertible_to<U *, T *> NonCounted(NonCounted<U> const & other)
     noexcept : pointer(other.Get()) {}
     template<class U>
-    requires std::convertible_to<U *, T *> NonCounted(Counted<U> const & owner)
+        requires std::convertible_to<U *, T *> NonCounted(Counted<U> const & owner)
     noexcept : pointer(owner.Get()) {}
 
     void Reset() noexcept { pointer = nullptr; }

@@ -5,7 +5,5 @@ Serialisable::~Serialisable() = default;
 
 void Serialisable::AccumulateHash(HashAccumulator &) const {}
 
-bool Serialisable::CompareMembers(Serialisable const & other) const {
-    return this == &other;
-}
+bool Serialisable::CompareMembers(Serialisable const & other) const { return this == &other; }
 }

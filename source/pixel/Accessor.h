@@ -112,7 +112,7 @@ public:
             ReadRun(span);
             x += spanLength - 1;
         } else
-            ReadPixelByPixel(span, [this] { Increment(); });
+            ReadPixelByPixel(span, &AccessorCore::Increment);
     }
     void SpanRead(PlanarSpan & span) requires ReadableCursor<Cursor, Tuple> {
         if constexpr (requires { cursor.ReadSpan(0, 0, span); }) {
@@ -129,7 +129,7 @@ public:
 
     /// Reads 32 pixels downward. The position ends on the last of them, 31 below.
     void SpanReadColumn(InterleavedSpan & span) requires ReadableCursor<Cursor, Tuple> {
-        ReadPixelByPixel(span, [this] { IncrementRow(); });
+        ReadPixelByPixel(span, &AccessorCore::IncrementRow);
     }
     void SpanReadColumn(PlanarSpan & span) requires ReadableCursor<Cursor, Tuple> {
         InterleavedSpan pixels;
@@ -244,7 +244,7 @@ private:
         return Resolve(column, row) && IsResolved();
     }
 
-    [[gnu::noinline]] void ReadUnresolved(PixelType & pixel) {
+    [[gnu::noinline]] void ReadUnresolved(PixelType & pixel) requires ReadableCursor<Cursor, Tuple> {
         int column = 0, row = 0;
         if (Resolve(column, row))
             cursor.Read(column, row, pixel);
@@ -252,7 +252,7 @@ private:
             pixel = PixelType{};
     }
 
-    void ReadRun(InterleavedSpan & span) {
+    void ReadRun(InterleavedSpan & span) requires ReadableCursor<Cursor, Tuple> {
         if constexpr (requires { cursor.ReadSpan(0, 0, span); })
             cursor.ReadSpan(static_cast<int>(x), static_cast<int>(y), span);
         else
@@ -260,9 +260,10 @@ private:
                 cursor.Read(static_cast<int>(x) + i, static_cast<int>(y), span.pixels[i]);
     }
 
-    template<class Step>
-    void ReadPixelByPixel(InterleavedSpan & span, Step step) {
-        for (int i = 0; i < spanLength - 1; ++i, step())
+    // One copy for rows and columns: this is for where a span can't be had in one piece, and code size counts more.
+    [[gnu::noinline]] void ReadPixelByPixel(InterleavedSpan & span,
+                                            void (AccessorCore::*step)()) requires ReadableCursor<Cursor, Tuple> {
+        for (int i = 0; i < spanLength - 1; ++i, (this->*step)())
             Read(span.pixels[i]);
         Read(span.pixels[spanLength - 1]);
     }
@@ -325,7 +326,7 @@ public:
             WriteRun(span);
             x += spanLength - 1;
         } else
-            WritePixelByPixel(span, [this] { this->Increment(); });
+            WritePixelByPixel(span, &ModelAccessor::Increment);
     }
     void SpanWrite(PlanarSpan const & span) {
         if constexpr (requires { cursor.WriteSpan(0, 0, span); }) {
@@ -341,9 +342,7 @@ public:
     }
 
     /// Writes 32 pixels downward. The position ends on the last of them, 31 below.
-    void SpanWriteColumn(InterleavedSpan const & span) {
-        WritePixelByPixel(span, [this] { this->IncrementRow(); });
-    }
+    void SpanWriteColumn(InterleavedSpan const & span) { WritePixelByPixel(span, &ModelAccessor::IncrementRow); }
     void SpanWriteColumn(PlanarSpan const & span) {
         InterleavedSpan pixels;
         Interleave(span, pixels);
@@ -371,9 +370,8 @@ private:
                 cursor.Write(static_cast<int>(x) + i, static_cast<int>(y), span.pixels[i]);
     }
 
-    template<class Step>
-    void WritePixelByPixel(InterleavedSpan const & span, Step step) {
-        for (int i = 0; i < spanLength - 1; ++i, step())
+    [[gnu::noinline]] void WritePixelByPixel(InterleavedSpan const & span, void (Core::*step)()) {
+        for (int i = 0; i < spanLength - 1; ++i, (this->*step)())
             Write(span.pixels[i]);
         Write(span.pixels[spanLength - 1]);
     }

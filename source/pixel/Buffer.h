@@ -78,12 +78,8 @@ private:
 RASTER_FOR_EACH_TUPLE(RASTER_DECLARE_BUFFER)
 #undef RASTER_DECLARE_BUFFER
 
-#define RASTER_DECLARE_CONST_ACCESSOR(Extend, Transform, ...)                                                          \
-    extern template class RASTER_EXTERN_TEMPLATE ModelConstAccessor<Buffer<__VA_ARGS__>, Extend, Transform>;
 #define RASTER_DECLARE_ACCESSORS(format, ...)                                                                          \
-    RASTER_FOR_EACH_CONST_ACCESSOR(RASTER_DECLARE_CONST_ACCESSOR, __VA_ARGS__)                                         \
-    extern template class RASTER_EXTERN_TEMPLATE ModelAccessor<Buffer<__VA_ARGS__>>;
+    RASTER_ACCESSORS_OF_MODEL(extern template class RASTER_EXTERN_TEMPLATE, Buffer<__VA_ARGS__>)
 RASTER_FOR_EACH_FORMAT(RASTER_DECLARE_ACCESSORS)
 #undef RASTER_DECLARE_ACCESSORS
-#undef RASTER_DECLARE_CONST_ACCESSOR
 }

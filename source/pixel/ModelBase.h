@@ -90,4 +90,14 @@ protected:
     M(Zero, IdentityTransform, __VA_ARGS__)                                                                            \
     M(Zero, TranslateTransform, __VA_ARGS__)                                                                           \
     M(Zero, TranslateScaleTransform, __VA_ARGS__)
+
+// The named accessors of one model, and the cores under them: `extern template class RASTER_EXTERN_TEMPLATE` as the
+// prefix declares them, `template class RASTER_TEMPLATE_INSTANCE` makes them.
+#define RASTER_CONST_ACCESSOR(Extend, Transform, prefix, ...)                                                          \
+    prefix AccessorCore<typename __VA_ARGS__::Tuple, typename __VA_ARGS__::ConstCursor, Extend, Transform>;            \
+    prefix ModelConstAccessor<__VA_ARGS__, Extend, Transform>;
+#define RASTER_ACCESSORS_OF_MODEL(prefix, ...)                                                                         \
+    RASTER_FOR_EACH_CONST_ACCESSOR(RASTER_CONST_ACCESSOR, prefix, __VA_ARGS__)                                         \
+    prefix AccessorCore<typename __VA_ARGS__::Tuple, typename __VA_ARGS__::Cursor, Zero, IdentityTransform>;           \
+    prefix ModelAccessor<__VA_ARGS__>;
 }

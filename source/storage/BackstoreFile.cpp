@@ -86,6 +86,7 @@ bool BackstoreFile::Open(std::string const & directory) {
             failure = error.what();
         }
     }
+    isFailing.store(false, std::memory_order_relaxed); // what comes now is news
     if (!failure.empty())
         Kernel::Trace("No backstore: %1\n", failure.c_str());
     return failure.empty();

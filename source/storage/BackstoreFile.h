@@ -33,7 +33,8 @@ public:
     BackstoreFile & operator=(BackstoreFile const &) = delete;
 
     /// Uses this directory from now on. A file with slots in use stays until the last of them is given up.
-    /// @return false, and traced, if no file can be had there; then nothing can be written.
+    /// @return false, and traced, if no file can be had there. Unless the file before is still in use, nothing can be
+    ///         written then.
     bool Open(std::string const & directory);
 
     /// Writes the buffer to a slot, the one freed most recently if there is one, and notes it in the block.

@@ -19,8 +19,8 @@ public:
     Bitmap(int width, int height, MipmapMode mode, HardwareCachePolicy policy);
     ~Bitmap() override;
 
-    /// A bitmap of its own that shares all tiles until one of the two is written: levels, backing, profile and inflation
-    /// counts come along, and a pending bitmap gives a pending one. The caller owns it.
+    /// A bitmap of its own that shares all tiles until one of the two is written: levels, backing, profile and
+    /// inflation counts come along, and a pending bitmap gives a pending one. The caller owns it.
     Bitmap * Clone() const;
     /// The same size, mode and policy, and nothing else. The caller owns it.
     Bitmap * CloneEmpty() const;
@@ -31,7 +31,7 @@ public:
     Kernel::Counted<Bitmap const> GetMipmap(int level) const;
 
 private:
-    static BitmapType const type;
+    static BitmapType const & GetType();
     static BitmapCore * Create(int width, int height, MipmapMode mode, HardwareCachePolicy policy);
 };
 

@@ -2,7 +2,10 @@
 
 namespace Raster {
 template<class C1, class C2, class C3, class C4, class C5>
-BitmapType const Bitmap<C1, C2, C3, C4, C5>::type{layoutOf<Tuple>, &Bitmap::Create};
+BitmapType const & Bitmap<C1, C2, C3, C4, C5>::GetType() {
+    static constexpr BitmapType type{layoutOf<Tuple>, &Bitmap::Create};
+    return type;
+}
 
 template<class C1, class C2, class C3, class C4, class C5>
 BitmapCore * Bitmap<C1, C2, C3, C4, C5>::Create(int width, int height, MipmapMode mode, HardwareCachePolicy policy) {
@@ -11,7 +14,7 @@ BitmapCore * Bitmap<C1, C2, C3, C4, C5>::Create(int width, int height, MipmapMod
 
 template<class C1, class C2, class C3, class C4, class C5>
 Bitmap<C1, C2, C3, C4, C5>::Bitmap(int width, int height, MipmapMode mode, HardwareCachePolicy policy)
-    : BitmapCore(type, width, height, mode, policy) {}
+    : BitmapCore(GetType(), width, height, mode, policy) {}
 
 template<class C1, class C2, class C3, class C4, class C5>
 Bitmap<C1, C2, C3, C4, C5>::~Bitmap() = default;

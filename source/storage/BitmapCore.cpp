@@ -176,9 +176,10 @@ void BitmapCore::Deduplicate(BlockDeduplicationSupport & support, bool * abort) 
 void BitmapCore::LoadFor(char const * operation) const {
     if (!IsPendingDelayLoad())
         return;
-    Kernel::Trace("Bitmap<> is performing a blocking, non-abortable delay-load in response to an %1() call - you should "
-                  "try to avoid this.\r\n",
-                  operation);
+    Kernel::Trace(
+        "Bitmap<> is performing a blocking, non-abortable delay-load in response to an %1() call - you should "
+        "try to avoid this.\r\n",
+        operation);
     ForceDelayLoad(nullptr);
 }
 

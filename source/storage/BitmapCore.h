@@ -31,7 +31,8 @@ struct BitmapType {
 
 /// Fills a pending bitmap from its backing: decodes it and writes the pixels through pipeline sessions or
 /// `CopyPlanesFrom`. Runs under the bitmap's `delayLoadLock`. An abort that it notices leaves any pixels it likes.
-/// @return false if the backing can't be read, so that the bitmap has to stay pending. A backing that is there but can't
+/// @return false if the backing can't be read, so that the bitmap has to stay pending. A backing that is there but
+/// can't
 ///         be decoded is true, with no pixels written.
 using BitmapLoader = bool (*)(BitmapCore & bitmap, Kernel::DelayLoadHolder & backing, bool * abort);
 
@@ -44,7 +45,7 @@ RASTER_API BitmapLoader SetBitmapLoader(BitmapLoader loader) noexcept;
 /// (`MipmapTable`), and maybe a backing, the compressed file whose pixels these are. `Bitmap` gives it its types.
 ///
 /// Copies share tiles until one of them is written. A bitmap is Pending while its pixels are still in the backing only,
-/// Backed when it has one and its planes are filled, and Plain otherwise; see docs/tiles.md.
+/// Backed when it has one and its planes are filled, and Plain otherwise; see docs/bitmaps.md.
 ///
 /// Threads: reading runs side by side, implicit loads included, and so do writers of separate tiles. Whoever copies
 /// planes into a bitmap, inflates it or sets its backing does so alone. Locks: see docs/locks.md.
@@ -80,8 +81,8 @@ public:
     /// @param abort  null, or a flag to stop the decoder with
     void ForceDelayLoad(bool * abort) const;
     Kernel::JailCounted<Kernel::DelayLoadHolder> GetBackingData() const;
-    /// Says that the present pixels are those of `holder`, for every tile. Touches neither pixels nor `IsPendingDelayLoad`.
-    /// (A template so that profiles are known by name only here.)
+    /// Says that the present pixels are those of `holder`, for every tile. Touches neither pixels nor
+    /// `IsPendingDelayLoad`. (A template so that profiles are known by name only here.)
     template<class Profile = ICCProfile>
     void SetBackingData(Kernel::Counted<Kernel::DelayLoadHolder> holder,
                         Kernel::Consolidated<Profile> const & backingProfile) {
@@ -107,7 +108,8 @@ public:
     void Scrub(bool * abort);
     void Deduplicate(BlockDeduplicationSupport & support, bool * abort);
 
-    // Boxes, in pixels. On a pending bitmap each of these first loads it, which blocks, can't be aborted, and is traced.
+    // Boxes, in pixels. On a pending bitmap each of these first loads it, which blocks, can't be aborted, and is
+    // traced.
 
     /// In whole tiles, also beyond the edges. Static tiles count as allocated.
     Kernel::RectT<int> GetAllocatedBoundingBox() const;
@@ -124,8 +126,8 @@ public:
     /// levels are made anew, none of them valid.
     /// @param amounts  pixels to add on each side; negative ones count as 0
     /// @return the amounts, each rounded up to whole tiles; the zero rect, with nothing changed, if a side would get
-    ///         longer than 2^31 - 1, the planes would have more than `maximumTileCount` tiles, or a pending bitmap can't
-    ///         be loaded.
+    ///         longer than 2^31 - 1, the planes would have more than `maximumTileCount` tiles, or a pending bitmap
+    ///         can't be loaded.
     Kernel::RectT<int> InflateByPixels(Kernel::RectT<int> amounts, bool fillEmpty);
     /// Whole tiles that inflation has added since creation.
     int GetLeftInflationTiles() const { return leftInflationTiles; }
@@ -136,11 +138,11 @@ public:
     MipmapTable & GetMipmapTable() const { return mipmaps; }
     /// The next update rebuilds every level whole.
     void InvalidateMipmaps();
-    /// Records that the pixels in `changed` were written, which whoever writes through accessors does when done. An empty
-    /// rect changes nothing.
+    /// Records that the pixels in `changed` were written, which whoever writes through accessors does when done. An
+    /// empty rect changes nothing.
     void InvalidateMipmaps(Kernel::RectT<int> changed);
-    /// Brings the levels up to `level` + 1, or all of them if it is 0, up to date with the pixels. A pending bitmap stays
-    /// as it is.
+    /// Brings the levels up to `level` + 1, or all of them if it is 0, up to date with the pixels. A pending bitmap
+    /// stays as it is.
     void UpdateMipmaps(int level, bool * abort) const;
 
     /// What sessions outside a pipeline do first; a pipeline has seen to the load itself. Tells of the load by a trace.
@@ -149,7 +151,8 @@ public:
     void LoadForMutableSession() const;
 
 protected:
-    /// @throws std::length_error if the planes would have more than `maximumTileCount` tiles. Negative sizes count as 0.
+    /// @throws std::length_error if the planes would have more than `maximumTileCount` tiles. Negative sizes count as
+    /// 0.
     BitmapCore(BitmapType const & bitmapType, int width, int height, MipmapMode, HardwareCachePolicy);
 
     std::unique_ptr<BitmapCore> CloneCore() const;

@@ -191,6 +191,23 @@ bool Block::LoadThroughHolder() const {
     return true;
 }
 
+void Block::SetDelayLoad(Kernel::Counted<Kernel::DelayLoadHolder> holder) {
+    bool const isLoaded = holder && holder->IsLoaded();
+    bool const isPromise = holder && !isLoaded;
+    delayLoad.Exchange(std::move(holder));
+    if (isPromise) {
+        isCountedAsDelayed.store(true, std::memory_order_relaxed);
+        MemoryManager::Instance().AttachDelayed();
+    }
+    if (!isLoaded)
+        return;
+    {
+        Kernel::ScopedLock const guard(bufferLock);
+        LoadThroughHolder();
+    }
+    BackstoreFile::Instance().ReportFailure();
+}
+
 // Under `bufferLock`, without `data`: the change into the resident state.
 void Block::AdoptData(Kernel::Counted<Data> made) const {
     made->Own(this);

@@ -74,6 +74,10 @@ public:
     /// block held before is given back. An unallocated source gives an allocated block of zeros.
     void Copy(Block const & source);
 
+    /// Makes a block that was just made a promise: its bytes are those of the holder's item, which is loaded when
+    /// somebody wants them. An item that is loaded already becomes the block's own at once.
+    void SetDelayLoad(Kernel::Counted<Kernel::DelayLoadHolder> holder);
+
     /// Moves the buffer to disk.
     /// @return false, the buffer then being still in memory, if a session is open, nothing is in memory, or the disk
     ///         refuses it.

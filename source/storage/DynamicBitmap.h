@@ -48,7 +48,8 @@ public:
     void ForceDelayLoad(bool * abort) const;
     Kernel::JailCounted<Kernel::DelayLoadHolder> GetBackingData() const;
     template<class Profile = ICCProfile>
-    void SetBackingData(Kernel::Counted<Kernel::DelayLoadHolder> holder, Kernel::Consolidated<Profile> const & profile) {
+    void SetBackingData(Kernel::Counted<Kernel::DelayLoadHolder> holder,
+                        Kernel::Consolidated<Profile> const & profile) {
         if (auto * const core = GetCore())
             core->SetBackingData(std::move(holder), profile);
     }
@@ -79,8 +80,8 @@ public:
 };
 
 /// Writes the MD5 digest, 16 bytes, of a bitmap's size, format and tiles. A solid tile costs one byte, others are read
-/// whole, with what lies beyond the bitmap's edges. The same pixels may give two digests, since solid tiles are known as
-/// such only once they are scrubbed: scrub first where the digest is to stand for the content. A pending bitmap is loaded.
-/// Null or no format: the digest of an empty picture.
+/// whole, with what lies beyond the bitmap's edges. The same pixels may give two digests, since solid tiles are known
+/// as such only once they are scrubbed: scrub first where the digest is to stand for the content. A pending bitmap is
+/// loaded. Null or no format: the digest of an empty picture.
 RASTER_API void GetBitmapMD5Digest(unsigned char * digest, Kernel::Counted<DynamicBitmap const> bitmap);
 }

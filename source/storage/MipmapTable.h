@@ -14,17 +14,18 @@ class BitmapCore;
 
 /// One level of a bitmap, half as large as the one before. Level 0 is the bitmap itself and has no entry.
 struct MipmapEntry {
-    bool valid = false;                  ///< matches the image
-    Kernel::Counted<BitmapCore> bitmap;  ///< of the same tuple, with no levels of its own; not null while it is listed
-    Kernel::RectT<int> dirtyRect;        ///< what has changed since it was built, in pixels of level 0; empty is all
-    std::uint64_t changeCount = 0;       ///< how often a change was recorded
+    bool valid = false;                 ///< matches the image
+    Kernel::Counted<BitmapCore> bitmap; ///< of the same tuple, with no levels of its own; not null while it is listed
+    Kernel::RectT<int> dirtyRect;       ///< what has changed since it was built, in pixels of level 0; empty is all
+    std::uint64_t changeCount = 0;      ///< how often a change was recorded
 };
 
-/// The levels of one bitmap and what each has missed. Any thread may call anything: a small lock of its own, under which
-/// nothing is created or destroyed, guards the map.
+/// The levels of one bitmap and what each has missed. Any thread may call anything: a small lock of its own, under
+/// which nothing is created or destroyed, guards the map.
 class RASTER_API MipmapTable {
 public:
-    /// The sizes of the levels follow from that of the bitmap: levels stop once both sides are below 17, or one is below 2.
+    /// The sizes of the levels follow from that of the bitmap: levels stop once both sides are below 17, or one is
+    /// below 2.
     static bool HasLevelBelow(int width, int height) {
         return !(width < 17 && height < 17) && !(width < 2 || height < 2);
     }

@@ -2,8 +2,8 @@
 
 #include "kernel/Abort.h"
 #include "kernel/DelayLoadHolder.h"
-#include "storage/BlockDeduplicationSupport.h"
 #include "pixel/MemoryManager.h"
+#include "storage/BlockDeduplicationSupport.h"
 
 #include <algorithm>
 #include <cstdint>

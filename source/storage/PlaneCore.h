@@ -68,7 +68,8 @@ public:
     void InflateByPixels(Kernel::RectT<int> amounts, bool fillEmpty);
 
     /// The two halves of `InflateByPixels`, for those who must grow several planes or none. The first allocates a plane
-    /// of the new shape with its new tiles filled; the second moves the tiles of this plane into it and takes its place.
+    /// of the new shape with its new tiles filled; the second moves the tiles of this plane into it and takes its
+    /// place.
     PlaneCore PrepareInflation(TileGridInflation const & inflation, bool fillEmpty) const;
     void CommitInflation(TileGridInflation const & inflation, PlaneCore && grown) noexcept;
 

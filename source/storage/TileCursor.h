@@ -57,15 +57,17 @@ protected:
         return (static_cast<std::size_t>(y) % TileGrid::tileHeight) * TileGrid::rowBytes +
                (static_cast<std::size_t>(x) % tileWidth) * sizeof(Storage);
     }
-    static int EndOf(int begin, int length) { return begin + std::min(length, std::numeric_limits<int>::max() - begin); }
+    static int EndOf(int begin, int length) {
+        return begin + std::min(length, std::numeric_limits<int>::max() - begin);
+    }
 
     typename Pins::Bitmap * const bitmap; // not owned
     typename Pins::Buffers buffers{};     // of the tile that was sought last
     Pins pins;
 };
 
-/// Reads a bitmap. Holds a reference to every block that it met: whoever writes a tile meanwhile writes into a copy, and
-/// this reader keeps the picture that it first saw.
+/// Reads a bitmap. Holds a reference to every block that it met: whoever writes a tile meanwhile writes into a copy,
+/// and this reader keeps the picture that it first saw.
 template<class Tuple>
 class ConstTileCursor : public TileCursorCore<Tuple, ConstTileGuard> {
 public:
@@ -103,8 +105,8 @@ public:
         auto const offset = Core::OffsetOf(x, y);
         for (std::size_t i = 0; i < Core::channelCount; ++i)
             for (int pixel = 0; pixel < spanLength; ++pixel)
-                std::memcpy(buffers[i] + offset + std::size_t(pixel) * sizeof(Storage),
-                            &span.pixels[pixel].channels[i], sizeof(Storage));
+                std::memcpy(buffers[i] + offset + std::size_t(pixel) * sizeof(Storage), &span.pixels[pixel].channels[i],
+                            sizeof(Storage));
     }
 
 private:

@@ -35,7 +35,9 @@ struct TileGrid {
     constexpr std::uint64_t GetTileCount() const { return std::uint64_t(tilesAcross) * std::uint64_t(tilesDown); }
     /// The logical size, written or not.
     constexpr std::uint64_t GetVirtualBytes() const { return GetTileCount() * tileBytes; }
-    constexpr bool IsWithinLimit(int planes) const { return GetTileCount() * std::uint64_t(planes) <= maximumTileCount; }
+    constexpr bool IsWithinLimit(int planes) const {
+        return GetTileCount() * std::uint64_t(planes) <= maximumTileCount;
+    }
     constexpr std::size_t GetIndex(int column, int row) const {
         return std::size_t(row) * std::size_t(tilesAcross) + std::size_t(column);
     }
@@ -48,17 +50,18 @@ struct TileGrid {
     constexpr bool operator==(TileGrid const &) const = default;
 };
 
-/// What growing a grid outward does to it. Left and top grow in whole tiles, so that no pixel moves within its tile; right
-/// and bottom grow by what was asked for, first into the spare part of the last column and row.
+/// What growing a grid outward does to it. Left and top grow in whole tiles, so that no pixel moves within its tile;
+/// right and bottom grow by what was asked for, first into the spare part of the last column and row.
 struct TileGridInflation {
-    TileGrid grid;          ///< after growing; the present one if it doesn't fit
-    int tilesLeft = 0;      ///< new columns before the present ones
-    int tilesTop = 0;       ///< new rows above the present ones
+    TileGrid grid;                 ///< after growing; the present one if it doesn't fit
+    int tilesLeft = 0;             ///< new columns before the present ones
+    int tilesTop = 0;              ///< new rows above the present ones
     Kernel::RectT<int> wholeTiles; ///< the four amounts, each rounded up to whole tiles
-    bool fits = false;      ///< no side gets longer than 2^31 - 1 and all planes stay within the limit
+    bool fits = false;             ///< no side gets longer than 2^31 - 1 and all planes stay within the limit
 
     /// @param amounts  pixels to add on each side; negative ones count as 0
     /// @param planes   how many planes of this shape share the limit
-    static RASTER_API TileGridInflation Create(TileGrid const & present, Kernel::RectT<int> const & amounts, int planes);
+    static RASTER_API TileGridInflation Create(TileGrid const & present, Kernel::RectT<int> const & amounts,
+                                               int planes);
 };
 }

@@ -13,8 +13,8 @@
 namespace Raster {
 class BitmapCore;
 
-/// The tiles that one accessor has pinned: a small flat map from the place of a tile in the grid to the session that was
-/// opened on it in every plane. It only changes where a walk comes to a tile for the first time, and forgets all at
+/// The tiles that one accessor has pinned: a small flat map from the place of a tile in the grid to the session that
+/// was opened on it in every plane. It only changes where a walk comes to a tile for the first time, and forgets all at
 /// `Reset`.
 template<class Guard>
 class TilePins {
@@ -30,8 +30,8 @@ public:
     /// A pointer to the session belongs to the tile, and the tile to the bitmap: this goes first.
     ~TilePins() = default;
 
-    /// The buffers of the tile in each plane, pinned now if they were not. What opening a session throws passes through,
-    /// the tile then not being pinned in any plane.
+    /// The buffers of the tile in each plane, pinned now if they were not. What opening a session throws passes
+    /// through, the tile then not being pinned in any plane.
     Buffers const & Pin(Bitmap & bitmap, std::uint32_t tileIndex);
     /// Ends all sessions.
     void Reset() noexcept;

@@ -37,9 +37,7 @@ TEST(AppendFormat, WhatNamesNoArgumentStandsAsItIs) {
     EXPECT_EQ("", Format(""));
 }
 
-TEST(AppendFormat, ArgumentsAreNotReadAsFormats) {
-    EXPECT_EQ("%2 %%", Format("%1 %2", "%2", "%%"));
-}
+TEST(AppendFormat, ArgumentsAreNotReadAsFormats) { EXPECT_EQ("%2 %%", Format("%1 %2", "%2", "%%")); }
 
 TEST(AppendFormat, AppendsToWhatIsThere) {
     StringUtf8 utf8("n = ");

@@ -50,9 +50,7 @@ protected:
     ~ConsolidatedTest() override { EXPECT_EQ(0, tallies.alive); }
 };
 
-Consolidated<Word> MakeWord(int value) {
-    return Consolidated<Word>(MakeCounted<Word>(value));
-}
+Consolidated<Word> MakeWord(int value) { return Consolidated<Word>(MakeCounted<Word>(value)); }
 
 TEST_F(ConsolidatedTest, EqualValuesShareTheFirstObject) {
     auto const first = MakeWord(1);

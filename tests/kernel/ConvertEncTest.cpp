@@ -16,9 +16,7 @@ using Kernel::TEncUtf8;
 // U+FFFD in UTF-8.
 #define BAD "\xEF\xBF\xBD"
 
-std::string Repair(std::string_view text) {
-    return std::string(ConvertEnc<TEncUtf8, TEncUtf8>(text).GetView());
-}
+std::string Repair(std::string_view text) { return std::string(ConvertEnc<TEncUtf8, TEncUtf8>(text).GetView()); }
 
 // A plain encoder to compare with.
 std::string EncodeUtf8(char32_t c) {

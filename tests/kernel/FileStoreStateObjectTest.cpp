@@ -7,9 +7,7 @@
 
 using namespace Kernel;
 
-TEST(FileStoreStateObject, IsBornDirty) {
-    EXPECT_FALSE(FileStoreStateObject().CanShare());
-}
+TEST(FileStoreStateObject, IsBornDirty) { EXPECT_FALSE(FileStoreStateObject().CanShare()); }
 
 TEST(FileStoreStateObject, CanShareOnceStored) {
     FileStoreStateObject state;

@@ -48,9 +48,7 @@ TEST(CRC32, EqualsTheBitwiseOneForAllSmallSizes) {
     }
 }
 
-TEST(CRC32, GivesThePublishedCheckValue) {
-    EXPECT_EQ(CRC32::Instance().DataCRC32("123456789", 9), 0xcbf43926u);
-}
+TEST(CRC32, GivesThePublishedCheckValue) { EXPECT_EQ(CRC32::Instance().DataCRC32("123456789", 9), 0xcbf43926u); }
 
 TEST(CRC32, ContinuesWhereItStopped) {
     auto const & crc = CRC32::Instance();
@@ -64,9 +62,7 @@ TEST(MD5, GivesThePublishedDigests) {
     EXPECT_EQ(Digest({"message digest"}), "f96b697d7cb7938d525a2f31aaf161d0");
 }
 
-TEST(MD5, TakesItsBytesInPieces) {
-    EXPECT_EQ(Digest({"mess", "", "age dig", "est"}), Digest({"message digest"}));
-}
+TEST(MD5, TakesItsBytesInPieces) { EXPECT_EQ(Digest({"mess", "", "age dig", "est"}), Digest({"message digest"})); }
 
 TEST(MD5, StartsAfreshOnAUsedContext) {
     MD5_CTX context;

@@ -20,9 +20,7 @@ using Kernel::StringUtf16;
 using Kernel::StringUtf8;
 using namespace std::string_view_literals;
 
-void const * GetAddress(auto const & string) {
-    return string.GetCharacters();
-}
+void const * GetAddress(auto const & string) { return string.GetCharacters(); }
 
 TEST(String, AllEmptyStringsShareOneBlock) {
     auto const * const empty = GetAddress(StringUtf8());

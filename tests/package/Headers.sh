@@ -13,5 +13,5 @@ headers=$(find . -name '*.h' | sort)
 count=$(printf '%s\n' "$headers" | grep -c .) || { echo "no header is installed"; exit 1; }
 export flags="-std=c++20 -I. -x c++ -fsyntax-only -Wall -Wextra -Wpedantic -Wshadow -Werror"
 printf '%s\n' "$headers" | xargs -P "$(nproc)" -I{} sh -c '
-    printf "#include \"%s\"\n" "$1" | "$CXX" $flags - || { echo "does not compile alone: $1"; exit 255; }' sh {}
+    printf "#include \"%s\"\n" "$1" | "$CXX" $flags - || { echo "does not compile alone: $1"; exit 1; }' sh {}
 echo "$count headers compile alone"

@@ -149,8 +149,8 @@ TEST_F(BitmapTest, CopyPlanesSharesTilesOfEqualSizesAndLeavesOthersAlone) {
 
 TEST_F(BitmapTest, BoxesUniteThePlanesAndAlphaHasItsOwn) {
     auto const bitmap = Make<ChannelTuple<Alpha8, Red8, Green8, Blue8, X5>>(300, 300);
-    MutableTileGuard(bitmap->GetPlane(0).GetTile(0)).GetBuffer()[0] = 1;      // alpha at (0, 0)
-    MutableTileGuard(bitmap->GetPlane(2).GetTile(1, 1)).GetBuffer()[0] = 1;   // green at (256, 256)
+    MutableTileGuard(bitmap->GetPlane(0).GetTile(0)).GetBuffer()[0] = 1;    // alpha at (0, 0)
+    MutableTileGuard(bitmap->GetPlane(2).GetTile(1, 1)).GetBuffer()[0] = 1; // green at (256, 256)
     EXPECT_EQ((Rect{0, 0, 1, 1}), bitmap->GetAlphaBoundingBox());
     EXPECT_EQ((Rect{0, 0, 257, 257}), bitmap->GetNonZeroBoundingBox());
     EXPECT_EQ((Rect{0, 0, 512, 512}), bitmap->GetAllocatedBoundingBox());
@@ -204,9 +204,9 @@ TYPED_TEST(InflationTest, EveryPixelIsWhereItShouldBe) {
         for (auto & sample : full.channels)
             for (std::size_t i = 0; i < sizeof sample; i += sizeof one)
                 std::memcpy(reinterpret_cast<char *>(&sample) + i, &one, std::min(sizeof one, sizeof sample - i));
-    for (Rect const amounts : {Rect{1, 0, 0, 0}, Rect{0, 1, 0, 0}, Rect{0, 0, 1, 0}, Rect{0, 0, 0, 1},
-                               Rect{0, 0, tileWidth, 0}, Rect{0, 0, 0, 300}, Rect{tileWidth + 1, 3, 2 * tileWidth, 256},
-                               Rect{-1, -2, -3, -4}})
+    for (Rect const amounts :
+         {Rect{1, 0, 0, 0}, Rect{0, 1, 0, 0}, Rect{0, 0, 1, 0}, Rect{0, 0, 0, 1}, Rect{0, 0, tileWidth, 0},
+          Rect{0, 0, 0, 300}, Rect{tileWidth + 1, 3, 2 * tileWidth, 256}, Rect{-1, -2, -3, -4}})
         for (bool const fillEmpty : {true, false}) {
             auto const bitmap = this->template Make<Tuple>(width, height);
             Paint(*bitmap);
@@ -227,8 +227,9 @@ TYPED_TEST(InflationTest, EveryPixelIsWhereItShouldBe) {
                     auto const expected = painted.Contains(x, y) ? MakePixel<Tuple>(x - grown.left, y - grown.top)
                                           : fillEmpty || old.Contains(x, y) ? zero
                                                                             : full;
-                    auto const & actual = pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(bitmap->GetWidth()) +
-                                                 static_cast<std::size_t>(x)];
+                    auto const & actual =
+                        pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(bitmap->GetWidth()) +
+                               static_cast<std::size_t>(x)];
                     // By bytes: two samples of a full half are no number.
                     mismatches += std::memcmp(&expected, &actual, sizeof actual) != 0;
                 }
@@ -270,8 +271,7 @@ TEST_F(BitmapTest, MoreThanTheLimitOfTilesThrows) {
 TEST_F(BitmapTest, LevelsStopWhenBothSidesAreSmallOrOneIsOne) {
     auto const sizes = [](int width, int height) {
         std::vector<std::pair<int, int>> result;
-        for (auto const & [level, entry] :
-             Make(width, height, MipmapModeImmediate)->GetMipmapTable().GetLevels()) {
+        for (auto const & [level, entry] : Make(width, height, MipmapModeImmediate)->GetMipmapTable().GetLevels()) {
             EXPECT_EQ(static_cast<int>(result.size()) + 1, level);
             EXPECT_FALSE(entry.valid);
             EXPECT_EQ(MipmapModeNone, entry.bitmap->GetMipmapMode());
@@ -309,7 +309,7 @@ TEST_F(BitmapTest, ChangesUniteInEveryLevelThatWasValid) {
     bitmap->InvalidateMipmaps({10, 10, 20, 20});
     EXPECT_EQ(Rect(), table.GetEntry(1).dirtyRect); // never built: all of it is missing, and stays so
     table.Publish(1, table.GetEntry(1));
-    bitmap->InvalidateMipmaps({5, 5, 5, 9}); // empty
+    bitmap->InvalidateMipmaps({5, 5, 5, 9});         // empty
     bitmap->InvalidateMipmaps({200, 200, 300, 300}); // outside
     EXPECT_TRUE(table.GetEntry(1).valid);
     bitmap->InvalidateMipmaps({10, 10, 20, 20});

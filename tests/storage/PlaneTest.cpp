@@ -148,8 +148,11 @@ public:
     }
     Rect GetDataBox() const {
         return Unite([&](std::size_t i, Rect tile) {
+            if (contents[i] == Content::Full || contents[i] == Content::FullFloat)
+                return Inside(tile); // by what they are called, not by their bytes
             bool const isLast = i + 1 == contents.size();
-            return Inside(GetSampleRect(i, tile, isLast, isLast, [](std::uint8_t const * cell, int) { return *cell != 0; }, 1));
+            return Inside(GetSampleRect(
+                i, tile, isLast, isLast, [](std::uint8_t const * cell, int) { return *cell != 0; }, 1));
         });
     }
     Rect GetInverseBox() const {
@@ -160,15 +163,16 @@ public:
                 return Rect();
             bool const isRight = tile.right >= plane.GetWidth(), isBottom = tile.bottom >= plane.GetHeight();
             if (plane.GetKind() == ChannelKind::Integer)
-                return Inside(GetSampleRect(i, tile, isRight, isBottom,
-                                            [](std::uint8_t const * cell, int) { return *cell < 255; }, 1));
-            return Inside(GetSampleRect(i, tile, isRight, isBottom,
-                                        [](std::uint8_t const * cell, int) {
-                                            float value;
-                                            std::memcpy(&value, cell, sizeof value);
-                                            return value < 1.0f;
-                                        },
-                                        4));
+                return Inside(GetSampleRect(
+                    i, tile, isRight, isBottom, [](std::uint8_t const * cell, int) { return *cell < 255; }, 1));
+            return Inside(GetSampleRect(
+                i, tile, isRight, isBottom,
+                [](std::uint8_t const * cell, int) {
+                    float value;
+                    std::memcpy(&value, cell, sizeof value);
+                    return value < 1.0f;
+                },
+                4));
         });
     }
 
@@ -187,11 +191,19 @@ private:
             for (std::size_t i = 0; i < buffer.size(); i += sizeof one)
                 std::memcpy(&buffer[i], &one, sizeof one);
         switch (content) {
-        case Content::Unallocated: return;
-        case Content::Zero: tile = *Tile::GetZeroTile(); return;
-        case Content::Full: tile = *Tile::GetFullTile(); return;
-        case Content::FullFloat: tile = *Tile::GetFullFloatTile(); return;
-        default: break;
+        case Content::Unallocated:
+            return;
+        case Content::Zero:
+            tile = *Tile::GetZeroTile();
+            return;
+        case Content::Full:
+            tile = *Tile::GetFullTile();
+            return;
+        case Content::FullFloat:
+            tile = *Tile::GetFullFloatTile();
+            return;
+        default:
+            break;
         }
         for (auto n = random() % 4; n > 0; --n)
             buffer[random() % buffer.size()] = static_cast<std::uint8_t>(random());
@@ -199,8 +211,8 @@ private:
         std::memcpy(guard.GetBuffer(), buffer.data(), buffer.size());
     }
 
-    /// The samples of a tile that some cell of so many bytes with the property touches; where told, only cells that begin
-    /// inside the plane.
+    /// The samples of a tile that some cell of so many bytes with the property touches; where told, only cells that
+    /// begin inside the plane.
     template<class Property>
     Rect GetSampleRect(std::size_t index, Rect tile, bool clipsRight, bool clipsBottom, Property property,
                        int cellSize) const {
@@ -226,7 +238,8 @@ private:
         for (int row = 0; row < plane.GetTilesDown(); ++row)
             for (int column = 0; column < plane.GetTilesAcross(); ++column) {
                 auto const index = plane.GetGrid().GetIndex(column, row);
-                box = box.Unite(rectOfTile(index, Rect{column * width, row * 256, (column + 1) * width, row * 256 + 256}));
+                box = box.Unite(
+                    rectOfTile(index, Rect{column * width, row * 256, (column + 1) * width, row * 256 + 256}));
             }
         return box;
     }

@@ -11,9 +11,9 @@ public:
     void Save(Kernel::OutStream &, Kernel::FileStoreOut &) const override {}
     bool Load(Kernel::InStream &, Kernel::FileStore &) override { return true; }
     static Kernel::FileStoreItemType const & GetType() {
-        static Kernel::FileStoreItemType const type("Test", Kernel::ItemNesting::NotNestable,
-                                                    Kernel::ItemRecovery::NotRecoverable,
-                                                    [] { return Kernel::Counted<Kernel::FileStoreItem>(new TestItem); });
+        static Kernel::FileStoreItemType const type(
+            "Test", Kernel::ItemNesting::NotNestable, Kernel::ItemRecovery::NotRecoverable,
+            [] { return Kernel::Counted<Kernel::FileStoreItem>(new TestItem); });
         return type;
     }
     Kernel::FileStoreItemType const & GetObjectFileStoreItemType() const override { return GetType(); }

@@ -88,77 +88,100 @@ void PremultiplyPixels(float * const * groups, void const * const * source, int 
 constexpr std::size_t runLength = sampleBlockSize;
 
 struct Run {
-    HWY_ALIGN std::int32_t offsets[runLength]; ///< from the window's first pixel, in floats; -1 is outside
-    HWY_ALIGN float topLeft[runLength], topRight[runLength], bottomLeft[runLength], bottomRight[runLength];
+    HWY_ALIGN std::int32_t offsets[runLength]; ///< of the cell, from the window's first pixel, in floats
+    // Weights, 0 for a cell outside everything. Vectors of weights are read past those that they use.
+    static constexpr std::size_t weightCount = runLength + 16;
+    HWY_ALIGN float topLeft[weightCount], topRight[weightCount], bottomLeft[weightCount], bottomRight[weightCount];
     HWY_ALIGN float sums[2][runLength * 4];
 };
+
+HWY_INLINE bool IsInside(float x, float y) {
+    return (x <= SampleRules::farthest) & (x >= -SampleRules::farthest) & (y <= SampleRules::farthest) &
+           (y >= -SampleRules::farthest);
+}
 
 HWY_INLINE void FindCells(Run & run, SampleWindow const & window, float const * u, float const * v, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) { // compilers turn this into vector code
         float const x = u[i] - 0.5f, y = v[i] - 0.5f;
-        bool const inside = (x <= SampleRules::farthest) & (x >= -SampleRules::farthest) &
-                            (y <= SampleRules::farthest) & (y >= -SampleRules::farthest);
+        bool const inside = IsInside(x, y);
         float const safeX = inside ? x : 0.0f, safeY = inside ? y : 0.0f;
         auto const cellX = static_cast<std::int32_t>(safeX >= 0.0f ? safeX : safeX - 1.0f);
         auto const cellY = static_cast<std::int32_t>(safeY >= 0.0f ? safeY : safeY - 1.0f);
         float const fx = safeX - static_cast<float>(cellX), fy = safeY - static_cast<float>(cellY);
         std::int32_t const offset =
             (cellY - window.bounds.top) * static_cast<std::int32_t>(window.stride) + (cellX - window.bounds.left) * 4;
-        run.offsets[i] = inside ? offset : -1;
-        run.topLeft[i] = (1.0f - fy) * (1.0f - fx);
-        run.topRight[i] = (1.0f - fy) * fx;
-        run.bottomLeft[i] = fy * (1.0f - fx);
-        run.bottomRight[i] = fy * fx;
+        run.offsets[i] = inside ? offset : 0;
+        float const left = inside ? 1.0f - fx : 0.0f, right = inside ? fx : 0.0f;
+        run.topLeft[i] = (1.0f - fy) * left;
+        run.topRight[i] = (1.0f - fy) * right;
+        run.bottomLeft[i] = fy * left;
+        run.bottomRight[i] = fy * right;
     }
 }
 
 #if HWY_TARGET != HWY_SCALAR
-using Lanes4 = hn::FixedTag<float, 4>;
+// Four lanes are a pixel; as many pixels as fill a vector, up to four, are summed at once.
+using Pixels = hn::CappedTag<float, 16>;
+constexpr std::size_t pixelsAtOnce = hn::MaxLanes(Pixels()) / 4;
+
+// The pixels at so many offsets, one after the other.
+template<class D>
+HWY_INLINE hn::Vec<D> GatherPixels(D d, float const * pixels, std::int32_t const * offsets) {
+    if constexpr (hn::MaxLanes(d) == 4) {
+        return hn::LoadU(d, pixels + offsets[0]);
+    } else {
+        hn::Half<D> const half;
+        return hn::Combine(d, GatherPixels(half, pixels, offsets + hn::MaxLanes(half) / 4),
+                           GatherPixels(half, pixels, offsets));
+    }
+}
 
 // A sample without weight is left out if it could be infinite; a product with 0 of a finite one changes no sum.
 template<bool MayBeInfinite, class V>
-HWY_INLINE V Accumulate(V sum, float weight, float const * pixel) {
-    Lanes4 const d;
-    auto const w = hn::Set(d, weight);
-    auto const product = hn::Mul(w, hn::LoadU(d, pixel));
+HWY_INLINE V Accumulate(V sum, V weight, V pixels) {
+    hn::DFromV<V> const d;
+    auto const added = hn::Add(sum, hn::Mul(weight, pixels));
     if constexpr (MayBeInfinite)
-        return hn::IfThenElse(hn::Eq(w, hn::Zero(d)), sum, hn::Add(sum, product));
+        return hn::IfThenElse(hn::Eq(weight, hn::Zero(d)), sum, added);
     else
-        return hn::Add(sum, product);
+        return added;
+}
+
+template<bool MayBeInfinite, class D>
+HWY_INLINE void SumPixels(D d, Run & run, SampleWindow const & window, int group, std::size_t i) {
+    HWY_ALIGN static constexpr std::int32_t lanesOfPixels[16]{0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3};
+    auto const spread = hn::SetTableIndices(d, lanesOfPixels);
+    auto const weight = [&](float const * weights) { return hn::TableLookupLanes(hn::LoadU(d, weights + i), spread); };
+    float const * const top = window.groups[group];
+    float const * const bottom = top + window.stride;
+    std::int32_t const * const offsets = run.offsets + i;
+    auto sum = hn::Zero(d);
+    sum = Accumulate<MayBeInfinite>(sum, weight(run.topLeft), GatherPixels(d, top, offsets));
+    sum = Accumulate<MayBeInfinite>(sum, weight(run.topRight), GatherPixels(d, top + 4, offsets));
+    sum = Accumulate<MayBeInfinite>(sum, weight(run.bottomLeft), GatherPixels(d, bottom, offsets));
+    sum = Accumulate<MayBeInfinite>(sum, weight(run.bottomRight), GatherPixels(d, bottom + 4, offsets));
+    hn::StoreU(sum, d, run.sums[group] + i * 4);
 }
 
 template<bool MayBeInfinite>
 HWY_INLINE void SumCells(Run & run, SampleWindow const & window, int group, std::size_t count) {
-    Lanes4 const d;
-    float const * const pixels = window.groups[group];
-    for (std::size_t i = 0; i < count; ++i) {
-        auto sum = hn::Zero(d);
-        if (run.offsets[i] >= 0) {
-            float const * const top = pixels + run.offsets[i];
-            float const * const bottom = top + window.stride;
-            sum = Accumulate<MayBeInfinite>(sum, run.topLeft[i], top);
-            sum = Accumulate<MayBeInfinite>(sum, run.topRight[i], top + 4);
-            sum = Accumulate<MayBeInfinite>(sum, run.bottomLeft[i], bottom);
-            sum = Accumulate<MayBeInfinite>(sum, run.bottomRight[i], bottom + 4);
-        }
-        hn::StoreU(sum, d, run.sums[group] + i * 4);
-    }
+    std::size_t i = 0;
+    for (; i + pixelsAtOnce <= count; i += pixelsAtOnce)
+        SumPixels<MayBeInfinite>(Pixels(), run, window, group, i);
+    for (; i < count; ++i)
+        SumPixels<MayBeInfinite>(hn::FixedTag<float, 4>(), run, window, group, i);
 }
 #else
 template<bool MayBeInfinite>
 HWY_INLINE void SumCells(Run & run, SampleWindow const & window, int group, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i)
         for (std::size_t lane = 0; lane < 4; ++lane) {
-            float sum = 0.0f;
-            if (run.offsets[i] >= 0) {
-                float const * const top = window.groups[group] + run.offsets[i] + lane;
-                float const * const bottom = top + window.stride;
-                sum = SampleRules::Accumulate(sum, run.topLeft[i], top[0]);
-                sum = SampleRules::Accumulate(sum, run.topRight[i], top[4]);
-                sum = SampleRules::Accumulate(sum, run.bottomLeft[i], bottom[0]);
-                sum = SampleRules::Accumulate(sum, run.bottomRight[i], bottom[4]);
-            }
-            run.sums[group][i * 4 + lane] = sum;
+            float const * const top = window.groups[group] + run.offsets[i] + lane;
+            float const * const bottom = top + window.stride;
+            float sum = SampleRules::Accumulate(0.0f, run.topLeft[i], top[0]);
+            sum = SampleRules::Accumulate(sum, run.topRight[i], top[4]);
+            sum = SampleRules::Accumulate(sum, run.bottomLeft[i], bottom[0]);
+            run.sums[group][i * 4 + lane] = SampleRules::Accumulate(sum, run.bottomRight[i], bottom[4]);
         }
 }
 #endif
@@ -211,7 +234,7 @@ HWY_INLINE void StoreRun(void * const * dest, Run const & run, int colours, std:
 template<class Sample>
 void SamplePixels(void * const * dest, SampleWindow const & window, float const * u, float const * v, int colours,
                   std::size_t count) {
-    Run run{};
+    Run run; // every lane that is stored was written before
     for (std::size_t begin = 0; begin < count; begin += runLength) {
         std::size_t const length = std::min(runLength, count - begin);
         FindCells(run, window, u + begin, v + begin, length);
@@ -262,29 +285,63 @@ HWY_INLINE void StepChains(float (*positions)[sampleBlockSize], float * start, d
             positions[row][column] = steps[column][row];
 }
 
-void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns) {
-    for (int row = 0; row < rows; row += chainRows) { // rows past the last are stepped along with it
-        StepChains(positions.u + row, u + row, du, columns);
-        StepChains(positions.v + row, v + row, dv, columns);
+// Without rotation all rows run alike in u, and v stands still.
+HWY_INLINE bool AreEqual(float const * values, int count) {
+    return std::all_of(values, values + count, [first = values[0]](float value) { return value == first; });
+}
+
+HWY_INLINE void StepRows(float (*positions)[sampleBlockSize], float * start, double step, int rows, int columns) {
+    if (step == 0.0) {
+        for (int row = 0; row < rows; ++row)
+            std::fill_n(positions[row], columns, start[row]);
+    } else if (AreEqual(start, rows)) {
+        StepChains(positions, start, step, columns);
+        for (int row = chainRows; row < rows; ++row)
+            std::copy_n(positions[0], columns, positions[row]);
+        std::fill_n(start, sampleBlockSize, start[0]);
+    } else {
+        for (int row = 0; row < rows; row += chainRows) // rows past the last are stepped along with it
+            StepChains(positions + row, start + row, step, columns);
     }
 }
 
-SampleBounds FindSampleBounds(SamplePositions const & positions, Kernel::RectT<int> const & block) {
+void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns) {
+    StepRows(positions.u, u, du, rows, columns);
+    StepRows(positions.v, v, dv, rows, columns);
+}
+
+struct Extent {
     float left = 2 * SampleRules::farthest, top = left, right = -left, bottom = right;
-    for (int row = block.top; row < block.bottom; ++row)
-        for (int column = block.left; column < block.right; ++column) {
-            float const x = positions.u[row][column] - 0.5f, y = positions.v[row][column] - 0.5f;
-            bool const inside = (x <= SampleRules::farthest) & (x >= -SampleRules::farthest) &
-                                (y <= SampleRules::farthest) & (y >= -SampleRules::farthest);
-            left = inside && x < left ? x : left;
-            right = inside && x > right ? x : right;
-            top = inside && y < top ? y : top;
-            bottom = inside && y > bottom ? y : bottom;
+
+    HWY_INLINE void Add(float u, float v) {
+        float const x = u - 0.5f, y = v - 0.5f;
+        bool const inside = IsInside(x, y);
+        left = inside && x < left ? x : left;
+        right = inside && x > right ? x : right;
+        top = inside && y < top ? y : top;
+        bottom = inside && y > bottom ? y : bottom;
+    }
+};
+
+// Equal steps, rounded or not, never turn back: where both ends of a row are inside, they are its extremes.
+SampleBounds FindSampleBounds(SamplePositions const & positions, Kernel::RectT<int> const & block) {
+    Extent extent;
+    for (int row = block.top; row < block.bottom; ++row) {
+        float const * const u = positions.u[row];
+        float const * const v = positions.v[row];
+        int const last = block.right - 1;
+        if (IsInside(u[block.left] - 0.5f, v[block.left] - 0.5f) && IsInside(u[last] - 0.5f, v[last] - 0.5f)) {
+            extent.Add(u[block.left], v[block.left]);
+            extent.Add(u[last], v[last]);
+        } else {
+            for (int column = block.left; column <= last; ++column)
+                extent.Add(u[column], v[column]);
         }
-    if (left > right)
+    }
+    if (extent.left > extent.right)
         return {};
-    return {SampleRules::ToCell(left), SampleRules::ToCell(top), SampleRules::ToCell(right) + 2,
-            SampleRules::ToCell(bottom) + 2};
+    return {SampleRules::ToCell(extent.left), SampleRules::ToCell(extent.top), SampleRules::ToCell(extent.right) + 2,
+            SampleRules::ToCell(extent.bottom) + 2};
 }
 }
 HWY_AFTER_NAMESPACE();

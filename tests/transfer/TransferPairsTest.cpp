@@ -1,0 +1,71 @@
+#include "pixel/transfer/BitmapTransfer.h"
+#include "transfer/TransferPixels.h"
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace Raster {
+namespace {
+struct Case {
+    char const * name;
+    std::vector<double> matrix;
+    float opacity;
+    Slow::Rect clip;
+};
+
+#ifdef RASTER_SANITIZED
+constexpr int destWidth = 140, destHeight = 30, sourceWidth = 90, sourceHeight = 40;
+#else
+constexpr int destWidth = 300, destHeight = 270, sourceWidth = 270, sourceHeight = 280;
+#endif
+
+std::vector<Case> MakeCases() {
+    Slow::Rect const all{0, 0, destWidth, destHeight}, odd{7, 3, destWidth - 9, destHeight - 5};
+    double const c = std::cos(0.4) * 1.3, s = std::sin(0.4) * 1.3;
+    return {{"as it is", {}, 1.0f, all},
+            {"as it is at half opacity", {}, 0.5f, odd},
+            {"moved by whole pixels", {1, 0, -13, 0, 1, 21}, 1.0f, odd},
+            {"turned and scaled", {c, -s, 40.3, s, c, -30.7}, 1.0f, all},
+            {"turned and scaled at 0.7", {c, -s, 40.3, s, c, -30.7}, 0.7f, odd},
+            {"moved by half a pixel", {1, 0, 0.5, 0, 1, 0.25}, 1.0f, odd},
+            {"enlarged", {0.37, 0, 1.5, 0, 0.61, -3}, 1.0f, all}};
+}
+
+// All sources onto one destination format.
+template<class D>
+class TransferPairs : public StorageTest {
+protected:
+    template<class S>
+    static void Compare() {
+        auto const source = MakePicture<S>(sourceWidth, sourceHeight, 3);
+        auto const sourceBitmap = MakeBitmap<S>(source);
+        for (auto const & what : MakeCases()) {
+            auto expected = MakePicture<D>(destWidth, destHeight, 4);
+            auto const dest = MakeBitmap<D>(expected);
+            double const * const matrix = what.matrix.empty() ? nullptr : what.matrix.data();
+            Slow::Transfer<D, S>(expected, source, what.clip, 256 / D::sampleSize, what.opacity, matrix);
+            Kernel::RectT<int> const clip{what.clip.left, what.clip.top, what.clip.right, what.clip.bottom};
+            TransferParams params;
+            params.clip = &clip;
+            Transfer(*dest, *sourceBitmap, &params, &what.opacity, matrix);
+            ASSERT_EQ("", FindDifference<D>(expected, *dest))
+                << what.name << ", from format " << formatOf<S> << " to " << formatOf<D>;
+        }
+    }
+};
+
+#define RASTER_TUPLE(format, ...) , ChannelTuple<__VA_ARGS__>
+template<class None, class... Tuples>
+using TypesAfterFirst = ::testing::Types<Tuples...>;
+using EveryTuple = TypesAfterFirst<void RASTER_FOR_EACH_FORMAT(RASTER_TUPLE)>;
+#undef RASTER_TUPLE
+TYPED_TEST_SUITE(TransferPairs, EveryTuple);
+}
+
+TYPED_TEST(TransferPairs, EverySourceEqualsTheSlowModel) {
+#define RASTER_COMPARE(format, ...) this->template Compare<ChannelTuple<__VA_ARGS__>>();
+    RASTER_FOR_EACH_FORMAT(RASTER_COMPARE)
+#undef RASTER_COMPARE
+}
+}
