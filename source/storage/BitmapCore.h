@@ -68,8 +68,8 @@ public:
     PlaneCore const & GetPlane(int index) const { return planes[static_cast<std::size_t>(index)]; }
     TileGrid const & GetGrid() const { return planes.front().GetGrid(); }
 
-    /// A bitmap of the same tuple and size that shares all tiles, without levels and backing of its own: the picture as it
-    /// is now, whatever is written afterwards.
+    /// A bitmap of the same tuple and size that shares all tiles, without levels and backing of its own: the picture as
+    /// it is now, whatever is written afterwards.
     std::unique_ptr<BitmapCore> CloneTiles() const;
     /// Shares every tile, backing included, and gets clones of the source's levels if this bitmap has levels. Does
     /// nothing if the tuples or sizes differ, or with null.
@@ -141,6 +141,9 @@ public:
     /// Records that the pixels in `changed` were written, which whoever writes through accessors does when done. An
     /// empty rect changes nothing.
     void InvalidateMipmaps(Kernel::RectT<int> changed);
+    /// What every operation that wrote pixels does in the end: records the change, and with mipmap mode 1 brings the
+    /// levels up to date at once.
+    void RecordWrite(Kernel::RectT<int> changed, bool * abort);
     /// Brings the levels up to `level` + 1, or all of them if it is 0, up to date with the pixels. A pending bitmap
     /// stays as it is.
     void UpdateMipmaps(int level, bool * abort) const;
