@@ -262,7 +262,6 @@ Kernel::RectT<int> BitmapCore::InflateByPixels(Kernel::RectT<int> amounts, bool 
 void BitmapCore::InvalidateMipmaps() { mipmaps.InvalidateAll(); }
 
 void BitmapCore::InvalidateMipmaps(Kernel::RectT<int> changed) { mipmaps.RecordChange(changed.Intersect(GetBounds())); }
-}
 
 void BitmapCore::RecordWrite(Kernel::RectT<int> changed, bool * abort) {
     if (mipmapMode == MipmapModeNone)
@@ -270,4 +269,5 @@ void BitmapCore::RecordWrite(Kernel::RectT<int> changed, bool * abort) {
     InvalidateMipmaps(changed.Intersect(GetBounds()));
     if (mipmapMode == MipmapModeImmediate)
         UpdateMipmaps(0, abort);
+}
 }

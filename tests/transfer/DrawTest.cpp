@@ -84,8 +84,8 @@ public:
     };
 };
 
-Slow::Picture<RGBA8Tuple> DrawSlowly(Slow::Picture<RGBA8Tuple> dest, Slow::Picture<RGBA8Tuple> const & source, Rect clip,
-                                     float opacity, int dx, int dy) {
+Slow::Picture<RGBA8Tuple> DrawSlowly(Slow::Picture<RGBA8Tuple> dest, Slow::Picture<RGBA8Tuple> const & source,
+                                     Rect clip, float opacity, int dx, int dy) {
     double const matrix[6]{1, 0, -double(dx), 0, 1, -double(dy)};
     Slow::Transfer<RGBA8Tuple, RGBA8Tuple>(dest, source, {clip.left, clip.top, clip.right, clip.bottom}, 256, opacity,
                                            matrix);
