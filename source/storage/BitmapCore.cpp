@@ -264,4 +264,12 @@ Kernel::RectT<int> BitmapCore::InflateByPixels(Kernel::RectT<int> amounts, bool 
 void BitmapCore::InvalidateMipmaps() { mipmaps.InvalidateAll(); }
 
 void BitmapCore::InvalidateMipmaps(Kernel::RectT<int> changed) { mipmaps.RecordChange(changed.Intersect(GetBounds())); }
+
+void BitmapCore::RecordWrite(Kernel::RectT<int> changed, bool * abort) {
+    if (mipmapMode == MipmapModeNone)
+        return;
+    InvalidateMipmaps(changed.Intersect(GetBounds()));
+    if (mipmapMode == MipmapModeImmediate)
+        UpdateMipmaps(0, abort);
+}
 }

@@ -142,6 +142,9 @@ public:
     /// Records that the pixels in `changed` were written, which whoever writes through accessors does when done. An
     /// empty rect changes nothing.
     void InvalidateMipmaps(Kernel::RectT<int> changed);
+    /// What every operation that wrote pixels does in the end: records the change, and with mipmap mode 1 brings the
+    /// levels up to date at once.
+    void RecordWrite(Kernel::RectT<int> changed, bool * abort);
     /// Brings the levels up to `level` + 1, or all of them if it is 0, up to date with the pixels. A pending bitmap
     /// stays as it is.
     void UpdateMipmaps(int level, bool * abort) const;
