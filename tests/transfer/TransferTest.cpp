@@ -232,9 +232,9 @@ TEST_F(TransferTest, ALevelMayReceiveItsOwnPicture) {
     bitmap->UpdateMipmaps(0, nullptr);
     auto const level = bitmap->GetMipmap(1);
     ASSERT_TRUE(level);
+    auto expected = ReadPixel(*level, 60, 60);
     double const matrix[6]{1, 0, 0.5, 0, 1, 0.5};
     Transfer(*level, *bitmap, nullptr, &opaque, matrix);
-    RGBA8Pixel expected{10, 20, 30, 128};
     Slow::Blend<RGBA8Tuple>(expected, {10, 20, 30, 128}, opaque, true);
     EXPECT_EQ(expected, ReadPixel(*level, 60, 60));
 }
