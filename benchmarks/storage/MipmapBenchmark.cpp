@@ -1,5 +1,6 @@
 // Whole chains of levels, and what a small change costs, beside the time M that a memcpy of 64 MiB takes in the same
-// process, each the best of several. The levels exist and were written once before timing; a rebuild follows `InvalidateMipmaps`.
+// process, each the best of several. The levels exist and were written once before timing; a rebuild follows
+// `InvalidateMipmaps`.
 #include "kernel/Dispatch.h"
 #include "pixel/MemoryManager.h"
 #include "storage/Bitmap.h"

@@ -48,8 +48,8 @@ bool IsFull(Tile const & tile, SampleType type) {
     return false;
 }
 
-/// One tile of a level, or what of it is to be filtered. Four tiles of the source cover it, and each of its quarters lies
-/// in one of them: so whole quarters are filtered from pointer to pointer.
+/// One tile of a level, or what of it is to be filtered. Four tiles of the source cover it, and each of its quarters
+/// lies in one of them: so whole quarters are filtered from pointer to pointer.
 class LevelTile {
 public:
     LevelTile(BitmapCore & levelBitmap, BitmapCore const & sourceBitmap, TileTask const & tileTask)
@@ -160,8 +160,8 @@ void LevelTile::ReduceQuarter(int right, int lower) {
         return static_cast<std::size_t>(y) * TileGrid::rowBytes + static_cast<std::size_t>(x) * sampleSize;
     };
     std::size_t const sourceOffset = offset(inTile.left, inTile.top);
-    std::size_t const destOffset = offset((inTile.left + right * grid.tileWidth) / 2,
-                                          (inTile.top + lower * TileGrid::tileHeight) / 2);
+    std::size_t const destOffset =
+        offset((inTile.left + right * grid.tileWidth) / 2, (inTile.top + lower * TileGrid::tileHeight) / 2);
 
     ReductionArea area;
     area.sourceWidth = inTile.GetWidth();

@@ -1,8 +1,8 @@
-/// The filter between two levels of a picture, for one pixel: the mean of 2 by 2 pixels, of which each counts by its
-/// alpha, so that what is transparent doesn't bleed its colour. Sums run top left, top right, bottom left, bottom right.
+/// The filter between two levels of a picture, for one pixel: the mean of 2 by 2 pixels, each counted by its alpha, so
+/// that what is transparent doesn't bleed its colour. Sums run top left, top right, bottom left, bottom right.
 ///
-///     c = (a1 c1 + a2 c2 + a3 c3 + a4 c4) / 4          alpha itself, and all of a picture without alpha: (c1 + ...) / 4
-///     c = c / a                                        a being the new alpha; not if that is 0
+///     a = (a1 + a2 + a3 + a4) / 4                      likewise every channel of a picture without alpha
+///     c = (a1 c1 + a2 c2 + a3 c3 + a4 c4) / 4 / a      without the last division if a is 0
 ///
 /// Complex samples are two floats side by side, and each of the two is filtered as if the other were not there: the
 /// first of a colour counts by the first of its alpha. A half is computed as a float and rounded once, at the end.

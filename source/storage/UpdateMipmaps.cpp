@@ -44,8 +44,8 @@ void BitmapCore::UpdateMipmaps(int level, bool * abort) const {
     if (mipmaps.GetLevels().size() < CountLevels(GetWidth(), GetHeight())) // as after a document that had no levels
         mipmaps.AddMissing(MipmapTable::CreateLevels(*this, GetWidth(), GetHeight()));
 
-    // All entries as they are at one instant. A change that is recorded later may be missed by each of the levels, also by
-    // one that is built from a level that missed it, so none of them becomes valid then.
+    // All entries as they are at one instant. A change that is recorded later may be missed by each of the levels, also
+    // by one that is built from a level that missed it, so none of them becomes valid then.
     BitmapCore const * source = this;
     for (auto const & [built, entry] : mipmaps.GetLevels()) {
         // With a level asked for, the one after it is brought up to date too.

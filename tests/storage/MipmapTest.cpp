@@ -255,7 +255,7 @@ protected:
         return std::find(validity.begin(), validity.end(), true) == validity.end();
     }
 
-    /// Marks all levels up to date although they aren't, after filling them with one value: what an update writes shows.
+    /// Fills all levels with one value and marks them up to date all the same, so that what an update writes shows.
     static void FillLevels(BitmapCore & bitmap, int value) {
         auto & table = bitmap.GetMipmapTable();
         for (auto const & [level, entry] : table.GetLevels()) {

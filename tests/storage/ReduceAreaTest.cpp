@@ -174,7 +174,7 @@ TEST(ReduceArea, DividesEveryByteByEveryAlpha) {
     }
 }
 
-// Each product stands beside an opaque colour of 0 to 3, with one of which the quarter of their sum tells it from the next.
+// Each product stands beside opaque colours of 0 to 3: with one of them the quarter of the sum tells it from the next.
 TEST(ReduceArea, WeighsEveryByteByEveryAlpha) {
     Planes planes;
     auto * const colours = planes.Get<std::uint8_t>(0);

@@ -133,8 +133,7 @@ struct Words {
         HWY_INLINE V Divide(V colour) const {
             Signed const d;
             auto const dividend = hn::BitCast(d, hn::Sub(hn::ShiftLeft<16>(colour), colour));
-            auto const estimate =
-                hn::ConvertTo(d, hn::Mul(hn::ConvertTo(Real(), hn::BitCast(d, colour)), reciprocal));
+            auto const estimate = hn::ConvertTo(d, hn::Mul(hn::ConvertTo(Real(), hn::BitCast(d, colour)), reciprocal));
             auto const remainder = hn::Sub(dividend, hn::Mul(estimate, alpha));
             auto const isTooLarge = hn::VecFromMask(d, hn::Lt(remainder, hn::Zero(d))); // -1 if so
             auto const isEnough = hn::VecFromMask(d, hn::Lt(remainder, alpha));
