@@ -31,10 +31,15 @@ inline void Describe(cmsHPROFILE profile, std::string const & name) {
     cmsMLUfree(text);
 }
 
-/// Rec. 709 primaries with an exponent for each channel.
-inline cmsHPROFILE CreateRGB(std::string const & name, double red, double green, double blue) {
+enum class Primaries { Rec709, Wide };
+
+/// An exponent for each channel. Wide primaries reach far beyond any display.
+inline cmsHPROFILE CreateRGB(std::string const & name, double red, double green, double blue,
+                             Primaries kind = Primaries::Rec709) {
     cmsCIExyY const white{0.3127, 0.3290, 1};
-    cmsCIExyYTRIPLE const primaries{{0.64, 0.33, 1}, {0.30, 0.60, 1}, {0.15, 0.06, 1}};
+    cmsCIExyYTRIPLE const rec709{{0.64, 0.33, 1}, {0.30, 0.60, 1}, {0.15, 0.06, 1}};
+    cmsCIExyYTRIPLE const wide{{0.73, 0.265, 1}, {0.12, 0.83, 1}, {0.12, 0.02, 1}};
+    cmsCIExyYTRIPLE const & primaries = kind == Primaries::Wide ? wide : rec709;
     cmsToneCurve * curves[] = {cmsBuildGamma(nullptr, red), cmsBuildGamma(nullptr, green),
                                cmsBuildGamma(nullptr, blue)};
     cmsHPROFILE const result = cmsCreateRGBProfile(&white, &primaries, curves);
@@ -76,7 +81,7 @@ inline cmsHTRANSFORM CreateLabTransform(bool toLab) {
 }
 
 // Inks that print a little weaker than they should, so that the press has a gamut of its own.
-constexpr double inkStrength = 0.88;
+constexpr double inkStrength = 0.75;
 
 inline cmsInt32Number InksToLab(cmsUInt16Number const in[], cmsUInt16Number out[], void * transform) {
     cmsUInt16Number rgb[3];
