@@ -20,6 +20,11 @@ namespace Raster {
 namespace {
 using Reduction = void (*)(ReductionArea const &);
 constexpr std::size_t tileBytes = 65536;
+#ifdef RASTER_SANITIZED
+constexpr int areaRounds = 12, wordRounds = 4;
+#else
+constexpr int areaRounds = 120, wordRounds = 60;
+#endif
 
 /// Five planes on each side, as large as tiles, the destinations filled with a guard byte.
 struct Planes {
@@ -134,7 +139,7 @@ void TestRandomAreas(Reduction reduce, Reduction twin) {
     std::mt19937 random(11);
     Planes planes;
     int const across = 256 / static_cast<int>(sizeof(Sample));
-    for (int i = 0; i < 120; ++i) {
+    for (int i = 0; i < areaRounds; ++i) {
         int const planeCount = 1 + static_cast<int>(random() % 5);
         int const alphaPlane = static_cast<int>(random() % static_cast<unsigned>(planeCount + 1)) - 1;
         int const width = i < 8 ? across : 1 + static_cast<int>(random() % static_cast<unsigned>(across));
@@ -197,12 +202,7 @@ TEST(ReduceArea, WeighsEveryByteByEveryAlpha) {
 TEST(ReduceArea, DividesWordsByAnyAlpha) {
     Planes planes;
     std::mt19937 random(4);
-#ifdef RASTER_SANITIZED
-    constexpr int rounds = 4;
-#else
-    constexpr int rounds = 60;
-#endif
-    for (int round = 0; round < rounds; ++round) {
+    for (int round = 0; round < wordRounds; ++round) {
         for (std::size_t y = 0; y < 256; y += 2)
             for (std::size_t x = 0; x < 128; x += 2) {
                 auto alpha = static_cast<std::uint16_t>(random());
