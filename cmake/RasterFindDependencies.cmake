@@ -9,6 +9,7 @@ if(PkgConfig_FOUND)
     pkg_check_modules(RASTER_DEFLATE ${raster_find} IMPORTED_TARGET libdeflate)
     pkg_check_modules(RASTER_HWY ${raster_find} IMPORTED_TARGET libhwy)
     pkg_check_modules(RASTER_IMATH ${raster_find} IMPORTED_TARGET Imath) # its CMake package names files that it lacks
+    pkg_check_modules(RASTER_LCMS ${raster_find} IMPORTED_TARGET lcms2)
     pkg_check_modules(RASTER_XXHASH ${raster_find} IMPORTED_TARGET libxxhash)
 endif()
 
@@ -17,9 +18,10 @@ set(RASTER_DEPENDENCIES
     PkgConfig::RASTER_DEFLATE
     PkgConfig::RASTER_HWY
     PkgConfig::RASTER_IMATH
+    PkgConfig::RASTER_LCMS
     PkgConfig::RASTER_XXHASH
     TBB::tbb
     Threads::Threads)
 # The same for pkg-config, as plain flags: a list of required .pc files would ask those who link the shared library for
 # development packages that they don't need.
-set(RASTER_DEPENDENCIES_AS_FLAGS "-lcrypto -ldeflate -lhwy -lImath -lxxhash -ltbb -pthread")
+set(RASTER_DEPENDENCIES_AS_FLAGS "-lcrypto -ldeflate -lhwy -lImath -llcms2 -lxxhash -ltbb -pthread")
