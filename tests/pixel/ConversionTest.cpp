@@ -39,6 +39,7 @@ constexpr int wordStep = 1, randomPixels = 20000, colourStep = 1;
 }
 
 TEST(Conversion, OpaqueRedShowsInEachViewAsTheRulesTell) {
+    SetLabConversions({}); // Lab without colour management
     PixelOf<RGBA8Tuple> const red{{255, 0, 0, 128}};
     EXPECT_EQ((PixelOf<RGBA16Tuple>{{65535, 0, 0, 32896}}), (Convert<RGBA16Tuple, RGBA8Tuple>(red)));
     EXPECT_EQ((PixelOf<RGBAUFTuple>{{1.0f, 0, 0, 128 * 0.003921569f}}), (Convert<RGBAUFTuple, RGBA8Tuple>(red)));
