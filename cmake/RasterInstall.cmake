@@ -4,11 +4,30 @@ include(CMakePackageConfigHelpers)
 install(TARGETS Raster EXPORT RasterTargets)
 install(TARGETS RasterStatic RasterDependencies EXPORT RasterStaticTargets)
 
-# Public is every header but vector code, which stands in a kernels/ folder or is named *-inl.h.
+# Public is every header but vector code, which stands in a kernels/ folder or is named *-inl.h, and those that only our
+# own sources include.
+set(privateHeaders
+    kernel/DispatchArena.h
+    pixel/transfer/BlendRules.h
+    pixel/transfer/Coverage.h
+    pixel/transfer/SampleRules.h
+    pixel/transfer/TileTransfer.h
+    storage/BackstoreFile.h
+    storage/BitmapAccessorInstances.h
+    storage/PrivateFile.h
+    storage/ReduceLevel.h
+    storage/ReductionRules.h
+    storage/StaticTiles.h
+    storage/TileLocks.h)
+set(exclusions "")
+foreach(header IN LISTS privateHeaders)
+    list(APPEND exclusions PATTERN "source/${header}" EXCLUDE)
+endforeach()
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/source/" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/raster"
     FILES_MATCHING PATTERN "*.h"
     PATTERN "*-inl.h" EXCLUDE
-    PATTERN "kernels" EXCLUDE)
+    PATTERN "kernels" EXCLUDE
+    ${exclusions})
 
 set(packageFolder "${CMAKE_INSTALL_LIBDIR}/cmake/Raster")
 install(EXPORT RasterTargets NAMESPACE Raster:: DESTINATION "${packageFolder}")

@@ -1,5 +1,6 @@
-// Work on more tiles than memory may hold, against a replay of the same slot writes and reads with plain calls, and what
-// the limit lets the process take meanwhile. RASTER_BENCHMARK_LIMIT is the limit in mebibytes, 16 unless it is given.
+// Work on more tiles than memory may hold, against a replay of the same slot writes and reads with plain calls, and
+// what the limit lets the process take meanwhile. RASTER_BENCHMARK_LIMIT is the limit in mebibytes, 16 unless it is
+// given.
 
 #include "storage/BackstoreFile.h"
 #include "storage/Block.h"
@@ -121,8 +122,8 @@ double Replay(std::string const & path) {
     return seconds;
 }
 
-// Ratio: the run on four times the limit, as a multiple of the time that it may take, which is replay / 0.7 plus the time
-// of the same work without a limit. Below 1 is within.
+// Ratio: the run on four times the limit, as a multiple of the time that it may take, which is replay / 0.7 plus the
+// time of the same work without a limit. Below 1 is within.
 void WorkOnFourTimesTheLimit(benchmark::State & state) {
     auto const limit = GetLimitMebibytes();
     auto const count = static_cast<std::size_t>(limit * 16 * 4);
@@ -132,7 +133,7 @@ void WorkOnFourTimesTheLimit(benchmark::State & state) {
         return;
     }
     Block::InitStaticBlock();
-    Block::InitBackstore(folder);
+    Block::InitBackstore(folder.c_str());
     auto & ledger = MemoryManager::Instance();
     accesses.reserve(8 * count);
     for (auto _ : state) {

@@ -1,5 +1,5 @@
-// The scans for bounding boxes, against reading the same bytes. `memchr` for a byte that isn't there is the read: it has to
-// look at every byte, and is as fast as the C library's authors could make it.
+// The scans for bounding boxes, against reading the same bytes. `memchr` for a byte that isn't there is the read: it
+// has to look at every byte, and is as fast as the C library's authors could make it.
 
 #include "storage/kernels/ScanRect.h"
 

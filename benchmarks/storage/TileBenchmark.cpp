@@ -1,5 +1,5 @@
-// What sessions, copies and tidying up of tiles cost. RASTER_BENCHMARK_TILES sets how many tiles are tidied: 1000 unless
-// it is given, so that the run in ctest stays small; 10000 for figures.
+// What sessions, copies and tidying up of tiles cost. RASTER_BENCHMARK_TILES sets how many tiles are tidied: 1000
+// unless it is given, so that the run in ctest stays small; 10000 for figures.
 
 #include "kernel/CRC32.h"
 #include "kernel/Countable.h"

@@ -21,12 +21,8 @@ using Point = Kernel::PointT<double>;
 // Balanced splits of 2^n points are n deep. Splits where the smaller part is a quarter are at most 2.5 n deep.
 constexpr std::size_t DepthPerBit = 4;
 
-double GetDot(Point const & one, Point const & other) {
-    return one.x * other.x + one.y * other.y;
-}
-double GetCross(Point const & one, Point const & other) {
-    return one.x * other.y - one.y * other.x;
-}
+double GetDot(Point const & one, Point const & other) { return one.x * other.x + one.y * other.y; }
+double GetCross(Point const & one, Point const & other) { return one.x * other.y - one.y * other.x; }
 
 // The stretch of line between two points. Distances are to its nearest point, its ends included, for a run that turns
 // back is also left beyond them. With the direction normalised first, no coordinate below 1e307 overflows.

@@ -8,9 +8,32 @@
 
 namespace Raster {
 enum class ChannelRole : std::uint8_t {
-    Red, Green, Blue, Cyan, Magenta, Yellow, Black, Hue, Saturation, Luminosity, Value, Chroma, Intensity, Alpha,
-    Lightness, AOpponent, BOpponent, Index, IndexX, IndexY, ChannelOne, ChannelTwo, ChannelThree, ChannelFour,
-    ChannelFive, Empty
+    Red,
+    Green,
+    Blue,
+    Cyan,
+    Magenta,
+    Yellow,
+    Black,
+    Hue,
+    Saturation,
+    Luminosity,
+    Value,
+    Chroma,
+    Intensity,
+    Alpha,
+    Lightness,
+    AOpponent,
+    BOpponent,
+    Index,
+    IndexX,
+    IndexY,
+    ChannelOne,
+    ChannelTwo,
+    ChannelThree,
+    ChannelFour,
+    ChannelFive,
+    Empty
 };
 
 /// How a sample lies in memory.
@@ -54,7 +77,7 @@ struct ChannelBase {
     static constexpr SampleType sampleType = Type;
     static constexpr ChannelKind kind =
         Type == SampleType::Integer8 || Type == SampleType::Integer16 ? ChannelKind::Integer : ChannelKind::Float;
-    static constexpr int sampleSize = sizeof(Storage); ///< bytes
+    static constexpr int sampleSize = sizeof(Storage);            ///< bytes
     static constexpr float maximum = SampleTraits<Type>::maximum; ///< nominal; unbounded channels may exceed it
     static constexpr bool isPresent = Role != ChannelRole::Empty;
 };
@@ -113,8 +136,8 @@ struct X3 : ChannelBase<ChannelRole::Empty, SampleType::Integer8> {};
 struct X4 : ChannelBase<ChannelRole::Empty, SampleType::Integer8> {};
 struct X5 : ChannelBase<ChannelRole::Empty, SampleType::Integer8> {};
 
-/// Applies M(role, suffix) to each of the 127 channel types, whose name is role##suffix: the 122 real ones, and the five
-/// placeholders as (X, 1) to (X, 5).
+/// Applies M(role, suffix) to each of the 127 channel types, whose name is role##suffix: the 122 real ones, and the
+/// five placeholders as (X, 1) to (X, 5).
 #define RASTER_FOR_EACH_CHANNEL(M) RASTER_FOR_EACH_ROLE_AND_SUFFIX(M) M(X, 1) M(X, 2) M(X, 3) M(X, 4) M(X, 5)
 
 template<class T>

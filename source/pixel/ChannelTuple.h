@@ -69,7 +69,8 @@ using RGBAFTuple = ChannelTuple<RedF, GreenF, BlueF, AlphaF>;
     M(RGBAUF, RedUF, GreenUF, BlueUF, AlphaF, X5)                                                                      \
     M(AF, AlphaF, X2, X3, X4, X5)
 
-/// Applies M(C1, C2, C3, C4, C5) to each of the 73 tuples. The two-channel generic tuples spell their fourth position X5.
+/// Applies M(C1, C2, C3, C4, C5) to each of the 73 tuples. The two-channel generic tuples spell their fourth position
+/// X5.
 #define RASTER_FOR_EACH_TUPLE(M)                                                                                       \
     M(Red8, Green8, Blue8, Alpha8, X5)                                                                                 \
     M(Red8, Green8, Blue8, X4, X5)                                                                                     \
@@ -162,8 +163,8 @@ struct TupleOfFormat;
 RASTER_FOR_EACH_FORMAT(RASTER_DEFINE_FORMAT)
 #undef RASTER_DEFINE_FORMAT
 
-/// The one switch behind every format-erased operation: calls `function(Tuple())` with the tuple of `format` and returns
-/// what it returns. `NoFormat` and values above 10 have no arm: they give a value-initialised result.
+/// The one switch behind every format-erased operation: calls `function(Tuple())` with the tuple of `format` and
+/// returns what it returns. `NoFormat` and values above 10 have no arm: they give a value-initialised result.
 template<class Function>
 constexpr auto VisitFormat(Format format, Function && function) -> decltype(function(RGBA8Tuple())) {
     switch (format) {
@@ -179,12 +180,12 @@ constexpr auto VisitFormat(Format format, Function && function) -> decltype(func
 
 /// What untyped code needs to know of a tuple.
 struct TupleLayout {
-    int channelCount;       ///< real channels, and so planes
-    int sampleSize;         ///< bytes of one sample: 1, 2, 4 or 8
+    int channelCount; ///< real channels, and so planes
+    int sampleSize;   ///< bytes of one sample: 1, 2, 4 or 8
     SampleType sampleType;
     ChannelKind kind;
-    int alphaIndex;         ///< position of alpha counted from 1; 0 if there is none
-    Format format;          ///< `NoFormat` if the tuple has none
+    int alphaIndex; ///< position of alpha counted from 1; 0 if there is none
+    Format format;  ///< `NoFormat` if the tuple has none
     constexpr std::size_t GetPixelSize() const { return std::size_t(channelCount) * std::size_t(sampleSize); }
     constexpr bool operator==(TupleLayout const &) const = default;
 };

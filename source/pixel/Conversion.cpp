@@ -224,7 +224,5 @@ ConvertRows GetConvertRows(PixelView dest, PixelView source) {
     return destIndex < viewCount && sourceIndex < viewCount ? table[destIndex][sourceIndex] : nullptr;
 }
 
-ConvertRows GetConvertRows(Format dest, Format source) {
-    return GetConvertRows(GetView(dest), GetView(source));
-}
+ConvertRows GetConvertRows(Format dest, Format source) { return GetConvertRows(GetView(dest), GetView(source)); }
 }

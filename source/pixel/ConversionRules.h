@@ -12,27 +12,15 @@ inline constexpr float maximumOf16 = 65535.0f;
 inline constexpr float redWeight = 0.299f, greenWeight = 0.587f, blueWeight = 0.114f;
 
 /// `value` limited to 0 to `maximum`; NaN becomes 0.
-inline float Saturate(float value, float maximum) {
-    return value > 0 ? (value < maximum ? value : maximum) : 0.0f;
-}
-inline float ClampUnit(float value) {
-    return Saturate(value, 1.0f);
-}
+inline float Saturate(float value, float maximum) { return value > 0 ? (value < maximum ? value : maximum) : 0.0f; }
+inline float ClampUnit(float value) { return Saturate(value, 1.0f); }
 
-inline float NumberOrZero(float value) {
-    return value == value ? value : 0.0f;
-}
+inline float NumberOrZero(float value) { return value == value ? value : 0.0f; }
 
 /// A sample with its nominal range mapped to 0 to 1. Floats stay as they are.
-inline float ToUnit(std::uint8_t value) {
-    return static_cast<float>(value) * unitOf8;
-}
-inline float ToUnit(std::uint16_t value) {
-    return static_cast<float>(value) * unitOf16;
-}
-inline float ToUnit(float value) {
-    return value;
-}
+inline float ToUnit(std::uint8_t value) { return static_cast<float>(value) * unitOf8; }
+inline float ToUnit(std::uint16_t value) { return static_cast<float>(value) * unitOf16; }
+inline float ToUnit(float value) { return value; }
 
 /// The way back: to nearest, saturated. A product by 255 that is formed in double and rounded to float equals the float
 /// product (24 and 8 bits fit into 53), so all of it stays in float.

@@ -23,9 +23,7 @@ constinit std::atomic<decltype(LabConversions::toLab)> toLabInPlace = ToBlackLab
 constinit std::atomic<decltype(LabConversions::fromLab)> fromLabInPlace = FromLabToBlack;
 }
 
-LabConversions GetPlainLabConversions() {
-    return {ToBlackLab, FromLabToBlack};
-}
+LabConversions GetPlainLabConversions() { return {ToBlackLab, FromLabToBlack}; }
 
 void SetLabConversions(LabConversions const & conversions) {
     toLabInPlace.store(conversions.toLab ? conversions.toLab : ToBlackLab, std::memory_order_release);

@@ -98,13 +98,9 @@ bool MemoryManager::Evict(Evictable const * block) {
     return block->TryEvict() == Eviction::Done;
 }
 
-void MemoryManager::AttachPlanar(std::uint64_t bytes) {
-    planar.Add(bytes);
-}
+void MemoryManager::AttachPlanar(std::uint64_t bytes) { planar.Add(bytes); }
 
-void MemoryManager::DetachPlanar(std::uint64_t bytes) {
-    planar.Subtract(bytes);
-}
+void MemoryManager::DetachPlanar(std::uint64_t bytes) { planar.Subtract(bytes); }
 
 void MemoryManager::AttachInterleaved(std::uint64_t bytes) {
     interleaved.Add(bytes);
@@ -115,57 +111,31 @@ void MemoryManager::AttachInterleaved(std::uint64_t bytes) {
     EvictWhile([&](std::uint64_t usage) { return usage >= limit; }, nullptr);
 }
 
-void MemoryManager::DetachInterleaved(std::uint64_t bytes) {
-    interleaved.Subtract(bytes);
-}
+void MemoryManager::DetachInterleaved(std::uint64_t bytes) { interleaved.Subtract(bytes); }
 
-void MemoryManager::AttachVirtual(std::uint64_t bytes) {
-    virtualGrids.Add(bytes);
-}
+void MemoryManager::AttachVirtual(std::uint64_t bytes) { virtualGrids.Add(bytes); }
 
-void MemoryManager::DetachVirtual(std::uint64_t bytes) {
-    virtualGrids.Subtract(bytes);
-}
+void MemoryManager::DetachVirtual(std::uint64_t bytes) { virtualGrids.Subtract(bytes); }
 
-void MemoryManager::AttachCompressed(std::uint64_t bytes) {
-    compressed.Add(bytes);
-}
+void MemoryManager::AttachCompressed(std::uint64_t bytes) { compressed.Add(bytes); }
 
-void MemoryManager::DetachCompressed(std::uint64_t bytes) {
-    compressed.Subtract(bytes);
-}
+void MemoryManager::DetachCompressed(std::uint64_t bytes) { compressed.Subtract(bytes); }
 
-void MemoryManager::AttachDelayed() {
-    delayed.Add(BlockBytes);
-}
+void MemoryManager::AttachDelayed() { delayed.Add(BlockBytes); }
 
-void MemoryManager::DetachDelayed() {
-    delayed.Subtract(BlockBytes);
-}
+void MemoryManager::DetachDelayed() { delayed.Subtract(BlockBytes); }
 
-void MemoryManager::AttachHardware(std::uint64_t bytes) {
-    hardware.Add(bytes);
-}
+void MemoryManager::AttachHardware(std::uint64_t bytes) { hardware.Add(bytes); }
 
-void MemoryManager::DetachHardware(std::uint64_t bytes) {
-    hardware.Subtract(bytes);
-}
+void MemoryManager::DetachHardware(std::uint64_t bytes) { hardware.Subtract(bytes); }
 
-void MemoryManager::AttachFrontEndHardware(std::uint64_t bytes) {
-    frontEndHardware.Add(bytes);
-}
+void MemoryManager::AttachFrontEndHardware(std::uint64_t bytes) { frontEndHardware.Add(bytes); }
 
-void MemoryManager::DetachFrontEndHardware(std::uint64_t bytes) {
-    frontEndHardware.Subtract(bytes);
-}
+void MemoryManager::DetachFrontEndHardware(std::uint64_t bytes) { frontEndHardware.Subtract(bytes); }
 
-void MemoryManager::TileDisposed() {
-    backstore.Add(BlockBytes);
-}
+void MemoryManager::TileDisposed() { backstore.Add(BlockBytes); }
 
-void MemoryManager::TileRecovered() {
-    backstore.Subtract(BlockBytes);
-}
+void MemoryManager::TileRecovered() { backstore.Subtract(BlockBytes); }
 
 void MemoryManager::SetDRAMLimit(std::uint64_t mebibytes) {
     auto const limit = BytesOfMebibytes(mebibytes);

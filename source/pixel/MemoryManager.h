@@ -67,7 +67,7 @@ public:
     /// @return whether it did.
     bool Evict(Evictable const * block);
 
-    void AttachPlanar(std::uint64_t bytes);   ///< Evicts nothing.
+    void AttachPlanar(std::uint64_t bytes); ///< Evicts nothing.
     void DetachPlanar(std::uint64_t bytes);
     /// Adds, then evicts until planar and interleaved bytes together are below the limit, as far as that is possible.
     void AttachInterleaved(std::uint64_t bytes);

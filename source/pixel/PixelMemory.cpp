@@ -14,9 +14,7 @@ constexpr std::uint64_t largestAllocation = std::uint64_t(1) << 47;
 std::atomic<std::uint64_t> countdown{0};
 }
 
-void Deleter::operator()(unsigned char * bytes) const noexcept {
-    Free(bytes);
-}
+void Deleter::operator()(unsigned char * bytes) const noexcept { Free(bytes); }
 
 std::uint64_t Multiply(std::uint64_t first, std::uint64_t second) {
     std::uint64_t product = 0;
@@ -43,13 +41,9 @@ unsigned char * Allocate(std::uint64_t bytes, Content content) {
     return static_cast<unsigned char *>(memory);
 }
 
-void Free(unsigned char * bytes) noexcept {
-    std::free(bytes);
-}
+void Free(unsigned char * bytes) noexcept { std::free(bytes); }
 
-void FailAllocation(std::uint64_t n) noexcept {
-    countdown.store(n, std::memory_order_relaxed);
-}
+void FailAllocation(std::uint64_t n) noexcept { countdown.store(n, std::memory_order_relaxed); }
 
 void CheckFault() {
     auto left = countdown.load(std::memory_order_relaxed);

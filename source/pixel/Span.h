@@ -5,18 +5,10 @@
 #include "pixel/Pixel.h"
 
 namespace Raster {
-constexpr float SampleToFloat(std::uint8_t sample) {
-    return sample;
-}
-constexpr float SampleToFloat(std::uint16_t sample) {
-    return sample;
-}
-constexpr float SampleToFloat(float sample) {
-    return sample;
-}
-inline float SampleToFloat(Half sample) {
-    return ToFloat(sample);
-}
+constexpr float SampleToFloat(std::uint8_t sample) { return sample; }
+constexpr float SampleToFloat(std::uint16_t sample) { return sample; }
+constexpr float SampleToFloat(float sample) { return sample; }
+inline float SampleToFloat(Half sample) { return ToFloat(sample); }
 
 template<class C1, class C2, class C3, class C4, class C5>
 constexpr void Deinterleave(InterleavedPixelSpan<C1, C2, C3, C4, C5> const & from,

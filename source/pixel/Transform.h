@@ -51,7 +51,5 @@ using IdentityScaleTransform = ChainedTransform<IdentityTransform, ScaleTransfor
 using TranslateScaleTransform = ChainedTransform<TranslateTransform, ScaleTransform>;
 
 /// The centre of a position. Exact: positions have far fewer than 52 bits.
-constexpr double CentreOf(std::int64_t position) {
-    return static_cast<double>(position) + 0.5;
-}
+constexpr double CentreOf(std::int64_t position) { return static_cast<double>(position) + 0.5; }
 }

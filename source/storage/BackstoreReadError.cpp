@@ -11,7 +11,8 @@ std::string Describe(int error) {
 }
 }
 
-BackstoreReadError::BackstoreReadError(int errorNumber) : std::runtime_error(Describe(errorNumber)), error(errorNumber) {}
+BackstoreReadError::BackstoreReadError(int errorNumber)
+    : std::runtime_error(Describe(errorNumber)), error(errorNumber) {}
 
 BackstoreReadError::BackstoreReadError(BackstoreReadError const &) noexcept = default;
 

@@ -105,7 +105,7 @@ void BitmapCore::ForceDelayLoad(bool * abort) const {
     if (!IsPendingDelayLoad())
         return;
     Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
-    if (!IsPendingDelayLoad() || isLoading) // loaded meanwhile, or asked for by the loader itself
+    if (!IsPendingDelayLoad() || IsLoadedByThisThread())
         return;
     if (!CallLoader(abort) || Kernel::IsAborted(abort))
         return;
@@ -114,12 +114,14 @@ void BitmapCore::ForceDelayLoad(bool * abort) const {
     pendingDelayLoad.store(false, std::memory_order_release);
 }
 
+bool BitmapCore::IsLoadedByThisThread() const { return loadingThread.load() == std::this_thread::get_id(); }
+
 bool BitmapCore::CallLoader(bool * abort) const {
     struct Mark {
-        bool & flag;
-        ~Mark() { flag = false; }
-    } const mark{isLoading};
-    isLoading = true;
+        std::atomic<std::thread::id> & thread;
+        ~Mark() { thread = std::thread::id(); }
+    } const mark{loadingThread};
+    loadingThread = std::this_thread::get_id();
     auto const loader = bitmapLoader.load();
     // Everything that a loader may change is mutable.
     if (loader && backing && loader(const_cast<BitmapCore &>(*this), *backing, abort))
@@ -197,7 +199,7 @@ void BitmapCore::LoadForMutableSession() const {
     Kernel::Trace("Bitmap<> is performing a blocking, non-abortable delay-load in response to a non-pipeline "
                   "PixelAccessor session - you should try to avoid this.\r\n");
     ForceDelayLoad(nullptr);
-    if (IsPendingDelayLoad() && !isLoading)
+    if (IsPendingDelayLoad() && !IsLoadedByThisThread())
         throw std::runtime_error("a bitmap whose pixels can't be loaded can't be written");
 }
 
@@ -262,4 +264,12 @@ Kernel::RectT<int> BitmapCore::InflateByPixels(Kernel::RectT<int> amounts, bool 
 void BitmapCore::InvalidateMipmaps() { mipmaps.InvalidateAll(); }
 
 void BitmapCore::InvalidateMipmaps(Kernel::RectT<int> changed) { mipmaps.RecordChange(changed.Intersect(GetBounds())); }
+
+void BitmapCore::RecordWrite(Kernel::RectT<int> changed, bool * abort) {
+    if (mipmapMode == MipmapModeNone)
+        return;
+    InvalidateMipmaps(changed.Intersect(GetBounds()));
+    if (mipmapMode == MipmapModeImmediate)
+        UpdateMipmaps(0, abort);
+}
 }

@@ -15,6 +15,7 @@
 
 #include <atomic>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace Raster {
@@ -68,8 +69,8 @@ public:
     PlaneCore const & GetPlane(int index) const { return planes[static_cast<std::size_t>(index)]; }
     TileGrid const & GetGrid() const { return planes.front().GetGrid(); }
 
-    /// A bitmap of the same tuple and size that shares all tiles, without levels and backing of its own: the picture as it
-    /// is now, whatever is written afterwards.
+    /// A bitmap of the same tuple and size that shares all tiles, without levels and backing of its own: the picture as
+    /// it is now, whatever is written afterwards.
     std::unique_ptr<BitmapCore> CloneTiles() const;
     /// Shares every tile, backing included, and gets clones of the source's levels if this bitmap has levels. Does
     /// nothing if the tuples or sizes differ, or with null.
@@ -141,6 +142,9 @@ public:
     /// Records that the pixels in `changed` were written, which whoever writes through accessors does when done. An
     /// empty rect changes nothing.
     void InvalidateMipmaps(Kernel::RectT<int> changed);
+    /// What every operation that wrote pixels does in the end: records the change, and with mipmap mode 1 brings the
+    /// levels up to date at once.
+    void RecordWrite(Kernel::RectT<int> changed, bool * abort);
     /// Brings the levels up to `level` + 1, or all of them if it is 0, up to date with the pixels. A pending bitmap
     /// stays as it is.
     void UpdateMipmaps(int level, bool * abort) const;
@@ -167,6 +171,8 @@ private:
     void SetBackingAndProfile(Kernel::Counted<Kernel::DelayLoadHolder>, Kernel::Counted<Kernel::Countable const>);
     void LoadFor(char const * operation) const;
     bool CallLoader(bool * abort) const;
+    /// Whether it is the loader that asks: what it writes is the load.
+    bool IsLoadedByThisThread() const;
     template<class Box>
     Kernel::RectT<int> UniteOverPlanes(Box && boxOfPlane) const;
     template<class Operation>
@@ -180,12 +186,13 @@ private:
     mutable std::vector<PlaneCore> planes; // at least one
     mutable MipmapTable mipmaps;
     mutable std::atomic<bool> pendingDelayLoad{false}; // cleared with release order once the planes are filled
-    mutable bool isLoading = false;                    // under delayLoadLock
+    // The thread that is in the loader now; written under delayLoadLock.
+    mutable std::atomic<std::thread::id> loadingThread{};
     Kernel::Counted<Kernel::DelayLoadHolder> backing;
     Kernel::Counted<Kernel::Countable const> profile;
 
     // Held while the planes are filled from the backing, and while another bitmap copies this one's tiles, so that no
-    // copy sees half a load. Guards isLoading. Outermost, with mipmapLock; never both of one bitmap.
+    // copy sees half a load. Outermost, with mipmapLock; never both of one bitmap.
     mutable Kernel::CriticalSection delayLoadLock{Kernel::LockRank::Bitmap};
     // Held while levels are built, and while another bitmap clones them. Outermost.
     mutable Kernel::CriticalSection mipmapLock{Kernel::LockRank::Bitmap};

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <thread>
 
 namespace Raster {
@@ -404,5 +405,9 @@ void Block::InitStaticBlock() { GetStaticBlock(true, false); }
 
 void Block::DestroyStaticBlock() { GetStaticBlock(false, true); }
 
-void Block::InitBackstore(std::string const & directory) { BackstoreFile::Instance().Open(directory); }
+void Block::InitBackstore(Kernel::StringT<Kernel::TEncUtf8> const & directory) {
+    BackstoreFile::Instance().Open(std::string(directory.GetView()));
 }
+}
+
+template class RASTER_TEMPLATE_INSTANCE Kernel::COW<Raster::Block>;

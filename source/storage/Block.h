@@ -1,10 +1,12 @@
 #pragma once
 
+#include "kernel/COW.h"
 #include "kernel/Countable.h"
 #include "kernel/Counted.h"
 #include "kernel/CriticalSectionSpin.h"
 #include "kernel/Export.h"
 #include "kernel/Rect.h"
+#include "kernel/String.h"
 #include "pixel/MemoryManager.h"
 #include "storage/AtomicCounted.h"
 #include "storage/BackstoreSlot.h"
@@ -12,7 +14,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <string>
 
 namespace Kernel {
 class DelayLoadHolder;
@@ -103,9 +104,9 @@ public:
     static void InitStaticBlock();
     static void DestroyStaticBlock();
 
-    /// Names the directory (UTF-8) for what doesn't fit into memory. Must run before the first eviction: until then
+    /// Names the directory for what doesn't fit into memory. Must run before the first eviction: until then
     /// every eviction is a failed write.
-    static void InitBackstore(std::string const & directory);
+    static void InitBackstore(Kernel::StringT<Kernel::TEncUtf8> const & directory);
 
 private:
     friend class BackstoreFile;
@@ -155,3 +156,16 @@ private:
     std::atomic<bool> mutable isCountedAsDelayed{false}; // set when loaded as a promise, cleared once
 };
 }
+
+/// Blocks hold locks and a place in the ledger: a copy is made by `Copy`, which brings the bytes back if need be.
+template<>
+struct Kernel::COWTraits<Raster::Block> {
+    static Counted<Raster::Block> Create() { return MakeCounted<Raster::Block>(); }
+    static Counted<Raster::Block> Copy(Raster::Block const & source) {
+        auto copy = Create();
+        copy->Copy(source);
+        return copy;
+    }
+};
+
+extern template class RASTER_EXTERN_TEMPLATE Kernel::COW<Raster::Block>;

@@ -1,6 +1,8 @@
 #include "storage/Data.h"
 
-#include <stdexcept>
+#include "kernel/InStream.h"
+#include "kernel/OutStream.h"
+#include "storage/BlockPin.h"
 
 namespace Raster {
 Data::Data(SlabAllocator::Content content) : buffer(SlabAllocator::Instance().Allocate(content)) {}
@@ -16,12 +18,18 @@ bool Data::Own(Block const * block) noexcept {
     return owner.compare_exchange_strong(present, block, std::memory_order_acq_rel) || present == block;
 }
 
-// Only a file store calls these two, and none can be opened yet.
-void Data::Save(Kernel::OutStream &, Kernel::FileStoreOut &) const {
-    throw std::logic_error("tiles can't be stored in documents yet");
+// The store may write the item long after the save of its block, which may be on disk by then.
+void Data::Save(Kernel::OutStream & stream, Kernel::FileStoreOut &) const {
+    auto const block = GetOwner();
+    if (!block)
+        return stream.WriteAll(GetBuffer(), ByteCount);
+    ConstBlockPin const pin(*block);
+    stream.WriteAll(GetBuffer(), ByteCount);
 }
 
-bool Data::Load(Kernel::InStream &, Kernel::FileStore &) { return false; }
+bool Data::Load(Kernel::InStream & stream, Kernel::FileStore &) {
+    return stream.GetSize() == ByteCount && stream.ReadAll(GetBuffer(), ByteCount);
+}
 
 Kernel::FileStoreItemType const & Data::GetItemType() {
     static Kernel::FileStoreItemType const type("DatI", Kernel::ItemNesting::NotNestable,

@@ -23,6 +23,11 @@ void MipmapTable::Replace(Levels && levels) {
     entries.swap(levels); // what was there goes with the caller's map, when the lock is free again
 }
 
+void MipmapTable::AddMissing(Levels && levels) {
+    Kernel::ScopedLock guard(lock);
+    entries.merge(levels); // moves nodes; what it leaves goes with the caller's map
+}
+
 MipmapTable::Levels MipmapTable::GetLevels() const {
     Kernel::ScopedLock guard(lock);
     return entries;

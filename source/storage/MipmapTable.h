@@ -42,6 +42,8 @@ public:
     static Levels CreateLevels(BitmapCore const & bitmap, int width, int height);
 
     void Replace(Levels && levels);
+    /// Takes in the entries whose level has none yet.
+    void AddMissing(Levels && levels);
     /// A copy of the entries as they are now.
     Levels GetLevels() const;
     /// The entry of a level; one without a bitmap if there is none.

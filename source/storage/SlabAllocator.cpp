@@ -1,6 +1,7 @@
 #include "storage/SlabAllocator.h"
 
 #include "kernel/ScopedLock.h"
+#include "pixel/PixelMemory.h"
 
 #include <cerrno>
 #include <cstring>
@@ -28,7 +29,8 @@ unsigned char * MapSlab(std::size_t count) {
     if (mapped == MAP_FAILED)
         return nullptr;
     auto const begin = reinterpret_cast<std::uintptr_t>(mapped);
-    auto const aligned = (begin + SlabAllocator::BufferBytes - 1) / SlabAllocator::BufferBytes * SlabAllocator::BufferBytes;
+    auto const aligned =
+        (begin + SlabAllocator::BufferBytes - 1) / SlabAllocator::BufferBytes * SlabAllocator::BufferBytes;
     auto const slab = static_cast<unsigned char *>(mapped) + (aligned - begin);
     madvise(slab, bytes, MADV_NOHUGEPAGE); // advice: a kernel without huge pages refuses it, rightly
     return slab;
@@ -88,6 +90,7 @@ unsigned int * SlabAllocator::CarveOrMap() {
 }
 
 unsigned int * SlabAllocator::Allocate(Content content) {
+    PixelMemory::CheckFault();
     Kernel::ScopedLock guard(lock);
     auto buffer = PopWarm();
     bool const isZero = !buffer;

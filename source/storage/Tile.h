@@ -18,9 +18,9 @@ using Kernel::RectT;
 class Block;
 class BlockDeduplicationSupport;
 
-/// A handle to 65536 bytes of one channel: 256 rows of 256 bytes. Handles share their block until one of them is
-/// written, so a copy costs two increments of counts, and empty space costs the handle alone: the `Block` of a tile
-/// that was never written comes into being when somebody asks for it.
+/// A copy-on-write handle to 65536 bytes of one channel: 256 rows of 256 bytes. Handles share their block until one of
+/// them is written, so a copy costs two increments of counts, and empty space costs the handle alone: the `Block` of a
+/// tile that was never written comes into being when somebody asks for it.
 ///
 /// Threads: any number may read one tile at once, also while another one scrubs, deduplicates or copies it. A writer
 /// needs the tile alone, as far as the bytes go; who holds a session on it keeps the bytes that it began with.
@@ -34,7 +34,7 @@ public:
     /// Pixels across, for samples of 1, 2, 4 or 8 bytes.
     static constexpr int GetWidth(int bytesPerSample) { return Stride / bytesPerSample; }
 
-    Tile() noexcept; ///< Unallocated, without backing. Allocates nothing.
+    Tile() noexcept;                   ///< Unallocated, without backing. Allocates nothing.
     Tile(Tile const & other) noexcept; ///< Shares block and backing.
     Tile & operator=(Tile const & other) noexcept;
     ~Tile();
@@ -68,7 +68,7 @@ public:
 
     /// 65536 bytes, for the duration of a const session. Zeros for an unallocated tile.
     unsigned int const * GetConstBuffer() const;
-    Block const * GetConstInner() const;    ///< The block as it is; made now if there is none yet.
+    Block const * GetConstInner() const;     ///< The block as it is; made now if there is none yet.
     Kernel::Counted<Block> GetDirectInner(); ///< The same, with a reference.
 
     // The bounding box of the bytes that aren't 0, of those below 255, and of the floats below 1.0 (NaN isn't below),
@@ -112,7 +112,6 @@ public:
 private:
     friend class ConstTileGuard;
     friend class MutableTileGuard;
-    struct Static;
 
     Kernel::Counted<Block> Share() const noexcept;
     Block * GetOrCreateInner() const;
@@ -122,6 +121,7 @@ private:
     RectT<int> GetRect(RectT<int> (Block::*get)() const) const;
     RectT<int> GetClippedRect(RectT<int> (Block::*get)(int, int) const, int width, int height) const;
 
+    // What `Kernel::COW<Block>` is, but that others may look at it while it is replaced.
     // Null is an unallocated tile whose block nobody has asked for. Following the pointer, and replacing it or the
     // backing, are done under the striped lock of the tile's address; a block is let go of after that lock.
     mutable AtomicCounted<Block> inner;

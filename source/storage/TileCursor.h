@@ -40,6 +40,8 @@ public:
     void ReadSpan(int x, int y, PlanarPixelSpanOf<Tuple> & span) const {
         auto const offset = OffsetOf(x, y);
         for (std::size_t i = 0; i < channelCount; ++i)
+            PrefetchBelow(buffers[i], offset, sizeof span.runs[i]);
+        for (std::size_t i = 0; i < channelCount; ++i)
             std::memcpy(span.runs[i], buffers[i] + offset, sizeof span.runs[i]);
     }
     void ReadSpan(int x, int y, InterleavedPixelSpanOf<Tuple> & span) const {
@@ -56,6 +58,13 @@ protected:
     static std::size_t OffsetOf(int x, int y) {
         return (static_cast<std::size_t>(y) % TileGrid::tileHeight) * TileGrid::rowBytes +
                (static_cast<std::size_t>(x) % tileWidth) * sizeof(Storage);
+    }
+    /// Asks for the same place in the row below. A walk along the rows of a wide picture comes to it only after many
+    /// other tiles, in an order that hardware doesn't foresee: without this it takes twice as long.
+    static void PrefetchBelow(std::byte const * buffer, std::size_t offset, std::size_t length) {
+        for (std::size_t i = 0; i < length; i += 64)
+            __builtin_prefetch(buffer + (offset + TileGrid::rowBytes + i) % Tile::ByteCount, /*write=*/0,
+                               /*locality=*/2);
     }
     static int EndOf(int begin, int length) {
         return begin + std::min(length, std::numeric_limits<int>::max() - begin);

@@ -294,19 +294,9 @@ void WalkAll() {
 }
 }
 
-TEST(AccessorWalk, PlainModelEqualsArray) {
-    WalkAll<RGBA8Tuple::Apply<ClearBuffer>>();
-}
-TEST(AccessorWalk, PlainModelOfFloatsEqualsArray) {
-    WalkAll<RGBAUFTuple::Apply<ClearBuffer>>();
-}
-TEST(AccessorWalk, PlainModelOfFiveChannelsEqualsArray) {
-    WalkAll<CMYKA8Tuple::Apply<ClearBuffer>>();
-}
-TEST(AccessorWalk, TiledModelEqualsArray) {
-    WalkAll<RGBA8Tuple::Apply<TiledTestModel>>();
-}
-TEST(AccessorWalk, TiledModelOfOneDeepChannelEqualsArray) {
-    WalkAll<A16Tuple::Apply<TiledTestModel>>();
-}
+TEST(AccessorWalk, PlainModelEqualsArray) { WalkAll<RGBA8Tuple::Apply<ClearBuffer>>(); }
+TEST(AccessorWalk, PlainModelOfFloatsEqualsArray) { WalkAll<RGBAUFTuple::Apply<ClearBuffer>>(); }
+TEST(AccessorWalk, PlainModelOfFiveChannelsEqualsArray) { WalkAll<CMYKA8Tuple::Apply<ClearBuffer>>(); }
+TEST(AccessorWalk, TiledModelEqualsArray) { WalkAll<RGBA8Tuple::Apply<TiledTestModel>>(); }
+TEST(AccessorWalk, TiledModelOfOneDeepChannelEqualsArray) { WalkAll<A16Tuple::Apply<TiledTestModel>>(); }
 }

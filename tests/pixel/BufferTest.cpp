@@ -23,9 +23,7 @@ namespace {
 using RGBA8Buffer = RGBA8Tuple::Apply<Buffer>;
 constexpr int highest = std::numeric_limits<int>::max(), lowest = std::numeric_limits<int>::min();
 
-std::uint64_t GetUsage() {
-    return MemoryManager::Instance().GetInterleavedUsage();
-}
+std::uint64_t GetUsage() { return MemoryManager::Instance().GetInterleavedUsage(); }
 
 template<class T>
 void FillBytes(T & buffer, std::uint64_t bytes) {

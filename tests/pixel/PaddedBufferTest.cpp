@@ -16,9 +16,7 @@ namespace {
 using BGRBuffer = PaddedBuffer<Blue8, Green8, Red8, X4, X5>;
 constexpr int highest = std::numeric_limits<int>::max(), lowest = std::numeric_limits<int>::min();
 
-std::uint64_t GetUsage() {
-    return MemoryManager::Instance().GetInterleavedUsage();
-}
+std::uint64_t GetUsage() { return MemoryManager::Instance().GetInterleavedUsage(); }
 }
 
 TEST(PaddedBuffer, PadsRowsToTheAlignment) {

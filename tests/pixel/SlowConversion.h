@@ -87,12 +87,8 @@ inline std::size_t GetChannelCount(PixelView view) {
     }
 }
 
-inline bool IsGrey(PixelView view) {
-    return view == PixelView::IA8 || view == PixelView::IA16;
-}
-inline bool IsAlphaOnly(PixelView view) {
-    return GetChannelCount(view) == 1;
-}
+inline bool IsGrey(PixelView view) { return view == PixelView::IA8 || view == PixelView::IA16; }
+inline bool IsAlphaOnly(PixelView view) { return GetChannelCount(view) == 1; }
 
 inline float Normalise(double sample, Depth depth) {
     float const number = float(sample);

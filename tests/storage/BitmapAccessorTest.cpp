@@ -1,6 +1,8 @@
 #include "kernel/DelayLoadHolder.h"
+#include "storage/BackstoreReadError.h"
 #include "storage/BitmapPixels.h"
 #include "storage/Block.h"
+#include "storage/BlockEnvironment.h"
 #include "storage/StorageEnvironment.h"
 #include "storage/TestHolder.h"
 
@@ -419,4 +421,49 @@ TEST_F(BitmapAccessorTest, PinnedTilesStayInMemory) {
     reader.Read(pixel);
     EXPECT_EQ(MakePixel<RGBA8Tuple>(0, 0), pixel);
 }
+
+TEST_F(BitmapAccessorTest, FailingDiskRaisesPinsNothingAndCanBeTriedAgain) {
+    auto const bitmap = Make(600, 10);
+    Paint(*bitmap);
+    EvictEverything();
+    TestDisk::Install();
+    for (bool const writes : {false, true}) {
+        ModelConstAccessor<RGBA8Bitmap, Safe, IdentityTransform> reader(bitmap.Get());
+        ModelAccessor<RGBA8Bitmap> writer(bitmap.Get());
+        int const x = writes ? 300 : 0;
+        PixelOf<RGBA8Tuple> pixel;
+        reader.SetToXY(x, 3);
+        writer.SetToXY(x, 3);
+        TestDisk::readFault = TestDisk::Fault::Error;
+        EXPECT_THROW(writes ? writer.Read(pixel) : reader.Read(pixel), BackstoreReadError);
+        EXPECT_EQ(0u, CountPins(*bitmap));
+        TestDisk::readFault = TestDisk::Fault::None;
+        writes ? writer.Read(pixel) : reader.Read(pixel);
+        EXPECT_EQ(MakePixel<RGBA8Tuple>(x, 3), pixel);
+    }
+    TestDisk::Remove();
+    EXPECT_EQ(MakePixel<RGBA8Tuple>(599, 9), ReadAll(*bitmap).back());
+}
+
+#ifndef RASTER_SANITIZED
+TEST_F(BitmapAccessorTest, WidestBitmapIsReadAndWrittenToItsLastPixel) {
+    int const width = std::numeric_limits<int>::max();
+    auto const bitmap = Make<A8Tuple>(width, 2);
+    {
+        ModelAccessor<A8Bitmap> writer(bitmap.Get());
+        writer.SetToXY(width - 1, 1);
+        writer.Write({{77}});
+        writer.Increment(); // off the end
+        writer.Write({{78}});
+    }
+    EXPECT_EQ((Rect{width - 1, 1, width, 2}), bitmap->GetNonZeroBoundingBox());
+    EXPECT_EQ((Rect{width - 255, 0, width, 256}), bitmap->GetAllocatedBoundingBox()); // 2^31 cut off
+    ModelConstAccessor<A8Bitmap, Repeat, IdentityTransform> reader(bitmap.Get());
+    PixelOf<A8Tuple> pixel;
+    reader.SetToXY(width, 5);
+    reader.Increment();
+    reader.Read(pixel);
+    EXPECT_EQ(77, pixel.channels[0]);
+}
+#endif
 }

@@ -18,7 +18,7 @@ using Rect = Kernel::RectT<int>;
 
 /// Stands in for the decoder: what it does is set by each test.
 struct TestLoader {
-    enum class Mode { Paint, Unreadable, Undecodable, AbortHalfway, PaintByCopy };
+    enum class Mode { Paint, Unreadable, Undecodable, AbortHalfway, PaintByCopy, PaintOutsideAPipeline };
     static inline std::atomic<Mode> mode{Mode::Paint};
     static inline std::atomic<int> calls{0};
 
@@ -36,6 +36,8 @@ struct TestLoader {
             typed.CopyPlanesFrom(decoded.Get());
             return true;
         }
+        if (mode == Mode::PaintOutsideAPipeline) // which asks for the very load that is running
+            ModelAccessor<RGBA8Bitmap>(&typed, nullptr, /*nonPipeline=*/true).Write({});
         Paint(typed, {0, 0, typed.GetWidth(), mode == Mode::AbortHalfway ? 1 : typed.GetHeight()});
         if (mode == Mode::AbortHalfway)
             Kernel::RequestAbort(abort);
@@ -78,7 +80,8 @@ TEST_F(BitmapLoadTest, PendingBitmapKnowsItsSizeAndHoldsNothing) {
 }
 
 TEST_F(BitmapLoadTest, ForceFillsOnceAndMarksEveryTile) {
-    for (auto const mode : {TestLoader::Mode::Paint, TestLoader::Mode::PaintByCopy}) {
+    for (auto const mode :
+         {TestLoader::Mode::Paint, TestLoader::Mode::PaintByCopy, TestLoader::Mode::PaintOutsideAPipeline}) {
         TestLoader::mode = mode;
         TestLoader::calls = 0;
         auto const bitmap = MakePending(MipmapModeOnDemandDefault);

@@ -82,7 +82,7 @@ protected:
 
     BlockTest() {
         Block::InitStaticBlock();
-        Block::InitBackstore(folder.GetPath());
+        Block::InitBackstore(folder.GetPath().c_str());
         ExpectAtRest(0, 0, 0);
         TestDisk::Install();
     }

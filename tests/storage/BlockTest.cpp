@@ -1,5 +1,9 @@
 #include "storage/Block.h"
 
+#include "kernel/COW.h"
+#include "kernel/MemoryInStream.h"
+#include "kernel/MemoryOutStream.h"
+#include "pixel/PixelMemory.h"
 #include "storage/BackstoreReadError.h"
 #include "storage/BlockEnvironment.h"
 #include "storage/BlockPin.h"
@@ -351,6 +355,80 @@ TEST_F(BlockTest, AnUnchangedItemOnDiskIsDroppedWithItsBlockAndLoadedAgain) {
     EXPECT_EQ(holder->loads, 2);
 }
 
+TEST_F(BlockTest, ACopyOnWriteHolderCopiesWhatIsShared) {
+    Kernel::COW<Block> const empty;
+    EXPECT_FALSE(empty->IsAllocated());
+    Kernel::COW<Block> first(MakeNoiseBlock(70)), second = first;
+    auto const shared = first.GetConst();
+    ASSERT_TRUE(shared->DisposeIfPossible());
+    EXPECT_EQ(second.GetConst(), shared);
+    Write(*second.GetMutable(), zeros);
+    EXPECT_NE(second.GetConst(), shared);
+    EXPECT_EQ(first.GetMutable(), shared) << "nobody else holds it now";
+    EXPECT_EQ(Read(*first), MakeNoise(70));
+}
+
+/// Items of tiles refer to nothing, so they never look at their store.
+alignas(16) char standIn[16];
+auto & noStoreOut = reinterpret_cast<Kernel::FileStoreOut &>(standIn);
+auto & noStore = reinterpret_cast<Kernel::FileStore &>(standIn);
+
+TEST_F(BlockTest, AnItemIsStoredAsItsBytesAlsoFromDisk) {
+    auto const block = Kernel::MakeCounted<Block>();
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(71));
+    block->SetDelayLoad(holder);
+    Read(*block);
+    auto const item = holder->GetItem();
+    for (bool const isOnDisk : {true, false}) {
+        EXPECT_EQ(block->IsDisposed() || block->DisposeIfPossible(), true);
+        if (!isOnDisk)
+            Read(*block);
+        Kernel::MemoryOutStream stream;
+        item->Save(stream, noStoreOut);
+        ASSERT_EQ(stream.GetSize(), bytes);
+        EXPECT_EQ(std::memcmp(stream.GetData(), MakeNoise(71).data(), bytes), 0);
+        EXPECT_EQ(block->GetPinCount(), 0);
+    }
+    ASSERT_TRUE(block->DisposeIfPossible());
+    TestDisk::readFault = TestDisk::Fault::Error;
+    Kernel::MemoryOutStream stream;
+    EXPECT_THROW(item->Save(stream, noStoreOut), BackstoreReadError) << "rather than storing garbage";
+    EXPECT_EQ(stream.GetSize(), 0);
+    TestDisk::readFault = TestDisk::Fault::None;
+}
+
+TEST_F(BlockTest, AnItemIsLoadedFromExactlyItsBytes) {
+    auto const noise = MakeNoise(72);
+    Bytes longer = noise;
+    longer.push_back(0);
+    Data item;
+    Kernel::MemoryInStream shortStream(noise.data(), bytes - 1), longStream(longer.data(), bytes + 1), none(nullptr, 0);
+    EXPECT_FALSE(item.Load(shortStream, noStore) || item.Load(longStream, noStore) || item.Load(none, noStore));
+    Kernel::MemoryInStream stream(noise.data(), bytes);
+    EXPECT_TRUE(item.Load(stream, noStore));
+    EXPECT_EQ(std::memcmp(item.GetBuffer(), noise.data(), bytes), 0);
+    EXPECT_EQ(item.GetObjectFileStoreItemType().GetTag(), Kernel::IDTag("DatI"));
+    EXPECT_FALSE(item.GetObjectFileStoreItemType().IsNestable());
+    EXPECT_TRUE(item.GetObjectFileStoreItemType().IsRecoverable());
+}
+
+TEST_F(BlockTest, ExhaustedMemoryUndoesWhatWasAskedFor) {
+    auto const disposed = MakeNoiseBlock(73), source = MakeNoiseBlock(74), target = Kernel::MakeCounted<Block>();
+    ASSERT_TRUE(disposed->DisposeIfPossible());
+    PixelMemory::FailAllocation(1);
+    EXPECT_THROW(disposed->IncrementRefCountConst(), std::bad_alloc);
+    PixelMemory::FailAllocation(1);
+    EXPECT_THROW(target->Copy(*source), std::bad_alloc);
+    PixelMemory::FailAllocation(1);
+    target->IncrementRefCountMutable();
+    EXPECT_THROW(target->GetMutableBuffer(), std::bad_alloc);
+    target->DecrementRefCountMutable();
+    EXPECT_FALSE(target->IsAllocated());
+    EXPECT_EQ(disposed->GetPinCount() + source->GetPinCount() + target->GetPinCount(), 0);
+    ExpectAtRest(1, 1, 0);
+    EXPECT_EQ(Read(*disposed), MakeNoise(73));
+}
+
 TEST_F(BlockTest, DestructionInEveryStateTakesBackWhatWasCounted) {
     auto nowhere = Kernel::MakeCounted<Block>(), pending = Kernel::MakeCounted<Block>();
     pending->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(zeros));
@@ -513,7 +591,8 @@ TEST_F(BlockTest, CountersEqualTheStatesAtRestInAnyOrderOfEvents) {
             model.block->DisposeIfPossible();
         }
         auto const count = [&](auto state) {
-            return std::uint64_t(std::count_if(models.begin(), models.end(), [&](auto & m) { return state(*m.block); }));
+            return std::uint64_t(
+                std::count_if(models.begin(), models.end(), [&](auto & m) { return state(*m.block); }));
         };
         ExpectAtRest(count([](Block & b) { return b.IsAllocatedAndPresent(); }),
                      count([](Block & b) { return b.IsDisposed(); }),

@@ -10,7 +10,8 @@
 namespace Raster {
 class DocumentHolder final : public Kernel::DelayLoadHolder {
 public:
-    explicit DocumentHolder(std::vector<unsigned char> stored) : DelayLoadHolder(Data::GetItemType()), content(stored) {}
+    explicit DocumentHolder(std::vector<unsigned char> stored)
+        : DelayLoadHolder(Data::GetItemType()), content(stored) {}
 
     bool LoadItemI() override {
         if (IsLoaded())

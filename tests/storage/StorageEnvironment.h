@@ -23,7 +23,7 @@ protected:
             std::string pattern = (std::filesystem::temp_directory_path() / "raster-test-XXXXXX").string();
             if (char const * const directory = mkdtemp(pattern.data())) {
                 static std::string const made = directory;
-                Block::InitBackstore(made);
+                Block::InitBackstore(made.c_str());
                 std::atexit([] {
                     std::error_code ignored;
                     std::filesystem::remove_all(made, ignored);

@@ -26,9 +26,7 @@ HWY_INLINE Floats Saturate(Floats value, float maximum) {
     FloatTag const tag;
     return hn::IfThenElseZero(hn::Gt(value, hn::Zero(tag)), hn::Min(value, hn::Set(tag, maximum)));
 }
-HWY_INLINE Floats ClampUnit(Floats value) {
-    return Saturate(value, 1.0f);
-}
+HWY_INLINE Floats ClampUnit(Floats value) { return Saturate(value, 1.0f); }
 
 template<class Sample>
 HWY_INLINE Floats LoadInteger(Sample const * source, float unit) {
@@ -36,15 +34,9 @@ HWY_INLINE Floats LoadInteger(Sample const * source, float unit) {
     auto const number = hn::ConvertTo(FloatTag(), hn::PromoteTo(IntegerTag(), hn::LoadU(narrow, source)));
     return hn::Mul(number, hn::Set(FloatTag(), unit));
 }
-HWY_INLINE Floats LoadUnit(std::uint8_t const * source) {
-    return LoadInteger(source, Rules::unitOf8);
-}
-HWY_INLINE Floats LoadUnit(std::uint16_t const * source) {
-    return LoadInteger(source, Rules::unitOf16);
-}
-HWY_INLINE Floats LoadUnit(float const * source) {
-    return hn::LoadU(FloatTag(), source);
-}
+HWY_INLINE Floats LoadUnit(std::uint8_t const * source) { return LoadInteger(source, Rules::unitOf8); }
+HWY_INLINE Floats LoadUnit(std::uint16_t const * source) { return LoadInteger(source, Rules::unitOf16); }
+HWY_INLINE Floats LoadUnit(float const * source) { return hn::LoadU(FloatTag(), source); }
 
 HWY_INLINE Floats ScaleToRound(Floats value, float maximum) {
     FloatTag const tag;
@@ -69,15 +61,9 @@ HWY_INLINE void StoreSaturated(Floats value, float maximum, Sample * dest) {
 HWY_INLINE void StoreBounded(Floats value, std::uint8_t * dest) {
     StoreInteger(hn::ConvertTo(IntegerTag(), ScaleToRound(value, Rules::maximumOf8)), dest);
 }
-HWY_INLINE void StoreUnit(Floats value, std::uint8_t * dest) {
-    StoreSaturated(value, Rules::maximumOf8, dest);
-}
-HWY_INLINE void StoreUnit(Floats value, std::uint16_t * dest) {
-    StoreSaturated(value, Rules::maximumOf16, dest);
-}
-HWY_INLINE void StoreUnit(Floats value, float * dest) {
-    hn::StoreU(value, FloatTag(), dest);
-}
+HWY_INLINE void StoreUnit(Floats value, std::uint8_t * dest) { StoreSaturated(value, Rules::maximumOf8, dest); }
+HWY_INLINE void StoreUnit(Floats value, std::uint16_t * dest) { StoreSaturated(value, Rules::maximumOf16, dest); }
+HWY_INLINE void StoreUnit(Floats value, float * dest) { hn::StoreU(value, FloatTag(), dest); }
 }
 HWY_AFTER_NAMESPACE();
 #endif

@@ -89,9 +89,7 @@ void ConvertEach(Dest * dest, Source const * source, std::size_t count) {
 }
 
 #define RASTER_DEFINE_DEPTH(name, Dest, Source)                                                                        \
-    void Scalar::name(Dest * dest, Source const * source, std::size_t count) {                                         \
-        ConvertEach(dest, source, count);                                                                              \
-    }                                                                                                                  \
+    void Scalar::name(Dest * dest, Source const * source, std::size_t count) { ConvertEach(dest, source, count); }     \
     HWY_EXPORT(name);                                                                                                  \
     void name(Dest * dest, Source const * source, std::size_t count) {                                                 \
         HWY_DYNAMIC_DISPATCH(name)(dest, source, count);                                                               \

@@ -1,5 +1,6 @@
 #include "pixel/transfer/BitmapTransfer.h"
 
+#include "pixel/transfer/Layer.h"
 #include "pixel/transfer/TileTransfer.h"
 
 #include <algorithm>
@@ -8,13 +9,6 @@
 namespace Raster {
 namespace {
 using Matrix = Kernel::AffineTransform::Params;
-
-float ClampOpacity(float const * opacity) {
-    float const value = opacity ? *opacity : 1.0f;
-    if (!(value > 0.0f))
-        return 0.0f;
-    return value > 1.0f || std::fabs(value - 1.0f) <= 1e-6f ? 1.0f : value;
-}
 
 bool IsFinite(Matrix const & matrix) {
     auto const entries = matrix.ToArray();
@@ -70,10 +64,6 @@ void ChooseWork(TransferJob & job) {
         job.sample = GetSampleRow(from.sampleType);
     }
 }
-
-Kernel::RectT<int> GetWorkRect(BitmapCore const & dest, TransferParams const & params) {
-    return params.clip ? params.clip->Intersect(dest.GetBounds()) : dest.GetBounds();
-}
 }
 
 void Transfer(BitmapCore & dest, BitmapCore const & source, TransferParams const * params, float const * opacity,
@@ -108,7 +98,7 @@ void Transfer(BitmapCore & dest, BitmapCore const & source, TransferParams const
             return;
     }
 
-    auto const rect = GetWorkRect(dest, own);
+    auto const rect = GetWorkRect(dest.GetBounds(), &own);
     if (rect.IsEmpty() || Kernel::IsAborted(own.abort))
         return;
     if (AreEntangled(dest, source) || AreEntangled(dest, *job.source)) { // take the pixels as they are before we write
@@ -132,10 +122,6 @@ void Transfer(DynamicBitmap & dest, DynamicBitmap const & source, TransferParams
             return;
     }
     Transfer(*to, *from, params, opacity, matrix);
-    if (to->GetMipmapMode() == MipmapModeNone)
-        return;
-    to->InvalidateMipmaps(GetWorkRect(*to, params ? *params : TransferParams()));
-    if (to->GetMipmapMode() == MipmapModeImmediate)
-        to->UpdateMipmaps(0, abort);
+    to->RecordWrite(GetWorkRect(to->GetBounds(), params), abort);
 }
 }

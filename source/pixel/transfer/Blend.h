@@ -1,6 +1,7 @@
 /// Source-over blending of planar rows: the last step of a transfer.
 #pragma once
 
+#include "kernel/Export.h"
 #include "pixel/ChannelTuple.h"
 
 #include <cstddef>
@@ -15,7 +16,7 @@ using BlendRows = void (*)(void * const * dest, void const * const * source, int
                            float opacity);
 
 /// The rules of a format, chosen once per task. Only by sample type: 8 and 16-bit integers and floats exist.
-BlendRows GetBlendRows(SampleType sampleType);
+RASTER_API BlendRows GetBlendRows(SampleType sampleType);
 
 namespace Scalar {
 /// The same rules in plain code: the meaning of the kernels.

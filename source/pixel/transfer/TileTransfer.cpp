@@ -34,8 +34,7 @@ std::array<void const *, 5> AsConst(std::array<void *, 5> const & rows) {
 class TileTransfer {
 public:
     TileTransfer(TransferJob const & transferJob, TileTask const & tileTask)
-        : job(transferJob), task(tileTask), source(*job.source),
-          dest(*job.dest, task.rect.left / job.dest->GetGrid().tileWidth, task.rect.top / TileGrid::tileHeight),
+        : job(transferJob), task(tileTask), source(*job.source), dest(*job.dest, task.rect),
           sourceColours(job.source->GetLayout().channelCount - 1), destColours(job.dest->GetLayout().channelCount - 1) {
     }
 

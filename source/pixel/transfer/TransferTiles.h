@@ -47,7 +47,9 @@ class DestTile {
 public:
     using Rows = std::array<void *, 5>;
 
-    DestTile(BitmapCore & bitmap, int tileColumn, int tileRow) : dest(bitmap), column(tileColumn), row(tileRow) {}
+    /// The tile that a task's rectangle lies in.
+    DestTile(BitmapCore & bitmap, Kernel::RectT<int> const & rect)
+        : dest(bitmap), column(rect.left / bitmap.GetGrid().tileWidth), row(rect.top / TileGrid::tileHeight) {}
 
     bool IsOpen() const { return isOpen; }
     /// The samples from pixel (x, y) of the bitmap on, for each plane.

@@ -14,8 +14,6 @@ namespace Raster::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 using Rect = Kernel::RectT<int>;
 constexpr int stride = 256;
-// Rows that are looked at together: 4 KiB, so that the columns pass goes over the first cache only.
-constexpr int chunkRows = 16;
 
 // Each test leaves bits in the samples of interest, and none elsewhere.
 struct NonZero {
@@ -76,16 +74,21 @@ private:
 
     static Sample const * At(std::uint8_t const * bytes) { return reinterpret_cast<Sample const *>(bytes); }
 
-    HWY_INLINE auto Look(Tag tag, int x, int y) const {
-        return hn::And(Test()(tag, hn::LoadU(tag, At(buffer + y * stride + x))), hn::Load(tag, At(window + x)));
+    HWY_INLINE static auto Look(Tag tag, std::uint8_t const * bytes) { return Test()(tag, hn::LoadU(tag, At(bytes))); }
+
+    // The samples of interest in a few rows, at the same columns.
+    HWY_INLINE auto LookAtRows(Tag tag, int x, int y, int rows) const {
+        auto hits = hn::Zero(tag);
+        for (int i = 0; i < rows; ++i)
+            hits = hn::Or(hits, Look(tag, buffer + (y + i) * stride + x));
+        return hn::And(hits, hn::Load(tag, At(window + x)));
     }
 
     HWY_INLINE bool HasHit(int y, int rows) const {
         Tag const tag;
         auto hits = hn::Zero(tag);
-        for (int i = 0; i < rows; ++i)
-            for (int x = 0; x < stride; x += Step())
-                hits = hn::Or(hits, Look(tag, x, y + i));
+        for (int x = 0; x < stride; x += Step())
+            hits = hn::Or(hits, LookAtRows(tag, x, y, rows));
         return !hn::AllFalse(tag, hn::Ne(hits, hn::Zero(tag)));
     }
 
@@ -108,19 +111,41 @@ private:
     }
 
     HWY_INLINE void FindColumns(int top, int bottom) {
-        Tag const tag;
         std::memset(columns, 0, sizeof columns);
+        // Memory is read in order where four vectors make a row; else in pieces that one page of it holds.
+        int const chunkRows = 4 * Step() == stride ? 16 : 2;
         for (int y = top; y < bottom; y += chunkRows) {
             int const rows = HWY_MIN(chunkRows, bottom - y);
-            for (int x = 0; x < stride; x += Step()) {
-                auto hits = hn::Load(tag, At(columns + x));
-                for (int i = 0; i < rows; ++i)
-                    hits = hn::Or(hits, Look(tag, x, y + i));
-                hn::Store(hits, tag, reinterpret_cast<Sample *>(columns + x));
-            }
+            for (int x = 0; x < stride; x += 4 * Step())
+                AddColumns(x, y, rows);
             if (columns[0] != 0 && columns[width - 1] != 0)
                 return; // as wide as can be
         }
+    }
+
+    // Four vectors of columns stay in registers from row to row.
+    HWY_INLINE void AddColumns(int x, int y, int rows) {
+        Tag const tag;
+        auto hits0 = hn::Zero(tag), hits1 = hits0, hits2 = hits0, hits3 = hits0;
+        auto bytes = buffer + y * stride + x;
+        for (int i = 0; i < rows; ++i, bytes += stride) {
+            hits0 = hn::Or(hits0, Look(tag, bytes));
+            hits1 = hn::Or(hits1, Look(tag, bytes + Step()));
+            hits2 = hn::Or(hits2, Look(tag, bytes + 2 * Step()));
+            hits3 = hn::Or(hits3, Look(tag, bytes + 3 * Step()));
+        }
+        StoreHits(x, hits0);
+        StoreHits(x + Step(), hits1);
+        StoreHits(x + 2 * Step(), hits2);
+        StoreHits(x + 3 * Step(), hits3);
+    }
+
+    template<class Vector>
+    HWY_INLINE void StoreHits(int x, Vector hits) {
+        Tag const tag;
+        auto const inside = hn::And(hits, hn::Load(tag, At(window + x)));
+        auto const place = reinterpret_cast<Sample *>(columns + x);
+        hn::Store(hn::Or(inside, hn::Load(tag, place)), tag, place);
     }
 
     alignas(64) std::uint8_t window[stride];  // 255 where a hit counts
@@ -129,9 +154,7 @@ private:
     int width, height;
 };
 
-Rect ScanNonZeroRect(void const * buffer, int width, int height) {
-    return Scan<NonZero>(buffer, width, height).Run();
-}
+Rect ScanNonZeroRect(void const * buffer, int width, int height) { return Scan<NonZero>(buffer, width, height).Run(); }
 
 Rect ScanBelowFullRect(void const * buffer, int width, int height) {
     return Scan<BelowFull>(buffer, width, height).Run();

@@ -1,0 +1,47 @@
+#include "pixel/transfer/Draw.h"
+
+#include "pixel/transfer/BitmapTransfer.h"
+
+namespace Raster {
+namespace {
+// The part of a source that shows in a destination's rectangle, in another format.
+DynamicBitmap ConvertPart(DynamicBitmap const & source, Kernel::RectT<int> const & part, Format format, bool * abort) {
+    DynamicBitmap converted(part.GetWidth(), part.GetHeight(), format, MipmapModeNone, HardwareCachePolicy());
+    TransferParams params;
+    params.abort = abort;
+    double const matrix[6]{1, 0, double(part.left), 0, 1, double(part.top)};
+    Transfer(converted, source, &params, nullptr, matrix);
+    return converted;
+}
+}
+
+void Draw(DynamicBuffer & dest, DynamicBitmap const & source, TransferParams const * params, float const * opacity,
+          int dx, int dy) {
+    BitmapCore const * const core = source.GetCore();
+    if (!core || dest.GetWidth() == 0)
+        return;
+    bool * const abort = params ? params->abort : nullptr;
+    if (core->IsPendingDelayLoad()) {
+        if (params && params->sourceMayStayUnloaded)
+            return;
+        core->ForceDelayLoad(abort);
+        if (Kernel::IsAborted(abort) || core->IsPendingDelayLoad())
+            return;
+    }
+    if (dest.GetFormat() != source.GetFormat()) {
+        auto const work = GetWorkRect({0, 0, dest.GetWidth(), dest.GetHeight()}, params);
+        auto const part = MoveRect(work, -dx, -dy).Intersect(core->GetBounds());
+        if (!part.IsEmpty())
+            Draw(dest, ConvertPart(source, part, dest.GetFormat(), abort), params, opacity, dx + part.left,
+                 dy + part.top);
+        return;
+    }
+    VisitFormat(dest.GetFormat(), [&](auto tuple) {
+        using Tuple = decltype(tuple);
+        auto const buffer = dest.GetTyped<Tuple>();
+        auto const bitmap = source.GetTyped<Tuple>();
+        if (buffer && bitmap)
+            Draw(*buffer, *bitmap, params, opacity, dx, dy);
+    });
+}
+}

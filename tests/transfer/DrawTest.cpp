@@ -1,0 +1,245 @@
+#include "pixel/transfer/Draw.h"
+
+#include "pixel/transfer/BitmapTransfer.h"
+#include "pixel/transfer/Fill.h"
+#include "pixel/transfer/Invert.h"
+#include "transfer/TransferPixels.h"
+
+#include <thread>
+
+namespace Raster {
+namespace {
+using Rect = Kernel::RectT<int>;
+using RGBA8Buffer = RGBA8Tuple::Apply<Buffer>;
+float const opaque = 1.0f;
+
+// A file that is being read: its rows are decoded once, when the first accessor is built.
+class DecodedFile : public ModelBase<DecodedFile, Red8, Green8, Blue8, Alpha8, X5> {
+public:
+    static constexpr ModelKind modelKind = ModelKind::ReadOnly;
+
+    explicit DecodedFile(Slow::Picture<RGBA8Tuple> p) : picture(std::move(p)) {}
+    int GetWidth(int = 0) const { return picture.width; }
+    int GetHeight(int = 0) const { return picture.height; }
+
+    class ConstCursor {
+    public:
+        ConstCursor(DecodedFile const * model, bool *, bool) : file(model) {
+            if (file->decoder == std::thread::id())
+                file->decoder = std::this_thread::get_id();
+        }
+        void Read(int x, int y, PixelType & pixel) const { pixel = file->picture.At(x, y); }
+
+    private:
+        DecodedFile const * file;
+    };
+    mutable std::thread::id decoder;
+
+private:
+    Slow::Picture<RGBA8Tuple> picture;
+};
+
+// A file that is being written: takes rows from the top, and remembers in which order its pixels came.
+class RowWriter : public ModelBase<RowWriter, Red8, Green8, Blue8, Alpha8, X5> {
+public:
+    static constexpr ModelKind modelKind = ModelKind::Rows;
+
+    RowWriter(int w, int h) : picture(w, h) {}
+    int GetWidth(int = 0) const { return picture.width; }
+    int GetHeight(int = 0) const { return picture.height; }
+
+    class Cursor {
+    public:
+        Cursor(RowWriter * model, bool) : writer(model) {}
+        void Write(int x, int y, PixelType const & pixel) const {
+            int const position = y * writer->picture.width + x;
+            writer->isInOrder = writer->isInOrder && position == writer->next;
+            writer->next = position + 1;
+            writer->picture.At(x, y) = pixel;
+        }
+        void Flush() const { ++writer->flushCount; }
+
+    private:
+        RowWriter * writer;
+    };
+
+    Slow::Picture<RGBA8Tuple> picture;
+    int next = 0, flushCount = 0;
+    bool isInOrder = true;
+};
+
+// A colour for every place of an endless plane.
+class EndlessRamp : public ModelBase<EndlessRamp, Red8, Green8, Blue8, Alpha8, X5> {
+public:
+    static constexpr ModelKind modelKind = ModelKind::ReadOnly;
+    static constexpr bool isUnbounded = true;
+    int GetWidth(int = 0) const { return 0; }
+    int GetHeight(int = 0) const { return 0; }
+    static PixelType At(int x, int y) { return {std::uint8_t(x), std::uint8_t(y), std::uint8_t(x ^ y), 200}; }
+
+    class ConstCursor {
+    public:
+        ConstCursor(EndlessRamp const *, bool *, bool) {}
+        void Read(int x, int y, PixelType & pixel) const { pixel = At(x, y); }
+    };
+};
+
+Slow::Picture<RGBA8Tuple> DrawSlowly(Slow::Picture<RGBA8Tuple> dest, Slow::Picture<RGBA8Tuple> const & source,
+                                     Rect clip, float opacity, int dx, int dy) {
+    double const matrix[6]{1, 0, -double(dx), 0, 1, -double(dy)};
+    Slow::Transfer<RGBA8Tuple, RGBA8Tuple>(dest, source, {clip.left, clip.top, clip.right, clip.bottom}, 256, opacity,
+                                           matrix);
+    return dest;
+}
+
+class DrawTest : public StorageTest {};
+
+std::vector<PixelOf<RGBA8Tuple>> ReadBuffer(RGBA8Buffer const & buffer) { return ReadAll(buffer); }
+}
+
+TEST_F(DrawTest, AModelOntoABitmapAndABufferEqualsTheSlowModel) {
+    auto const source = MakePicture<RGBA8Tuple>(150, 120, 1), before = MakePicture<RGBA8Tuple>(300, 290, 2);
+    std::mt19937 random(3);
+    for (int round = 0; round < 20; ++round) {
+        int const dx = int(random() % 400) - 100, dy = int(random() % 400) - 100;
+        Rect const clip{int(random() % 200), int(random() % 200), 200 + int(random() % 100), 200 + int(random() % 90)};
+        float const opacity = round % 2 ? 0.4f : 1.0f;
+        auto const expected = DrawSlowly(before, source, clip, opacity, dx, dy);
+        TransferParams params;
+        params.clip = &clip;
+
+        auto const bitmap = MakeBitmap<RGBA8Tuple>(before);
+        DecodedFile const file(source);
+        Draw(*bitmap, file, &params, &opacity, dx, dy);
+        ASSERT_EQ(expected.pixels, ReadAll(*bitmap)) << dx << ", " << dy;
+
+        RGBA8Buffer buffer(300, 290, nullptr);
+        Draw(buffer, *MakeBitmap<RGBA8Tuple>(before), nullptr, &opaque, 0, 0);
+        std::memcpy(buffer.GetData(), before.pixels.data(), buffer.GetBufferSize());
+        Draw(buffer, *MakeBitmap<RGBA8Tuple>(source), &params, &opacity, dx, dy);
+        ASSERT_EQ(expected.pixels, ReadBuffer(buffer)) << dx << ", " << dy;
+    }
+}
+
+TEST_F(DrawTest, DecodingHappensOnTheCallingThread) {
+    DecodedFile const file(MakePicture<RGBA8Tuple>(600, 600, 1));
+    Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(600, 600, MipmapModeNone, HardwareCachePolicy()));
+    Draw(*dest, file, nullptr, &opaque, 0, 0);
+    EXPECT_EQ(std::this_thread::get_id(), file.decoder);
+}
+
+TEST_F(DrawTest, AnEndlessModelFillsTheClip) {
+    Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(300, 300, MipmapModeNone, HardwareCachePolicy()));
+    Draw(*dest, EndlessRamp(), nullptr, &opaque, 1000, -1000);
+    auto const pixels = ReadAll(*dest);
+    for (int y = 0; y < 300; y += 7)
+        for (int x = 0; x < 300; x += 5)
+            ASSERT_EQ(EndlessRamp::At(x - 1000, y + 1000), pixels[std::size_t(y * 300 + x)]) << x << ", " << y;
+}
+
+TEST_F(DrawTest, TransparentPixelsTouchNoTile) {
+    Slow::Picture<RGBA8Tuple> const nothing(300, 300);
+    Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(300, 300, MipmapModeNone, HardwareCachePolicy()));
+    Draw(*dest, DecodedFile(nothing), nullptr, &opaque, 0, 0);
+    EXPECT_TRUE(dest->GetAllocatedBoundingBox().IsEmpty());
+}
+
+TEST_F(DrawTest, FeedHandsOverRowsInOrderAndFlushesOnce) {
+    auto const source = MakePicture<RGBA8Tuple>(333, 270, 1);
+    RowWriter writer(333, 270);
+    Feed(writer, *MakeBitmap<RGBA8Tuple>(source), nullptr);
+    EXPECT_TRUE(writer.isInOrder);
+    EXPECT_EQ(333 * 270, writer.next);
+    EXPECT_EQ(1, writer.flushCount);
+    EXPECT_EQ(source.pixels, writer.picture.pixels);
+}
+
+TEST_F(DrawTest, FeedStopsAtARowWhenAborted) {
+    bool abort = false;
+    TransferParams params;
+    params.abort = &abort;
+    params.progressContext = &abort;
+    params.progress = [](unsigned, void * context, double fraction) {
+        if (fraction > 0.5)
+            Kernel::RequestAbort(static_cast<bool *>(context));
+    };
+    RowWriter writer(100, 100);
+    Feed(writer, *MakeBitmap<RGBA8Tuple>(MakePicture<RGBA8Tuple>(100, 100, 1)), &params);
+    EXPECT_EQ(6500, writer.next); // row 64 was the one that told of more than half
+    EXPECT_EQ(0, writer.flushCount);
+}
+
+TEST_F(DrawTest, ErasedBitmapOntoBufferConvertsOtherFormats) {
+    auto const picture = MakePicture<RGBA16Tuple>(90, 70, 4);
+    DynamicBitmap const source(MakeBitmap<RGBA16Tuple>(picture));
+    DynamicBuffer dest;
+    dest.Create(100, 80, RGBA8);
+    dest.ClearRect({0, 0, 100, 80});
+    Draw(dest, source, nullptr, &opaque, 5, 7);
+    auto const pixels = ReadBuffer(*dest.GetTyped<RGBA8Tuple>());
+    for (int y = 0; y < 80; ++y)
+        for (int x = 0; x < 100; ++x) {
+            PixelOf<RGBA8Tuple> expected;
+            ConvertPixel<RGBA8Tuple, RGBA16Tuple>(expected, picture.At(x - 5, y - 7));
+            if (expected[3] == 0)
+                expected = {};
+            ASSERT_EQ(expected, pixels[std::size_t(y * 100 + x)]) << x << ", " << y;
+        }
+}
+
+TEST_F(DrawTest, FillLaysOneColourOverARectangle) {
+    DynamicPixel const colour(PixelOf<RGBA8Tuple>{{200, 100, 50, 128}});
+    for (float const opacity : {1.0f, 0.5f}) {
+        auto expected = MakePicture<RGBA8Tuple>(300, 300, 5);
+        DynamicBitmap bitmap(MakeBitmap<RGBA8Tuple>(expected));
+        DynamicBuffer buffer;
+        buffer.Create(300, 300, RGBA8);
+        std::memcpy(buffer.GetTyped<RGBA8Tuple>()->GetData(), expected.pixels.data(), 300 * 300 * 4);
+        Rect const rect{-5, 20, 280, 310};
+        Fill(bitmap, rect, colour, opacity);
+        Fill(buffer, rect, colour, opacity);
+        for (int y = 20; y < 300; ++y)
+            for (int x = 0; x < 280; ++x)
+                Slow::Blend<RGBA8Tuple>(expected.At(x, y), {{200, 100, 50, 128}}, opacity, opacity == 1.0f);
+        EXPECT_EQ(expected.pixels, ReadAll(*bitmap.GetTyped<RGBA8Tuple>()));
+        EXPECT_EQ(expected.pixels, ReadBuffer(*buffer.GetTyped<RGBA8Tuple>()));
+    }
+}
+
+TEST_F(DrawTest, OpaqueFillsShareTheirTiles) {
+    DynamicBitmap bitmap(1024, 1024, RGBA8, MipmapModeNone, HardwareCachePolicy());
+    auto const before = MemoryManager::Instance().GetPlanarUsage();
+    Fill(bitmap, {0, 0, 1024, 1024}, DynamicPixel(PixelOf<RGBA8Tuple>{{200, 0, 255, 255}}), 1.0f);
+    EXPECT_LE(MemoryManager::Instance().GetPlanarUsage(), before + 2 * 65536); // one for red; the rest is static
+    EXPECT_EQ((PixelOf<RGBA8Tuple>{{200, 0, 255, 255}}), ReadAll(*bitmap.GetTyped<RGBA8Tuple>())[1024 * 700 + 900]);
+}
+
+TEST_F(DrawTest, InvertTurnsColoursAndLeavesAlphaAndTransparentPixels) {
+    auto const check = [](auto tuple) {
+        using Tuple = decltype(tuple);
+        using Sample = typename Tuple::Storage;
+        auto expected = MakePicture<Tuple>(300, 270, 6);
+        DynamicBitmap bitmap(MakeBitmap<Tuple>(expected));
+        Invert(bitmap, nullptr);
+        for (auto & pixel : expected.pixels)
+            for (std::size_t channel = 0; channel + 1 < Tuple::channelCount; ++channel)
+                if (pixel[Tuple::channelCount - 1] != Sample(0))
+                    pixel[channel] = Sample(Sample(Tuple::First::maximum) - pixel[channel]);
+        EXPECT_EQ("", FindDifference<Tuple>(expected, *bitmap.GetTyped<Tuple>())) << formatOf<Tuple>;
+        return true;
+    };
+    for (std::uint32_t format = 0; format < formatCount; ++format)
+        VisitFormat(static_cast<Format>(format), check);
+}
+
+TEST_F(DrawTest, InvertLeavesTransparentTilesUnallocatedAndCopiesNone) {
+    DynamicBitmap bitmap(512, 256, RGBA8, MipmapModeNone, HardwareCachePolicy());
+    Fill(bitmap, {0, 0, 100, 100}, DynamicPixel(PixelOf<RGBA8Tuple>{{200, 0, 255, 200}}), 1.0f);
+    auto & core = *bitmap.GetCore();
+    auto const * const block = core.GetPlane(0).GetTile(0).GetConstInner();
+    Invert(bitmap, nullptr);
+    EXPECT_EQ(block, core.GetPlane(0).GetTile(0).GetConstInner());
+    EXPECT_FALSE(core.GetPlane(0).GetTile(1).IsAllocated());
+    EXPECT_EQ((PixelOf<RGBA8Tuple>{{55, 255, 0, 200}}), ReadAll(*bitmap.GetTyped<RGBA8Tuple>())[50]);
+}
+}
