@@ -142,7 +142,8 @@ TEST(Conversion, CMYKIsTheUncalibratedFormulaBothWays) {
     EXPECT_EQ((PixelOf<RGBA8Tuple>{{0, 0, 0, 7}}), (Convert<RGBA8Tuple, CMYKA8Tuple>({{255, 255, 255, 255, 7}})));
 }
 
-TEST(Conversion, LabIsBlackUntilColourManagementIsThere) {
+TEST(Conversion, LabIsBlackWithoutColourManagement) {
+    SetLabConversions({});
     EXPECT_EQ((PixelOf<RGBA8Tuple>{{0, 0, 0, 1}}), (Convert<RGBA8Tuple, LABA16Tuple>({{65535, 5, 5, 257}})));
     EXPECT_EQ((PixelOf<CMYKA8Tuple>{{0, 0, 0, 255, 1}}), (Convert<CMYKA8Tuple, LABA16Tuple>({{65535, 5, 5, 257}})));
     EXPECT_EQ((PixelOf<LABA16Tuple>{{0, 32896, 32896, 65535}}),
