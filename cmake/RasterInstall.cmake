@@ -7,6 +7,8 @@ install(TARGETS RasterStatic RasterDependencies EXPORT RasterStaticTargets)
 # Public is every header but vector code, which stands in a kernels/ folder or is named *-inl.h, and those that only our
 # own sources include.
 set(privateHeaders
+    colour/ColourEngine.h
+    colour/ProfileBytes.h
     kernel/DispatchArena.h
     pixel/transfer/BlendRules.h
     pixel/transfer/Coverage.h

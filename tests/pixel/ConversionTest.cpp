@@ -39,6 +39,7 @@ constexpr int wordStep = 1, randomPixels = 20000, colourStep = 1;
 }
 
 TEST(Conversion, OpaqueRedShowsInEachViewAsTheRulesTell) {
+    SetLabConversions({}); // Lab without colour management
     PixelOf<RGBA8Tuple> const red{{255, 0, 0, 128}};
     EXPECT_EQ((PixelOf<RGBA16Tuple>{{65535, 0, 0, 32896}}), (Convert<RGBA16Tuple, RGBA8Tuple>(red)));
     EXPECT_EQ((PixelOf<RGBAUFTuple>{{1.0f, 0, 0, 128 * 0.003921569f}}), (Convert<RGBAUFTuple, RGBA8Tuple>(red)));
@@ -141,7 +142,8 @@ TEST(Conversion, CMYKIsTheUncalibratedFormulaBothWays) {
     EXPECT_EQ((PixelOf<RGBA8Tuple>{{0, 0, 0, 7}}), (Convert<RGBA8Tuple, CMYKA8Tuple>({{255, 255, 255, 255, 7}})));
 }
 
-TEST(Conversion, LabIsBlackUntilColourManagementIsThere) {
+TEST(Conversion, LabIsBlackWithoutColourManagement) {
+    SetLabConversions({});
     EXPECT_EQ((PixelOf<RGBA8Tuple>{{0, 0, 0, 1}}), (Convert<RGBA8Tuple, LABA16Tuple>({{65535, 5, 5, 257}})));
     EXPECT_EQ((PixelOf<CMYKA8Tuple>{{0, 0, 0, 255, 1}}), (Convert<CMYKA8Tuple, LABA16Tuple>({{65535, 5, 5, 257}})));
     EXPECT_EQ((PixelOf<LABA16Tuple>{{0, 32896, 32896, 65535}}),

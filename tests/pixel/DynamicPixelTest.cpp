@@ -27,6 +27,12 @@ using A8Pixel = PixelOf<A8Tuple>;
 using A16Pixel = PixelOf<A16Tuple>;
 using AFPixel = PixelOf<AFTuple>;
 
+// The model knows Lab as it is without colour management.
+struct PlainLab : testing::Environment {
+    void SetUp() override { SetLabConversions({}); }
+};
+auto * const plainLab = testing::AddGlobalTestEnvironment(new PlainLab);
+
 template<class P>
 P const & View(DynamicPixel const & pixel) {
     return pixel;
