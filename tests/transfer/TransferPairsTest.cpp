@@ -2,6 +2,7 @@
 #include "transfer/TransferPixels.h"
 
 #include <cmath>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -55,16 +56,52 @@ protected:
     }
 };
 
+// Whatever lies under alpha 0 in the source, the destination gets the same.
+template<class D>
+class TransferPoison : public StorageTest {
+protected:
+    template<class S>
+    static Slow::Picture<S> Poison(Slow::Picture<S> picture) {
+        using Sample = typename S::Storage;
+        for (auto & pixel : picture.pixels)
+            for (std::size_t c = 0; pixel[S::channelCount - 1] == Sample(0) && c + 1 < S::channelCount; ++c)
+                if constexpr (std::is_same_v<Sample, float>)
+                    pixel[c] = c % 2 ? std::numeric_limits<float>::infinity() : std::numeric_limits<float>::quiet_NaN();
+                else
+                    pixel[c] = static_cast<Sample>(~pixel[c]);
+        return picture;
+    }
+
+    template<class S>
+    static void Compare() {
+        auto const source = MakePicture<S>(90, 60, 3);
+        auto const before = MakePicture<D>(100, 70, 4);
+        for (auto const & what : MakeCases()) {
+            double const * const matrix = what.matrix.empty() ? nullptr : what.matrix.data();
+            auto const clean = MakeBitmap<D>(before), poisoned = MakeBitmap<D>(before);
+            Transfer(*clean, *MakeBitmap<S>(source), nullptr, &what.opacity, matrix);
+            Transfer(*poisoned, *MakeBitmap<S>(Poison(source)), nullptr, &what.opacity, matrix);
+            ASSERT_EQ(ReadAll(*clean), ReadAll(*poisoned))
+                << what.name << ", from format " << formatOf<S> << " to " << formatOf<D>;
+        }
+    }
+};
+
 #define RASTER_TUPLE(format, ...) , ChannelTuple<__VA_ARGS__>
 template<class None, class... Tuples>
 using TypesAfterFirst = ::testing::Types<Tuples...>;
 using EveryTuple = TypesAfterFirst<void RASTER_FOR_EACH_FORMAT(RASTER_TUPLE)>;
 #undef RASTER_TUPLE
 TYPED_TEST_SUITE(TransferPairs, EveryTuple);
+TYPED_TEST_SUITE(TransferPoison, EveryTuple);
 }
 
 TYPED_TEST(TransferPairs, EverySourceEqualsTheSlowModel) {
 #define RASTER_COMPARE(format, ...) this->template Compare<ChannelTuple<__VA_ARGS__>>();
+    RASTER_FOR_EACH_FORMAT(RASTER_COMPARE)
+}
+
+TYPED_TEST(TransferPoison, ColourUnderAlphaZeroChangesNoResult) {
     RASTER_FOR_EACH_FORMAT(RASTER_COMPARE)
 #undef RASTER_COMPARE
 }

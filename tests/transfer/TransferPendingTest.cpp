@@ -1,0 +1,153 @@
+// Transfers from and into bitmaps whose pixels are still in their backing.
+#include "pixel/transfer/BitmapTransfer.h"
+#include "pixel/transfer/Draw.h"
+#include "storage/TestHolder.h"
+#include "transfer/TransferPixels.h"
+
+#include <chrono>
+#include <thread>
+
+namespace Raster {
+namespace {
+float const opaque = 1.0f;
+
+class TransferPendingTest : public StorageTest {
+protected:
+    enum class Backing { Readable, Unreadable, AbortsWhileRead };
+    static inline Backing backing = Backing::Readable;
+    static inline int loads = 0;
+
+    TransferPendingTest() : loaderBefore(SetBitmapLoader(&Load)) {
+        backing = Backing::Readable;
+        loads = 0;
+    }
+    ~TransferPendingTest() override { SetBitmapLoader(loaderBefore); }
+
+    static bool Load(BitmapCore & bitmap, Kernel::DelayLoadHolder &, bool * abort) {
+        ++loads;
+        if (backing == Backing::AbortsWhileRead)
+            Kernel::RequestAbort(abort);
+        if (backing == Backing::Readable)
+            Paint(static_cast<RGBA8Bitmap &>(bitmap));
+        return backing != Backing::Unreadable;
+    }
+    static Kernel::Counted<RGBA8Bitmap> MakePending() {
+        Kernel::Counted<RGBA8Bitmap> bitmap(new RGBA8Bitmap(300, 280, MipmapModeNone, HardwareCachePolicy()));
+        bitmap->SetPendingBacking(TestHolder::Create());
+        return bitmap;
+    }
+    static Kernel::Counted<RGBA8Bitmap> MakePainted() {
+        Kernel::Counted<RGBA8Bitmap> bitmap(new RGBA8Bitmap(300, 280, MipmapModeNone, HardwareCachePolicy()));
+        Paint(*bitmap);
+        return bitmap;
+    }
+
+private:
+    BitmapLoader const loaderBefore;
+};
+}
+
+TEST_F(TransferPendingTest, APendingSourceIsLoadedOnce) {
+    auto const source = MakePending();
+    DynamicBitmap dest(300, 280, RGBA8, MipmapModeNone, HardwareCachePolicy());
+    Transfer(dest, DynamicBitmap(source), nullptr, &opaque, nullptr);
+    Transfer(dest, DynamicBitmap(source), nullptr, &opaque, nullptr);
+    EXPECT_EQ(1, loads);
+    EXPECT_FALSE(source->IsPendingDelayLoad());
+    auto const painted = MakePainted();
+    Kernel::Counted<RGBA8Bitmap> const twice(new RGBA8Bitmap(300, 280, MipmapModeNone, HardwareCachePolicy()));
+    Transfer(*twice, *painted, nullptr, &opaque, nullptr);
+    Transfer(*twice, *painted, nullptr, &opaque, nullptr);
+    EXPECT_EQ(ReadAll(*twice), ReadAll(*dest.GetTyped<RGBA8Tuple>()));
+}
+
+TEST_F(TransferPendingTest, ASourceThatMayStayUnloadedReadsAsEmpty) {
+    auto const source = MakePending();
+    DynamicBitmap dest(300, 280, RGBA8, MipmapModeNone, HardwareCachePolicy());
+    TransferParams params;
+    params.sourceMayStayUnloaded = true;
+    Transfer(dest, DynamicBitmap(source), &params, &opaque, nullptr);
+    DynamicBuffer buffer;
+    buffer.Create(300, 280, RGBA8);
+    buffer.ClearRect({0, 0, 300, 280});
+    Draw(buffer, DynamicBitmap(source), &params, &opaque, 0, 0);
+    EXPECT_EQ(0, loads);
+    EXPECT_TRUE(source->IsPendingDelayLoad());
+    EXPECT_TRUE(dest.GetAllocatedBoundingBox().IsEmpty());
+    EXPECT_TRUE(buffer.GetAlphaBoundingBox().IsEmpty());
+}
+
+TEST_F(TransferPendingTest, ASourceThatCannotBeReadWritesNothing) {
+    backing = Backing::Unreadable;
+    DynamicBitmap dest(300, 280, RGBA8, MipmapModeNone, HardwareCachePolicy());
+    Transfer(dest, DynamicBitmap(MakePending()), nullptr, &opaque, nullptr);
+    EXPECT_EQ(1, loads);
+    EXPECT_TRUE(dest.GetAllocatedBoundingBox().IsEmpty());
+}
+
+TEST_F(TransferPendingTest, AnAbortDuringTheLoadWritesNothingAndLeavesTheSourcePending) {
+    backing = Backing::AbortsWhileRead;
+    auto const source = MakePending();
+    DynamicBitmap dest(300, 280, RGBA8, MipmapModeNone, HardwareCachePolicy());
+    bool abort = false;
+    TransferParams params;
+    params.abort = &abort;
+    Transfer(dest, DynamicBitmap(source), &params, &opaque, nullptr);
+    EXPECT_TRUE(source->IsPendingDelayLoad());
+    EXPECT_TRUE(dest.GetAllocatedBoundingBox().IsEmpty());
+}
+
+TEST_F(TransferPendingTest, APendingDestinationIsLoadedBeforeItIsWritten) {
+    DynamicBitmap dest(MakePending());
+    DynamicBitmap const nothing(300, 280, RGBA8, MipmapModeNone, HardwareCachePolicy());
+    Transfer(dest, nothing, nullptr, &opaque, nullptr);
+    EXPECT_EQ(1, loads);
+    EXPECT_EQ(ReadAll(*MakePainted()), ReadAll(*dest.GetTyped<RGBA8Tuple>()));
+}
+
+TEST_F(TransferPendingTest, ADestinationThatStaysPendingIsNotWritten) {
+    backing = Backing::Unreadable;
+    auto const dest = MakePending();
+    DynamicBitmap erased(dest);
+    Transfer(erased, DynamicBitmap(MakePainted()), nullptr, &opaque, nullptr);
+    Transfer(*dest, *MakePainted(), nullptr, &opaque, nullptr);
+    EXPECT_TRUE(dest->IsPendingDelayLoad());
+    for (std::size_t i = 0; i < dest->GetPlane(0).GetTileCount(); ++i)
+        EXPECT_FALSE(dest->GetPlane(0).GetTile(i).IsAllocated()) << i;
+}
+
+TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {
+    Kernel::Counted<RGBA8Bitmap> const source(new RGBA8Bitmap(900, 900, MipmapModeNone, HardwareCachePolicy()));
+    for (int plane = 0; plane < 4; ++plane)
+        for (std::size_t i = 0; i < source->GetPlane(plane).GetTileCount(); ++i) {
+            MutableTileGuard const guard(source->GetPlane(plane).GetTile(i));
+            std::memset(guard.GetBuffer(), 200, Tile::ByteCount);
+        }
+    double const enlarge[6]{0.9, 0, 20.3, 0, 0.9, 20.3};
+    Kernel::Counted<RGBA8Bitmap> const whole(new RGBA8Bitmap(800, 800, MipmapModeNone, HardwareCachePolicy()));
+    Transfer(*whole, *source, nullptr, &opaque, enlarge);
+    auto const expected = ReadAll(*whole);
+    std::mt19937 random(9);
+    for (int round = 0; round < 12; ++round) {
+        Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(800, 800, MipmapModeNone, HardwareCachePolicy()));
+        bool abort = false;
+        TransferParams params;
+        params.abort = &abort;
+        std::thread stopper([&abort, wait = random() % 8000] {
+            std::this_thread::sleep_for(std::chrono::microseconds(wait));
+            Kernel::RequestAbort(&abort);
+        });
+        Transfer(*dest, *source, &params, &opaque, enlarge);
+        stopper.join();
+        auto const pixels = ReadAll(*dest);
+        for (std::size_t y = 0; y < 800; ++y)
+            for (std::size_t left = 0; left < 800; left += 256) {
+                auto const begin = y * 800 + left, count = std::min<std::size_t>(256, 800 - left);
+                bool const done = std::equal(&pixels[begin], &pixels[begin] + count, &expected[begin]);
+                bool const untouched = std::all_of(&pixels[begin], &pixels[begin] + count,
+                                                   [](auto const & pixel) { return pixel == PixelOf<RGBA8Tuple>{}; });
+                ASSERT_TRUE(done || untouched) << "row " << y << " from " << left;
+            }
+    }
+}
+}
