@@ -21,8 +21,8 @@ public:
     template<std::floating_point T>
     FormatArgument(T number) : value(static_cast<double>(number)) {}
     template<class T>
-        requires std::is_enum_v<T> FormatArgument(T entry)
-            : FormatArgument(static_cast<std::underlying_type_t<T>>(entry)) {}
+        requires(std::is_enum_v<T>)
+    FormatArgument(T entry) : FormatArgument(static_cast<std::underlying_type_t<T>>(entry)) {}
         FormatArgument(char character) : value(character) {}
         FormatArgument(bool truth) : value(truth) {}
         FormatArgument(char const * text) : value(std::string_view(text ? text : "")) {}

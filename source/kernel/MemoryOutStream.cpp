@@ -19,7 +19,9 @@ bool MemoryOutStream::Seek(SeekOrigin origin, std::int64_t offset) {
 }
 
 void MemoryOutStream::Reserve(std::uint64_t size) {
-    if (size < bytes.max_size() - bytes.size())
+    // A hint, perhaps from a file: what can't be had is not asked for, and small steps are left to the vector's growth.
+    constexpr std::uint64_t largest = 64u << 20;
+    if (size <= largest && bytes.size() + size > bytes.capacity() * 2)
         bytes.reserve(bytes.size() + size);
 }
 

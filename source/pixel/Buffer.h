@@ -22,8 +22,7 @@ public:
 
     /// Negative sizes count as 0. Throws std::bad_alloc, nothing being attached then, if the pixels can't be had.
     /// @param data  null: the buffer allocates, owns and accounts for its pixels, which are not cleared. Otherwise
-    /// memory
-    ///              of width * height pixels that outlives the buffer and stays the caller's.
+    ///              memory of width * height pixels that outlives the buffer and stays the caller's.
     Buffer(int width, int height, unsigned char * data) : core(width, height, data, layoutOf<Tuple>) {}
     ~Buffer() override { core.Release(layoutOf<Tuple>); }
     Buffer(Buffer const &) = delete;

@@ -11,13 +11,13 @@ namespace {
 /// Bytes that are accounted for as long as this holds them.
 class Account {
 public:
-    explicit Account(std::uint64_t accountedBytes) : bytes(accountedBytes) {
-        MemoryManager::Instance().AttachInterleaved(bytes);
-    }
+    explicit Account(std::uint64_t accountedBytes) : bytes(accountedBytes) {}
     ~Account() {
         if (bytes)
             MemoryManager::Instance().DetachInterleaved(bytes);
     }
+    /// May evict. Bytes count before that, so they are given back even if the eviction throws.
+    void Attach() { MemoryManager::Instance().AttachInterleaved(bytes); }
     Account(Account const &) = delete;
     Account & operator=(Account const &) = delete;
     void Keep() { bytes = 0; }
@@ -27,7 +27,8 @@ private:
 };
 
 unsigned char * AllocateAccounted(std::uint64_t bytes) {
-    Account account(bytes); // first, so that room is made before memory is taken
+    Account account(bytes);
+    account.Attach(); // first, so that room is made before memory is taken
     unsigned char * const data = PixelMemory::Allocate(bytes, PixelMemory::Content::Uninitialised);
     account.Keep();
     return data;
@@ -117,7 +118,7 @@ void BufferCore::CopyFrom(BufferCore const & source, TupleLayout const & layout)
 }
 
 Kernel::RectT<int> BufferCore::GetAlphaBoundingBox(TupleLayout const & layout) const {
-    if (layout.alphaIndex == 0)
+    if (layout.alphaIndex == 0 || GetSize(layout) == 0)
         return {};
     switch (layout.sampleSize) {
     case 1:

@@ -19,7 +19,12 @@ PaddedBuffer<C1, C2, C3, C4, C5>::PaddedBuffer(int givenWidth, int givenHeight, 
     if (!owning)
         return;
     PixelMemory::Owner rows(PixelMemory::Allocate(bytes, PixelMemory::Content::Uninitialised));
-    MemoryManager::Instance().AttachInterleaved(bytes);
+    try {
+        MemoryManager::Instance().AttachInterleaved(bytes);
+    } catch (...) { // of an eviction; the bytes were counted before it
+        MemoryManager::Instance().DetachInterleaved(bytes);
+        throw;
+    }
     data = rows.release();
 }
 

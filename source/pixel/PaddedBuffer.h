@@ -22,9 +22,8 @@ public:
 
     /// Negative sizes count as 0. Throws std::bad_alloc, nothing being attached then, if the pixels can't be had.
     /// @param alignment  of a row, in bytes. Below 1 counts as 1.
-    /// @param data  null: the buffer allocates, owns and accounts for its rows, which are not cleared. Otherwise memory
-    /// of
-    ///              stride * height bytes that outlives the buffer and stays the caller's.
+    /// @param data  null: the buffer allocates, owns and accounts for its rows, which are not cleared. Otherwise
+    ///              memory of stride * height bytes that outlives the buffer and stays the caller's.
     PaddedBuffer(int width, int height, int alignment, unsigned char * data);
     ~PaddedBuffer() override;
     PaddedBuffer(PaddedBuffer const &) = delete;

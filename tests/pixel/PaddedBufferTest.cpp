@@ -73,6 +73,7 @@ TEST(PaddedBuffer, OwnsAccountsAndClones) {
     {
         BGRBuffer buffer(5, 3, 8, nullptr);
         EXPECT_EQ(before + 48, GetUsage());
+        EXPECT_FALSE(buffer.GetProfile());
         std::memset(buffer.GetData(), 33, 48);
         Kernel::Counted<BGRBuffer> const copy(buffer.Clone());
         EXPECT_EQ(before + 96, GetUsage());

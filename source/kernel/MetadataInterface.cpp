@@ -1,0 +1,5 @@
+#include "kernel/MetadataInterface.h"
+
+namespace Kernel {
+MetadataInterface::~MetadataInterface() = default;
+}
