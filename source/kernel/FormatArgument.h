@@ -8,6 +8,9 @@
 #include <variant>
 
 namespace Kernel {
+template<class T>
+concept Enumeration = std::is_enum_v<T>;
+
 /// One value on its way into a formatted text. Texts are borrowed, so it must not outlive the call that it is made for.
 class FormatArgument {
 public:
@@ -20,25 +23,24 @@ public:
     FormatArgument(T number) : value(std::uint64_t(number)) {}
     template<std::floating_point T>
     FormatArgument(T number) : value(static_cast<double>(number)) {}
-    template<class T>
-        requires(std::is_enum_v<T>)
+    template<Enumeration T>
     FormatArgument(T entry) : FormatArgument(static_cast<std::underlying_type_t<T>>(entry)) {}
-        FormatArgument(char character) : value(character) {}
-        FormatArgument(bool truth) : value(truth) {}
-        FormatArgument(char const * text) : value(std::string_view(text ? text : "")) {}
-        FormatArgument(char16_t const * text) : value(std::u16string_view(text ? text : u"")) {}
-        FormatArgument(std::string_view text) : value(text) {}
-        FormatArgument(std::u16string_view text) : value(text) {}
-        FormatArgument(std::string const & text) : value(std::string_view(text)) {}
-        template<class TEnc>
-        FormatArgument(StringT<TEnc> const & text) : value(text.GetView()) {}
-        FormatArgument(void const * address) : value(address) {}
+    FormatArgument(char character) : value(character) {}
+    FormatArgument(bool truth) : value(truth) {}
+    FormatArgument(char const * text) : value(std::string_view(text ? text : "")) {}
+    FormatArgument(char16_t const * text) : value(std::u16string_view(text ? text : u"")) {}
+    FormatArgument(std::string_view text) : value(text) {}
+    FormatArgument(std::u16string_view text) : value(text) {}
+    FormatArgument(std::string const & text) : value(std::string_view(text)) {}
+    template<class TEnc>
+    FormatArgument(StringT<TEnc> const & text) : value(text.GetView()) {}
+    FormatArgument(void const * address) : value(address) {}
 
-        /// Appends the value: numbers in decimal and the C locale's form, doubles as by %g, truth values as 1 and 0,
-        /// addresses in hexadecimal, texts of the other encoding converted.
-        RASTER_API void AppendTo(std::string & dest) const;
+    /// Appends the value: numbers in decimal and the C locale's form, doubles as by %g, truth values as 1 and 0,
+    /// addresses in hexadecimal, texts of the other encoding converted.
+    RASTER_API void AppendTo(std::string & dest) const;
 
-    private:
-        Value value;
+private:
+    Value value;
 };
 }

@@ -196,6 +196,11 @@ void Block::SetDelayLoad(Kernel::Counted<Kernel::DelayLoadHolder> holder) {
     bool const isLoaded = holder && holder->IsLoaded();
     bool const isPromise = holder && !isLoaded;
     delayLoad.Exchange(std::move(holder));
+    if (delayLoad.Get()) { // the bytes are those of a document now; that all may be below full stays a true bound
+        Kernel::ScopedLock const guard(rectLock);
+        rects[int(RectKind::Data)].version = noVersion;
+        rects[int(RectKind::Inverse)].version = noVersion;
+    }
     if (isPromise) {
         isCountedAsDelayed.store(true, std::memory_order_relaxed);
         MemoryManager::Instance().AttachDelayed();
@@ -291,6 +296,8 @@ void Block::GiveBackContent() {
                 RestoreShared(*held);
             held->Disown();
         } else {
+            if (IsDisposed() && held->GetCount() > 1) // a save that has not written it yet
+                RestoreShared(*held);
             held->Disown();
         }
     }
@@ -306,6 +313,7 @@ void Block::Copy(Block const & source) {
     if (&source == this)
         return;
     GiveBackContent();
+    version.fetch_add(1, std::memory_order_acq_rel); // whatever was known of the old bytes, also if what follows throws
     ConstBlockPin const sourcePin(source);
     auto made = Kernel::MakeCounted<Data>();
     std::memcpy(made->GetBuffer(), source.GetConstBuffer(), ByteCount);

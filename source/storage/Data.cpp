@@ -20,11 +20,16 @@ bool Data::Own(Block const * block) noexcept {
 
 // The store may write the item long after the save of its block, which may be on disk by then.
 void Data::Save(Kernel::OutStream & stream, Kernel::FileStoreOut &) const {
+    auto const write = [&] {
+        if (!GetBuffer()) // the disk failed to give the bytes back: better no save than one of garbage
+            throw Kernel::OutStream::WriteException();
+        stream.WriteAll(GetBuffer(), ByteCount);
+    };
     auto const block = GetOwner();
     if (!block)
-        return stream.WriteAll(GetBuffer(), ByteCount);
+        return write();
     ConstBlockPin const pin(*block);
-    stream.WriteAll(GetBuffer(), ByteCount);
+    write();
 }
 
 bool Data::Load(Kernel::InStream & stream, Kernel::FileStore &) {

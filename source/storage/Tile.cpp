@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace Raster {
 TileLocks::PaddedLock TileLocks::locks[std::size_t(1) << TileLocks::countBits];
@@ -201,7 +202,8 @@ Block * Tile::PinMutable() {
             block->CompleteMutablePin();
             return block;
         }
-        shared = Kernel::Counted<Block>(block);
+        replaced =
+            std::exchange(shared, Kernel::Counted<Block>(block)); // the old one may have become the last reference
         guard.Release();
         own = MakePinnedCopy(shared.Get());
     }

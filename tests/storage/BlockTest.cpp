@@ -133,6 +133,25 @@ TEST_F(BlockTest, APinKeepsTheBufferInMemory) {
     ExpectAtRest(0, 1, 0);
 }
 
+TEST_F(BlockTest, ABlockFromADocumentFindsItsRectsAndKeepsTheFloatBound) {
+    std::vector<unsigned char> bytes(Block::ByteCount);
+    bytes[5 * 256 + 7] = 9;
+    auto const pending = Kernel::MakeCounted<Block>();
+    pending->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(bytes));
+    EXPECT_EQ((RectT<int>{7, 5, 8, 6}), pending->GetDataRect());
+    EXPECT_EQ((RectT<int>{0, 0, 256, 256}), pending->GetInverseDataRect());
+
+    std::vector<float> const ones(Block::ByteCount / sizeof(float), 1.0f);
+    std::memcpy(bytes.data(), ones.data(), bytes.size());
+    auto const full = Kernel::MakeCounted<Block>();
+    full->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(bytes));
+    EXPECT_EQ((RectT<int>{0, 0, 256, 256}), full->GetFloatInverseDataRect()) << "a true bound, if not a tight one";
+    full->IncrementRefCountMutable();
+    full->GetMutableBuffer();
+    full->DecrementRefCountMutable();
+    EXPECT_EQ((RectT<int>{}), full->GetFloatInverseDataRect()) << "until it is written";
+}
+
 TEST_F(BlockTest, WhatIsNowhereOrPendingIsNotDisposedOf) {
     auto const nowhere = Kernel::MakeCounted<Block>(), pending = Kernel::MakeCounted<Block>();
     pending->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(MakeNoise(10)));

@@ -1,10 +1,12 @@
 #include "pixel/transfer/Draw.h"
 
+#include "kernel/Dispatch.h"
 #include "pixel/transfer/BitmapTransfer.h"
 #include "pixel/transfer/Fill.h"
 #include "pixel/transfer/Invert.h"
 #include "transfer/TransferPixels.h"
 
+#include <limits>
 #include <thread>
 
 namespace Raster {
@@ -142,6 +144,45 @@ TEST_F(DrawTest, TransparentPixelsTouchNoTile) {
     Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(300, 300, MipmapModeNone, HardwareCachePolicy()));
     Draw(*dest, DecodedFile(nothing), nullptr, &opaque, 0, 0);
     EXPECT_TRUE(dest->GetAllocatedBoundingBox().IsEmpty());
+}
+
+TEST_F(DrawTest, ADestinationMayBeItsOwnSource) {
+    auto const before = MakePicture<RGBA8Tuple>(600, 300, 2);
+    auto const expected = DrawSlowly(before, before, {0, 0, 600, 300}, 1.0f, -7, -5);
+    for (unsigned const threads : {1u, 8u}) {
+        Kernel::Dispatch::SetThreadCount(threads);
+        auto const bitmap = MakeBitmap<RGBA8Tuple>(before);
+        Draw(*bitmap, *bitmap, nullptr, &opaque, -7, -5);
+        EXPECT_EQ(expected.pixels, ReadAll(*bitmap)) << threads;
+        RGBA8Buffer buffer(600, 300, nullptr);
+        std::memcpy(buffer.GetData(), before.pixels.data(), buffer.GetBufferSize());
+        Draw(buffer, buffer, nullptr, &opaque, -7, -5);
+        EXPECT_EQ(expected.pixels, ReadBuffer(buffer)) << threads;
+    }
+    Kernel::Dispatch::SetThreadCount(0);
+}
+
+TEST_F(DrawTest, OffsetsAtTheEndsOfTheirRangeLandNowhere) {
+    auto const source = MakeBitmap<RGBA8Tuple>(MakePicture<RGBA8Tuple>(30, 30, 2));
+    DynamicBitmap const erased(source);
+    for (int const far : {std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
+        Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(300, 300, MipmapModeNone, HardwareCachePolicy()));
+        Draw(*dest, *source, nullptr, &opaque, far, far);
+        EXPECT_TRUE(dest->GetAllocatedBoundingBox().IsEmpty());
+        Draw(*dest, EndlessRamp(), nullptr, &opaque, far, far);
+        DynamicBuffer buffer;
+        buffer.Create(20, 20, RGBA16);
+        buffer.ClearRect({0, 0, 20, 20});
+        Draw(buffer, erased, nullptr, &opaque, far, far);
+        EXPECT_TRUE(buffer.GetAlphaBoundingBox().IsEmpty());
+    }
+}
+
+TEST_F(DrawTest, FeedFromAnEndlessModelFillsTheSink) {
+    RowWriter writer(70, 40);
+    Feed(writer, EndlessRamp(), nullptr);
+    EXPECT_EQ(70 * 40, writer.next);
+    EXPECT_EQ(EndlessRamp::At(69, 39), writer.picture.At(69, 39));
 }
 
 TEST_F(DrawTest, FeedHandsOverRowsInOrderAndFlushesOnce) {

@@ -97,6 +97,14 @@ TEST_F(TransferPendingTest, AnAbortDuringTheLoadWritesNothingAndLeavesTheSourceP
     EXPECT_TRUE(dest.GetAllocatedBoundingBox().IsEmpty());
 }
 
+TEST_F(TransferPendingTest, DrawsOfAKnownTupleLoadTheirSource) {
+    auto const source = MakePending();
+    Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(300, 280, MipmapModeNone, HardwareCachePolicy()));
+    Draw(*dest, *source, nullptr, &opaque, 0, 0);
+    EXPECT_EQ(1, loads);
+    EXPECT_FALSE(dest->GetAllocatedBoundingBox().IsEmpty());
+}
+
 TEST_F(TransferPendingTest, APendingDestinationIsLoadedBeforeItIsWritten) {
     DynamicBitmap dest(MakePending());
     DynamicBitmap const nothing(300, 280, RGBA8, MipmapModeNone, HardwareCachePolicy());
@@ -121,7 +129,7 @@ TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {
     for (int plane = 0; plane < 4; ++plane)
         for (std::size_t i = 0; i < source->GetPlane(plane).GetTileCount(); ++i) {
             MutableTileGuard const guard(source->GetPlane(plane).GetTile(i));
-            std::memset(guard.GetBuffer(), 200, Tile::ByteCount);
+            std::memset(guard.GetBuffer(), plane == 3 ? 255 : 200, Tile::ByteCount);
         }
     double const enlarge[6]{0.9, 0, 20.3, 0, 0.9, 20.3};
     Kernel::Counted<RGBA8Bitmap> const whole(new RGBA8Bitmap(800, 800, MipmapModeNone, HardwareCachePolicy()));
@@ -148,6 +156,8 @@ TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {
                                                    [](auto const & pixel) { return pixel == PixelOf<RGBA8Tuple>{}; });
                 ASSERT_TRUE(done || untouched) << "row " << y << " from " << left;
             }
+        Transfer(*dest, *source, nullptr, &opaque, enlarge);
+        ASSERT_EQ(expected, ReadAll(*dest)); // opaque rows that were done become the same again
     }
 }
 }

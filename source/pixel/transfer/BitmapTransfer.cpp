@@ -33,16 +33,6 @@ Matrix ScaleToLevel(Matrix const & matrix, int level) {
             matrix.d * factor, matrix.e * factor, matrix.f * factor};
 }
 
-bool HasLevel(BitmapCore const & bitmap, BitmapCore const & level) {
-    auto const levels = bitmap.GetMipmapTable().GetLevels();
-    return std::any_of(levels.begin(), levels.end(),
-                       [&](auto const & entry) { return entry.second.bitmap.Get() == &level; });
-}
-
-bool AreEntangled(BitmapCore const & dest, BitmapCore const & source) {
-    return &dest == &source || HasLevel(source, dest) || HasLevel(dest, source);
-}
-
 bool IsWhole(double value) { return std::fabs(value) <= 16777216.0 && value == std::floor(value); }
 
 bool IsWholeTranslation(Matrix const & matrix) {
@@ -90,13 +80,8 @@ void Transfer(BitmapCore & dest, BitmapCore const & source, TransferParams const
             job.matrix = ScaleToLevel(job.matrix, level);
         }
     }
-    if (!holder && source.IsPendingDelayLoad()) {
-        if (own.sourceMayStayUnloaded)
-            return; // nothing is there yet
-        source.ForceDelayLoad(own.abort);
-        if (Kernel::IsAborted(own.abort) || source.IsPendingDelayLoad())
-            return;
-    }
+    if (!holder && !LoadSource(source, params))
+        return;
 
     auto const rect = GetWorkRect(dest.GetBounds(), &own);
     if (rect.IsEmpty() || Kernel::IsAborted(own.abort))

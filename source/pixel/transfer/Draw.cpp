@@ -20,17 +20,12 @@ void Draw(DynamicBuffer & dest, DynamicBitmap const & source, TransferParams con
     BitmapCore const * const core = source.GetCore();
     if (!core || dest.GetWidth() == 0)
         return;
+    if (!LoadSource(*core, params))
+        return;
     bool * const abort = params ? params->abort : nullptr;
-    if (core->IsPendingDelayLoad()) {
-        if (params && params->sourceMayStayUnloaded)
-            return;
-        core->ForceDelayLoad(abort);
-        if (Kernel::IsAborted(abort) || core->IsPendingDelayLoad())
-            return;
-    }
     if (dest.GetFormat() != source.GetFormat()) {
         auto const work = GetWorkRect({0, 0, dest.GetWidth(), dest.GetHeight()}, params);
-        auto const part = MoveRect(work, -dx, -dy).Intersect(core->GetBounds());
+        auto const part = MoveRect(work, -std::int64_t(dx), -std::int64_t(dy)).Intersect(core->GetBounds());
         if (!part.IsEmpty())
             Draw(dest, ConvertPart(source, part, dest.GetFormat(), abort), params, opacity, dx + part.left,
                  dy + part.top);

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <concepts>
+#include <cstdint>
 
 namespace Raster {
 /// A model whose pixels can be read.
@@ -27,6 +28,13 @@ concept SinkModel = requires {
     typename Model::Cursor;
 };
 
+/// Models of one tuple.
+template<class A, class B>
+concept SameTuple = std::same_as<typename A::Tuple, typename B::Tuple>;
+/// A model of one of the ten tuples that have a format.
+template<class Model>
+concept HasFormat = (formatOf<typename Model::Tuple> != NoFormat);
+
 /// The part of a destination's rectangle that a source covers when it lies moved by (dx, dy).
 template<ReadModel Source>
 Kernel::RectT<int> GetCoveredRect(Source const & source, Kernel::RectT<int> const & rect, int dx, int dy) {
@@ -39,74 +47,104 @@ Kernel::RectT<int> GetCoveredRect(Source const & source, Kernel::RectT<int> cons
 /// Lays `source` over a bitmap or buffer of the same tuple by the source-over rule: source pixel (x, y) lands on
 /// (x + dx, y + dy). Pixels are taken as they are. Where nothing shows, a tile of the destination stays untouched.
 /// Split by the destination's tiles over the thread pool, with the same result for any number of threads; a source that
-/// has to decode does so on the calling thread before that.
+/// has to decode does so on the calling thread before that. A pending source is loaded first; a destination that is
+/// pending stays as it is. The two may be the same.
 /// @param params   may be null.
 /// @param opacity  as in `Transfer`; null is 1.
-/// A bitmap that is pending stays as it is.
 template<SinkModel Dest, ReadModel Source>
-    requires std::same_as<typename Dest::Tuple, typename Source::Tuple> &&
-        (formatOf<typename Dest::Tuple> != NoFormat) void Draw(Dest & dest, Source const & source,
-                                                               TransferParams const * params, float const * opacity,
-                                                               int dx, int dy) {
-        using Reader = ModelConstAccessor<Source, Safe, IdentityTransform>;
-        bool * const abort = params ? params->abort : nullptr;
-        auto const work = GetWorkRect({0, 0, dest.GetWidth(), dest.GetHeight()}, params);
-        auto const rect = GetCoveredRect(source, work, dx, dy);
-        if (rect.IsEmpty() || !IsReadyForLayers(dest))
+    requires SameTuple<Dest, Source> && HasFormat<Dest>
+void Draw(Dest & dest, Source const & source, TransferParams const * params, float const * opacity, int dx, int dy) {
+    if constexpr (std::derived_from<Source, BitmapCore>) {
+        if (!LoadSource(source, params))
             return;
-        Reader{&source, nullptr, abort}; // whatever has to be decoded is decoded here, not inside a task
-        float const strength = ClampOpacity(opacity);
-        ForEachTile(dest, rect, params, [&](TileTask const & task) {
-            Reader reader(&source, nullptr, abort);
-            LayerOf<Dest> layer(dest, task, strength);
-            typename Reader::PlanarSpan span;
-            for (int y = task.rect.top; y < task.rect.bottom && !task.IsAborted(); ++y) {
-                reader.SetToXY(task.rect.left - dx, y - dy);
-                // Whole spans begin at multiples of 32, so that they never straddle a tile.
-                for (int x = task.rect.left; x < task.rect.right;) {
-                    int const count = std::min(spanLength - x % spanLength, task.rect.right - x);
-                    ReadRun(reader, count, span);
-                    layer.Lay(x, y, span, count);
-                    x += count;
-                }
-                task.ReportRow(y);
-            }
-        });
     }
-
-    /// Hands every pixel of `source` in the clip rectangle to `sink`, row by row from the top on the calling thread,
-    /// without reading the sink. Rows begin at the rectangle's left edge, which lands on column 0; the sink is flushed
-    /// in the end, unless the abort flag stopped the work. Progress comes as for work in line.
-    template<SinkModel Sink, ReadModel Source>
-        requires std::same_as<typename Sink::Tuple, typename Source::Tuple>
-    void Feed(Sink & sink, Source const & source, TransferParams const * params) {
-        TransferParams const own = params ? *params : TransferParams();
-        TileTask const task{GetWorkRect({0, 0, source.GetWidth(), source.GetHeight()}, params), true, own};
-        if (task.rect.IsEmpty() || task.IsAborted())
-            return;
-        ModelConstAccessor<Source, Safe, IdentityTransform> reader(&source, nullptr, own.abort);
-        ModelAccessor<Sink> writer(&sink);
-        typename ModelAccessor<Sink>::PlanarSpan span;
-        for (int y = task.rect.top; y < task.rect.bottom; ++y) {
-            if (task.IsAborted())
-                return;
-            reader.SetToXY(task.rect.left, y);
-            writer.SetToXY(0, y - task.rect.top);
-            for (int x = task.rect.left; x < task.rect.right; x += spanLength) {
-                int const count = std::min(spanLength, task.rect.right - x);
+    // A picture laid on itself is taken as it is before anything is written.
+    if constexpr (std::same_as<Dest, Source> && std::derived_from<Source, BitmapCore>) {
+        if (AreEntangled(dest, source)) {
+            Kernel::Counted<BitmapCore const> const before(source.CloneTiles().release());
+            return Draw(dest, static_cast<Source const &>(*before), params, opacity, dx, dy);
+        }
+    } else if constexpr (std::same_as<Dest, Source>) {
+        if (&dest == &source) {
+            Kernel::Counted<Source> const before(source.Clone());
+            return Draw(dest, *before, params, opacity, dx, dy);
+        }
+    }
+    using Reader = ModelConstAccessor<Source, Safe, IdentityTransform>;
+    bool * const abort = params ? params->abort : nullptr;
+    auto const work = GetWorkRect({0, 0, dest.GetWidth(), dest.GetHeight()}, params);
+    auto const rect = GetCoveredRect(source, work, dx, dy);
+    if (rect.IsEmpty() || !IsReadyForLayers(dest))
+        return;
+    Reader{&source, nullptr, abort}; // whatever has to be decoded is decoded here, not inside a task
+    float const strength = ClampOpacity(opacity);
+    ForEachTile(dest, rect, params, [&](TileTask const & task) {
+        Reader reader(&source, nullptr, abort);
+        LayerOf<Dest> layer(dest, task, strength);
+        typename Reader::PlanarSpan span;
+        for (int y = task.rect.top; y < task.rect.bottom && !task.IsAborted(); ++y) {
+            auto const origin = MoveRect({task.rect.left, y, task.rect.left, y}, -std::int64_t(dx), -std::int64_t(dy));
+            reader.SetToXY(origin.left, origin.top);
+            // Whole spans begin at multiples of 32, so that they never straddle a tile.
+            for (int x = task.rect.left; x < task.rect.right;) {
+                int const count = std::min(spanLength - x % spanLength, task.rect.right - x);
                 ReadRun(reader, count, span);
-                WriteRun(writer, count, span);
+                layer.Lay(x, y, span, count);
+                x += count;
             }
-            if (y % TileGrid::tileHeight == 0)
-                reader.Reset(); // a tile row at a time is enough to hold
             task.ReportRow(y);
         }
-        writer.Flush();
-    }
+    });
+}
 
-    /// `Draw` of a bitmap onto a buffer when formats are known at run time only. A bitmap of another format is
-    /// converted first. A pending one is loaded, unless it may stay unloaded; without pixels on either side nothing
-    /// happens.
-    RASTER_API void Draw(DynamicBuffer & dest, DynamicBitmap const & source, TransferParams const * params,
-                         float const * opacity, int dx, int dy);
+/// The rectangle that `Feed` hands over: the clip in the source's bounds, or for a source without bounds the clip
+/// alone, and without one as much as the sink is large.
+template<SinkModel Sink, ReadModel Source>
+Kernel::RectT<int> GetFedRect(Sink const & sink, Source const & source, TransferParams const * params) {
+    if constexpr (Source::isUnbounded)
+        return params && params->clip ? *params->clip : Kernel::RectT<int>{0, 0, sink.GetWidth(), sink.GetHeight()};
+    else
+        return GetWorkRect({0, 0, source.GetWidth(), source.GetHeight()}, params);
+}
+
+/// Hands every pixel of `source` in the clip rectangle to `sink`, row by row from the top on the calling thread,
+/// without reading the sink. Rows begin at the rectangle's left edge, which lands on column 0; the sink is flushed in
+/// the end, unless the abort flag stopped the work. Progress comes as for work in line. A pending source is loaded
+/// first.
+template<SinkModel Sink, ReadModel Source>
+    requires SameTuple<Sink, Source>
+void Feed(Sink & sink, Source const & source, TransferParams const * params) {
+    if constexpr (std::derived_from<Source, BitmapCore>) {
+        if (!LoadSource(source, params))
+            return;
+    }
+    TransferParams const own = params ? *params : TransferParams();
+    TileTask const task{GetFedRect(sink, source, params), true, own};
+    if (task.rect.IsEmpty() || task.IsAborted())
+        return;
+    ModelConstAccessor<Source, Safe, IdentityTransform> reader(&source, nullptr, own.abort);
+    ModelAccessor<Sink> writer(&sink);
+    typename ModelAccessor<Sink>::PlanarSpan span;
+    for (int y = task.rect.top; y < task.rect.bottom; ++y) {
+        if (task.IsAborted())
+            return;
+        reader.SetToXY(task.rect.left, y);
+        writer.SetToXY(0, y - task.rect.top);
+        for (int left = task.rect.GetWidth(); left > 0;) {
+            int const count = std::min(spanLength, left);
+            left -= count;
+            ReadRun(reader, count, span);
+            WriteRun(writer, count, span);
+        }
+        if (y % TileGrid::tileHeight == 0)
+            reader.Reset(); // a tile row at a time is enough to hold
+        task.ReportRow(y);
+    }
+    writer.Flush();
+}
+
+/// `Draw` of a bitmap onto a buffer when formats are known at run time only. A bitmap of another format is converted
+/// first. A pending one is loaded, unless it may stay unloaded; without pixels on either side nothing happens.
+RASTER_API void Draw(DynamicBuffer & dest, DynamicBitmap const & source, TransferParams const * params,
+                     float const * opacity, int dx, int dy);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <vector>
 
 namespace Raster {
@@ -39,12 +40,19 @@ void FillBitmap(BitmapOf<Tuple> & dest, Kernel::RectT<int> const & rect, PixelOf
     ColourRow<Tuple> const row(pixel);
     bool const replaces = opacity == 1.0f && pixel.channels[Tuple::channelCount - 1] ==
                                                  static_cast<typename Tuple::Storage>(Tuple::First::maximum);
+    auto const & grid = dest.GetGrid();
+    auto const work = rect.Intersect(dest.GetBounds());
+    auto const holdsWholeCell = [](int begin, int end, int length) {
+        return (std::int64_t(begin) + length - 1) / length * length + length <= end;
+    };
+    bool const replacesTiles = replaces && holdsWholeCell(work.left, work.right, grid.tileWidth) &&
+                               holdsWholeCell(work.top, work.bottom, TileGrid::tileHeight);
     std::vector<Tile> tiles;
-    for (int channel = 0; replaces && channel < Tuple::channelCount; ++channel)
+    for (int channel = 0; replacesTiles && channel < Tuple::channelCount; ++channel)
         tiles.push_back(MakeTile(pixel.channels[channel]));
     ForEachTile(dest, rect, nullptr, [&](TileTask const & task) {
         auto const & area = task.rect;
-        if (replaces && area.GetWidth() == ColourRow<Tuple>::length && area.GetHeight() == TileGrid::tileHeight) {
+        if (replacesTiles && area.GetWidth() == ColourRow<Tuple>::length && area.GetHeight() == TileGrid::tileHeight) {
             for (int channel = 0; channel < Tuple::channelCount; ++channel)
                 dest.GetPlane(channel).GetTile(area.left / dest.GetGrid().tileWidth, area.top / TileGrid::tileHeight) =
                     tiles[static_cast<std::size_t>(channel)];
@@ -66,8 +74,8 @@ void FillMemory(Dest & dest, Kernel::RectT<int> const & rect, PixelOf<typename D
     ForEachTile(dest, rect, nullptr, [&](TileTask const & task) {
         LayerOf<Dest> layer(dest, task, opacity);
         for (int y = task.rect.top; y < task.rect.bottom; ++y)
-            for (int x = task.rect.left; x < task.rect.right; x += spanLength)
-                layer.Lay(x, y, span, std::min(spanLength, task.rect.right - x));
+            for (int done = 0; done < task.rect.GetWidth(); done += spanLength)
+                layer.Lay(task.rect.left + done, y, span, std::min(spanLength, task.rect.GetWidth() - done));
     });
 }
 

@@ -14,11 +14,33 @@ float ClampOpacity(float const * opacity) {
     return value > 1.0f || std::fabs(value - 1.0f) <= 1e-6f ? 1.0f : value;
 }
 
-Kernel::RectT<int> MoveRect(Kernel::RectT<int> const & rect, int dx, int dy) {
-    auto const move = [](int value, int offset) {
-        return static_cast<int>(std::clamp<std::int64_t>(std::int64_t(value) + offset, INT32_MIN, INT32_MAX));
+Kernel::RectT<int> MoveRect(Kernel::RectT<int> const & rect, std::int64_t dx, std::int64_t dy) {
+    auto const move = [](std::int64_t value, std::int64_t offset) {
+        return static_cast<int>(std::clamp<std::int64_t>(value + offset, INT32_MIN, INT32_MAX));
     };
     return {move(rect.left, dx), move(rect.top, dy), move(rect.right, dx), move(rect.bottom, dy)};
+}
+
+namespace {
+bool HasLevel(BitmapCore const & bitmap, BitmapCore const & level) {
+    auto const levels = bitmap.GetMipmapTable().GetLevels();
+    return std::any_of(levels.begin(), levels.end(),
+                       [&](auto const & entry) { return entry.second.bitmap.Get() == &level; });
+}
+}
+
+bool AreEntangled(BitmapCore const & dest, BitmapCore const & source) {
+    return &dest == &source || HasLevel(source, dest) || HasLevel(dest, source);
+}
+
+bool LoadSource(BitmapCore const & source, TransferParams const * params) {
+    if (!source.IsPendingDelayLoad())
+        return true;
+    if (params && params->sourceMayStayUnloaded)
+        return false; // nothing is there yet
+    bool * const abort = params ? params->abort : nullptr;
+    source.ForceDelayLoad(abort);
+    return !source.IsPendingDelayLoad() && !Kernel::IsAborted(abort);
 }
 
 BitmapLayer::BitmapLayer(BitmapCore & dest, TileTask const & task, float layerOpacity)

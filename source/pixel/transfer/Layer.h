@@ -11,13 +11,22 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 namespace Raster {
 /// Clamped to 0 to 1, no number being 0; within 1e-6 of 1 it is 1, and so is null.
 RASTER_API float ClampOpacity(float const * opacity);
 
 /// Moved, with edges that stop at the ends of the range of `int`.
-RASTER_API Kernel::RectT<int> MoveRect(Kernel::RectT<int> const & rect, int dx, int dy);
+RASTER_API Kernel::RectT<int> MoveRect(Kernel::RectT<int> const & rect, std::int64_t dx, std::int64_t dy);
+
+/// Whether writing one bitmap could change what is read from the other: they are the same, or one is a level of the
+/// other. Read a `CloneTiles` then.
+RASTER_API bool AreEntangled(BitmapCore const & dest, BitmapCore const & source);
+
+/// Loads a pending source, unless it may stay unloaded.
+/// @return whether its pixels are there. False also after an abort.
+RASTER_API bool LoadSource(BitmapCore const & source, TransferParams const * params);
 
 /// The rectangle that work on a destination of these bounds is about.
 inline Kernel::RectT<int> GetWorkRect(Kernel::RectT<int> const & bounds, TransferParams const * params) {

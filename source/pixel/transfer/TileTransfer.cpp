@@ -31,6 +31,16 @@ std::array<void const *, 5> AsConst(std::array<void *, 5> const & rows) {
     return {rows[0], rows[1], rows[2], rows[3], rows[4]};
 }
 
+// The last tile of a very long side ends beyond the range of `int`; so far no picture reaches.
+int GetTileEnd(int index, int length) {
+    return static_cast<int>(std::min<std::int64_t>((std::int64_t(index) + 1) * length, INT32_MAX));
+}
+
+Rect GetTileRect(TileGrid const & grid, int column, int row) {
+    return {column * grid.tileWidth, row * TileGrid::tileHeight, GetTileEnd(column, grid.tileWidth),
+            GetTileEnd(row, TileGrid::tileHeight)};
+}
+
 class TileTransfer {
 public:
     TileTransfer(TransferJob const & transferJob, TileTask const & tileTask)
@@ -42,6 +52,10 @@ public:
     void RunSampled();
 
 private:
+    void ReportRows(int top, int bottom) const {
+        for (int y = top; y < bottom && !task.IsAborted(); ++y)
+            task.ReportRow(y);
+    }
     void CopyFromSourceRow(int sourceTileRow, Rect const & work);
     bool ShareWholeTile(Rect const & work);
     void LayRun(int x, int y, std::array<void const *, 5> samples, std::size_t count);
@@ -105,12 +119,14 @@ void TileTransfer::RunDirect() {
     Rect const work = Rect{shift(task.rect.left, job.offsetX), shift(task.rect.top, job.offsetY),
                            shift(task.rect.right, job.offsetX), shift(task.rect.bottom, job.offsetY)}
                           .Intersect(source.GetGrid().GetBounds());
-    if (work.IsEmpty())
+    if (work.IsEmpty() || ShareWholeTile(work)) {
+        ReportRows(task.rect.top, task.rect.bottom);
         return;
-    if (ShareWholeTile(work))
-        return;
+    }
+    ReportRows(task.rect.top, work.top - job.offsetY);
     for (int row = work.top / TileGrid::tileHeight; row <= (work.bottom - 1) / TileGrid::tileHeight; ++row)
         CopyFromSourceRow(row, work);
+    ReportRows(work.bottom - job.offsetY, task.rect.bottom);
 }
 
 // One row of source tiles. `work` is in source pixels.
@@ -119,12 +135,12 @@ void TileTransfer::CopyFromSourceRow(int sourceTileRow, Rect const & work) {
     std::vector<Rect> pieces;
     for (int column = work.left / grid.tileWidth; column <= (work.right - 1) / grid.tileWidth; ++column)
         if (!source.IsTransparent(column, sourceTileRow))
-            pieces.push_back(Rect{column * grid.tileWidth, sourceTileRow * TileGrid::tileHeight,
-                                  (column + 1) * grid.tileWidth, (sourceTileRow + 1) * TileGrid::tileHeight}
-                                 .Intersect(work));
-    if (pieces.empty())
+            pieces.push_back(GetTileRect(grid, column, sourceTileRow).Intersect(work));
+    if (pieces.empty()) {
+        auto const rows = GetTileRect(grid, work.left / grid.tileWidth, sourceTileRow).Intersect(work);
+        ReportRows(rows.top - job.offsetY, rows.bottom - job.offsetY);
         return;
-
+    }
     auto const & destGrid = job.dest->GetGrid();
     bool const fillsRows = !job.convert && pieces.size() == 1 && pieces[0].GetWidth() == grid.tileWidth &&
                            (pieces[0].left - job.offsetX) % destGrid.tileWidth == 0;
@@ -134,19 +150,22 @@ void TileTransfer::CopyFromSourceRow(int sourceTileRow, Rect const & work) {
         for (auto const & piece : pieces)
             LayRun(piece.left - job.offsetX, y - job.offsetY, source.GetRows(piece.left, y),
                    static_cast<std::size_t>(piece.GetWidth()) * static_cast<std::size_t>(rows));
-        for (int const end = y + rows; y < end; ++y)
-            task.ReportRow(y - job.offsetY);
+        ReportRows(y - job.offsetY, y + rows - job.offsetY);
+        y += rows;
     }
 }
 
 void TileTransfer::RunSampled() {
-    for (int top = task.rect.top; top < task.rect.bottom && !task.IsAborted(); top += sampleBlockSize) {
-        int const rows = std::min(sampleBlockSize, task.rect.bottom - top);
+    int const height = task.rect.GetHeight();
+    for (int done = 0; done < height && !task.IsAborted(); done += sampleBlockSize) {
+        int const top = task.rect.top + done, rows = std::min(sampleBlockSize, height - done);
         SampleBand(top, rows);
-        for (int y = top; y < top + rows; ++y)
-            task.ReportRow(y);
+        ReportRows(top, top + rows);
     }
 }
+
+// Far beyond where positions count as outside, and within what a float holds.
+float ToPosition(double position) { return static_cast<float>(std::clamp(position, -1e30, 1e30)); }
 
 // Positions of each row begin at the left edge of the task and are stepped from there.
 void TileTransfer::SampleBand(int top, int rows) {
@@ -154,13 +173,15 @@ void TileTransfer::SampleBand(int top, int rows) {
         return Kernel::PointT<double>{right.x - origin.x, right.y - origin.y};
     }(job.matrix.Apply({1.0, 0.0}), job.matrix.Apply({0.0, 0.0}));
     for (int row = 0; row < sampleBlockSize; ++row) { // rows past the last are stepped too, and not looked at
-        auto const start = job.matrix.Apply({task.rect.left + 0.5, top + row + 0.5});
-        nextU[row] = static_cast<float>(start.x);
-        nextV[row] = static_cast<float>(start.y);
+        auto const start = job.matrix.Apply({task.rect.left + 0.5, double(top) + row + 0.5});
+        nextU[row] = ToPosition(start.x);
+        nextV[row] = ToPosition(start.y);
     }
     bandTop = top;
-    for (bandLeft = task.rect.left; bandLeft < task.rect.right; bandLeft += sampleBlockSize) {
-        int const columns = std::min(sampleBlockSize, task.rect.right - bandLeft);
+    int const width = task.rect.GetWidth();
+    for (int done = 0; done < width; done += sampleBlockSize) {
+        int const columns = std::min(sampleBlockSize, width - done);
+        bandLeft = task.rect.left + done;
         StepPositions(positions, nextU, nextV, step.x, step.y, rows, columns);
         SampleBlock({0, 0, columns, rows});
     }
@@ -244,7 +265,7 @@ void TileTransfer::FillWindowRow(SampleBounds const & bounds, int y) {
     clear(bounds.left, left);
     for (int x = left; x < right;) {
         int const column = x / grid.tileWidth;
-        int const end = static_cast<int>(std::min<std::int64_t>((std::int64_t(column) + 1) * grid.tileWidth, right));
+        int const end = std::min(GetTileEnd(column, grid.tileWidth), right);
         if (source.IsTransparent(column, y / TileGrid::tileHeight)) {
             clear(x, end);
         } else {

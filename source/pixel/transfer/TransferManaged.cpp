@@ -61,7 +61,7 @@ public:
         int const sourceWidth = tiles.GetGrid().tileWidth;
         for (int y = task.rect.top; y < task.rect.bottom && !task.IsAborted(); ++y) {
             for (int x = task.rect.left; x < task.rect.right;) {
-                int const end = std::min((x / sourceWidth + 1) * sourceWidth, task.rect.right);
+                int const end = x + std::min(sourceWidth - x % sourceWidth, task.rect.right - x);
                 RunPiece(tile, x, y, static_cast<std::size_t>(end - x));
                 x = end;
             }
@@ -109,11 +109,6 @@ private:
     alignas(64) unsigned char sourcePixels[longestRow * 5 * sizeof(float)];
     alignas(64) unsigned char destPixels[longestRow * 5 * sizeof(float)];
 };
-
-bool Load(BitmapCore const & bitmap, bool * abort) {
-    bitmap.ForceDelayLoad(abort);
-    return !bitmap.IsPendingDelayLoad() && !Kernel::IsAborted(abort);
-}
 }
 
 void TransferManaged(DynamicBitmap & dest, DynamicBitmap const & source, void * transform,
@@ -121,11 +116,12 @@ void TransferManaged(DynamicBitmap & dest, DynamicBitmap const & source, void * 
     BitmapCore * const to = dest.GetCore();
     BitmapCore const * from = source.GetCore();
     bool * const abort = params ? params->abort : nullptr;
-    if (!to || !from || !Load(*to, abort))
+    if (!to || !from)
         return;
-    if (from->IsPendingDelayLoad() && ((params && params->sourceMayStayUnloaded) || !Load(*from, abort)))
+    to->ForceDelayLoad(abort);
+    if (to->IsPendingDelayLoad() || Kernel::IsAborted(abort) || !LoadSource(*from, params))
         return;
-    Kernel::Counted<BitmapCore const> const before(to == from ? from->CloneTiles().release() : nullptr);
+    Kernel::Counted<BitmapCore const> const before(AreEntangled(*to, *from) ? from->CloneTiles().release() : nullptr);
     if (before)
         from = before.Get();
     auto const rect = GetWorkRect(to->GetBounds(), params).Intersect(from->GetBounds());
