@@ -134,17 +134,17 @@ TEST_F(BlockTest, APinKeepsTheBufferInMemory) {
 }
 
 TEST_F(BlockTest, ABlockFromADocumentFindsItsRectsAndKeepsTheFloatBound) {
-    std::vector<unsigned char> bytes(Block::ByteCount);
-    bytes[5 * 256 + 7] = 9;
+    std::vector<unsigned char> stored(Block::ByteCount);
+    stored[5 * 256 + 7] = 9;
     auto const pending = Kernel::MakeCounted<Block>();
-    pending->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(bytes));
+    pending->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(stored));
     EXPECT_EQ((RectT<int>{7, 5, 8, 6}), pending->GetDataRect());
     EXPECT_EQ((RectT<int>{0, 0, 256, 256}), pending->GetInverseDataRect());
 
     std::vector<float> const ones(Block::ByteCount / sizeof(float), 1.0f);
-    std::memcpy(bytes.data(), ones.data(), bytes.size());
+    std::memcpy(stored.data(), ones.data(), stored.size());
     auto const full = Kernel::MakeCounted<Block>();
-    full->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(bytes));
+    full->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(stored));
     EXPECT_EQ((RectT<int>{0, 0, 256, 256}), full->GetFloatInverseDataRect()) << "a true bound, if not a tight one";
     full->IncrementRefCountMutable();
     full->GetMutableBuffer();
