@@ -89,7 +89,7 @@ std::ostream & operator<<(std::ostream & stream, Step const & step) {
 /// Ranges count at their full width: by default they grow with the test, and short tests would know few operations.
 rc::Gen<Step> MakeStep() {
     using namespace rc;
-    auto const parts = gen::tuple(gen::inRange(0, 12), gen::inRange(0, 3), gen::inRange(0, 3),
+    auto const parts = gen::tuple(gen::inRange(0, 13), gen::inRange(0, 3), gen::inRange(0, 3),
                                   gen::container<std::array<int, 4>>(gen::inRange(0, 1000)));
     return gen::map(gen::resize(kNominalSize, parts), [](auto const & values) {
         return Step{std::get<0>(values), std::get<1>(values), std::get<2>(values), std::get<3>(values)};
@@ -106,7 +106,7 @@ public:
         for (auto const & [width, height] :
              {std::pair(tileWidth, 256), std::pair(tileWidth + 7, 300), std::pair(5, 3)}) {
             bitmaps.push_back(
-                Kernel::MakeCounted<BitmapType>(width, height, MipmapModeNone, HardwareCachePolicy::Default));
+                Kernel::MakeCounted<BitmapType>(width, height, MipmapModeManual, HardwareCachePolicy::Default));
             pictures.emplace_back(width, height);
         }
     }
@@ -154,6 +154,9 @@ public:
         case 10:
             CheckPixels(*bitmap, picture);
             return;
+        case 11:
+            CheckLevels(*bitmap);
+            return;
         default: // a reader that stays open while its tiles are written and shared
             Kernel::Counted<BitmapType> const keeper = bitmap->Clone();
             Write(bitmap, picture, MakeRect(picture, step), 3);
@@ -189,6 +192,7 @@ private:
                 accessor.Write(picture.At(x, y));
             }
         }
+        bitmap->InvalidateMipmaps(rect);
     }
 
     static void Inflate(Kernel::Counted<BitmapType> const & bitmap, PlainPicture<Tuple> & picture, Step const & step) {
@@ -206,6 +210,22 @@ private:
         RC_ASSERT(data.Unite(picture.GetBox([](auto sample) { return sample != 0; })) == data);
         RC_ASSERT(bitmap.GetBounds().Contains(data));
         RC_ASSERT(inverse == picture.GetBox([](auto sample) { return !PlainPicture<Tuple>::IsFull(sample); }));
+    }
+
+    /// Levels that followed every change are those that are built anew.
+    static void CheckLevels(BitmapType const & bitmap) {
+        bitmap.UpdateMipmaps(0, nullptr);
+        Kernel::Counted<BitmapType> const fresh(bitmap.Clone());
+        fresh->InvalidateMipmaps();
+        fresh->UpdateMipmaps(0, nullptr);
+        for (int level = 1;; ++level) {
+            auto const followed = bitmap.GetMipmap(level);
+            Kernel::Counted<BitmapType const> const built = fresh->GetMipmap(level);
+            RC_ASSERT(bool(followed) == bool(built));
+            if (!built)
+                return;
+            RC_ASSERT(ReadAll(*followed) == ReadAll(*built));
+        }
     }
 
     static void CheckPixels(BitmapType const & bitmap, PlainPicture<Tuple> const & picture) {
