@@ -114,18 +114,27 @@ void Convert(benchmark::State & state) {
     state.counters["overTwin"] = twin / converting;
 }
 
-/// One call per span of 32, to show what dispatch costs.
+/// One call per span of 32: what dispatch costs.
 template<class D, class S>
 void ConvertSpans(benchmark::State & state) {
     std::size_t const count = std::size_t(state.range(0)) * 1024 / sizeof(PlanarPixelSpanOf<S>);
+    std::size_t const repeats = std::max<std::size_t>(1, (1 << 20) / (count * sizeof(PlanarPixelSpanOf<S>)));
     std::vector<PlanarPixelSpanOf<S>> source(count);
     std::vector<PlanarPixelSpanOf<D>> dest(count);
+    std::size_t const bytes = count * (sizeof(source[0]) + sizeof(dest[0]));
+    std::size_t const copied = std::min<std::size_t>(bytes / 2, 64 << 20);
+    std::vector<char> copySource(copied, 1), copyDest(copied, 2);
+    double converting = 1e9, copying = 1e9;
     for (auto _ : state) {
-        for (std::size_t i = 0; i < count; ++i)
-            ConvertSpan<D, S>(dest[i], source[i]);
-        benchmark::ClobberMemory();
+        Measure(converting, repeats, [&] {
+            for (std::size_t i = 0; i < count; ++i)
+                ConvertSpan<D, S>(dest[i], source[i]);
+            benchmark::ClobberMemory();
+        });
+        Measure(copying, repeats, [&] { std::memcpy(copyDest.data(), copySource.data(), copied); });
     }
-    state.SetBytesProcessed(std::int64_t(state.iterations() * count * (sizeof(source[0]) + sizeof(dest[0]))));
+    state.counters["nsPerSpan"] = converting * 1e9 / double(count);
+    state.counters["ofMemcpy"] = (double(bytes) / converting) / (2 * double(copied) / copying);
 }
 
 constexpr std::int64_t inCache = 64; // KiB
@@ -150,6 +159,12 @@ RASTER_BENCHMARK(CMYKA8, RGBAUF, PixelTwin<CMYKA8Tuple, RGBAUFTuple>);
 RASTER_BENCHMARK(RGBA8, CMYKA8, PixelTwin<RGBA8Tuple, CMYKA8Tuple>);
 RASTER_BENCHMARK(RGBAUF, CMYKA8, PixelTwin<RGBAUFTuple, CMYKA8Tuple>);
 #undef RASTER_BENCHMARK
-BENCHMARK(ConvertSpans<RGBAUFTuple, RGBA8Tuple>)->Name("spans_RGBA8_to_RGBAUF")->Arg(inCache);
-BENCHMARK(ConvertSpans<IA8Tuple, RGBA8Tuple>)->Name("spans_RGBA8_to_IA8")->Arg(inCache);
+#define RASTER_BENCHMARK(D, S)                                                                                         \
+    BENCHMARK(ConvertSpans<D##Tuple, S##Tuple>)->Name("spans_" #S "_to_" #D)->Arg(inCache)->Arg(BeyondCache())
+RASTER_BENCHMARK(RGBAUF, RGBA8);
+RASTER_BENCHMARK(RGBA8, RGBAUF);
+RASTER_BENCHMARK(RGBA16, RGBA8);
+RASTER_BENCHMARK(RGBA8, RGBA16);
+RASTER_BENCHMARK(IA8, RGBA8);
+#undef RASTER_BENCHMARK
 }
