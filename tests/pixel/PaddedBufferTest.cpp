@@ -1,5 +1,7 @@
 #include "pixel/PaddedBuffer.h"
 
+#include "colour/ICCProfile.h"
+
 #include "kernel/Counted.h"
 #include "pixel/MemoryManager.h"
 #include "pixel/PixelMemory.h"
