@@ -1,0 +1,50 @@
+/// How accessors read a file model: over the block that its codec decoded.
+#pragma once
+
+#include "files/DecodedPixels.h"
+#include "kernel/Rect.h"
+#include "pixel/Pixel.h"
+#include "pixel/Span.h"
+
+#include <cstddef>
+
+namespace Raster {
+/// The const cursor of a file model. The first one decodes the file, on the thread that makes it; with the abort flag
+/// given, decoding stops at a row and the rest stays zero. It holds no pixels of its own.
+///
+/// `Model` provides
+/// - `DecodedPixels const & Decode(bool * abort) const`, empty if there are no pixels;
+/// - `void Take(unsigned char const * decoded, PixelType & pixel) const`, one pixel out of the codec's layout;
+/// - `void TakeRow(unsigned char const * decoded, std::size_t count, void * const * rows) const`, `count` pixels into
+///   one row of samples for each channel of the tuple. A null row is not wanted;
+/// - `bool IsOpaque() const`: every pixel that it gives has full alpha.
+template<class Model>
+class DecodedCursor {
+public:
+    using Tuple = typename Model::Tuple;
+    using PixelType = PixelOf<Tuple>;
+    using PlanarSpan = PlanarPixelSpanOf<Tuple>;
+
+    DecodedCursor(Model const * readModel, bool * abort, bool /*nonPipeline*/)
+        : model(*readModel), pixels(readModel->Decode(abort)) {}
+
+    Kernel::RectT<int> GetBounds() const { return {0, 0, pixels.GetWidth(), pixels.GetHeight()}; }
+    void Read(int x, int y, PixelType & pixel) const { model.Take(At(x, y), pixel); }
+    void ReadSpan(int x, int y, PlanarSpan & span) const {
+        void * rows[Tuple::channelCount];
+        for (int channel = 0; channel < Tuple::channelCount; ++channel)
+            rows[channel] = span.runs[channel];
+        model.TakeRow(At(x, y), spanLength, rows);
+    }
+    /// A run of any length, within one row.
+    void ReadRow(int x, int y, std::size_t count, void * const * rows) const { model.TakeRow(At(x, y), count, rows); }
+
+private:
+    unsigned char const * At(int x, int y) const {
+        return pixels.GetRow(y) + static_cast<std::size_t>(x) * pixels.GetPixelBytes();
+    }
+
+    Model const & model;
+    DecodedPixels const & pixels;
+};
+}
