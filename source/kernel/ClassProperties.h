@@ -19,6 +19,8 @@ public:
     ClassUID GetClassUID() const noexcept { return classUID; }
     /// The version that objects are written with.
     unsigned short GetSchemaVersion() const noexcept { return schemaVersion; }
+    /// Makes objects of the class known to whoever reads files. May be called again.
+    void Init() const;
     /// An object for the serialiser to fill. Null for a class that is only stored inside others.
     Counted<Serialisable> CreateObject() const;
 
