@@ -1,0 +1,25 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+namespace Kernel {
+/// Names an item of a file store for ever, in whatever document it lies: the random number of the save that first
+/// stored it, and a number that runs within that save. Zero is no item.
+struct ItemID {
+    std::uint64_t commit = 0;
+    std::uint64_t number = 0;
+
+    explicit operator bool() const noexcept { return commit != 0 || number != 0; }
+    auto operator<=>(ItemID const &) const noexcept = default;
+};
+}
+
+template<>
+struct std::hash<Kernel::ItemID> {
+    std::size_t operator()(Kernel::ItemID const & id) const noexcept {
+        return static_cast<std::size_t>((id.commit ^ id.number * 0x9e3779b97f4a7c15u) * 0xff51afd7ed558ccdu);
+    }
+};
