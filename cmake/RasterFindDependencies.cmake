@@ -11,6 +11,7 @@ if(PkgConfig_FOUND)
     pkg_check_modules(RASTER_IMATH ${raster_find} IMPORTED_TARGET Imath) # its CMake package names files that it lacks
     pkg_check_modules(RASTER_LCMS ${raster_find} IMPORTED_TARGET lcms2)
     pkg_check_modules(RASTER_XXHASH ${raster_find} IMPORTED_TARGET libxxhash)
+    pkg_check_modules(RASTER_ZSTD ${raster_find} IMPORTED_TARGET libzstd)
 endif()
 
 set(RASTER_DEPENDENCIES
@@ -20,8 +21,9 @@ set(RASTER_DEPENDENCIES
     PkgConfig::RASTER_IMATH
     PkgConfig::RASTER_LCMS
     PkgConfig::RASTER_XXHASH
+    PkgConfig::RASTER_ZSTD
     TBB::tbb
     Threads::Threads)
 # The same for pkg-config, as plain flags: a list of required .pc files would ask those who link the shared library for
 # development packages that they don't need.
-set(RASTER_DEPENDENCIES_AS_FLAGS "-lcrypto -ldeflate -lhwy -lImath -llcms2 -lxxhash -ltbb -pthread")
+set(RASTER_DEPENDENCIES_AS_FLAGS "-lcrypto -ldeflate -lhwy -lImath -llcms2 -lxxhash -lzstd -ltbb -pthread")

@@ -18,16 +18,40 @@ Counted<DelayLoadHolder> DelayLoadHolder::Create(FileStoreItemType const & itemT
 DelayLoadHolder::DelayLoadHolder(FileStoreItemType const & type, Counted<FileStoreItem> loadedItem) noexcept
     : keptType(type), isLoaded(static_cast<bool>(loadedItem)), keptItem(std::move(loadedItem)) {}
 
-DelayLoadHolder::~DelayLoadHolder() = default;
+Counted<DelayLoadHolder> DelayLoadHolder::CreateFromSource(FileStoreItemType const & itemType,
+                                                           Counted<FileStoreItemSource const> itemSource) {
+    auto holder = MakeCounted<LoadedHolder>(itemType, nullptr);
+    holder->source = std::move(itemSource);
+    return holder;
+}
 
-bool DelayLoadHolder::LoadItemI() { return static_cast<bool>(keptItem); }
+FileStoreItemSource::~FileStoreItemSource() = default;
+
+void FileStoreItemSource::ForgetHolder(DelayLoadHolder const &) const noexcept {}
+
+DelayLoadHolder::~DelayLoadHolder() {
+    if (source)
+        source->ForgetHolder(*this);
+}
+
+void DelayLoadHolder::SetSource(Counted<FileStoreItemSource const> newSource) noexcept {
+    if (source && source != newSource)
+        source->ForgetHolder(*this);
+    source = std::move(newSource);
+}
+
+bool DelayLoadHolder::LoadItemI() {
+    if (!keptItem && source)
+        SetItem(source->LoadItem(keptType));
+    return static_cast<bool>(keptItem);
+}
 
 void DelayLoadHolder::SetItem(Counted<FileStoreItem> loadedItem) noexcept {
     keptItem = std::move(loadedItem);
     isLoaded.store(static_cast<bool>(keptItem), std::memory_order_release);
 }
 
-bool DelayLoadHolder::CanReload() const { return false; }
+bool DelayLoadHolder::CanReload() const { return static_cast<bool>(source); }
 
 bool DelayLoadHolder::DropItem() {
     if (!keptItem)
@@ -38,7 +62,7 @@ bool DelayLoadHolder::DropItem() {
     return true;
 }
 
-DelayLoadHolder::TempLoadItem::TempLoadItem(DelayLoadHolder * holder) {
+DelayLoadHolder::TempLoadItem::TempLoadItem(DelayLoadHolder * itemHolder) : holder(itemHolder) {
     if (!holder)
         return;
     ScopedLock const lock(*holder);
@@ -46,5 +70,12 @@ DelayLoadHolder::TempLoadItem::TempLoadItem(DelayLoadHolder * holder) {
         item = holder->GetItem();
 }
 
-DelayLoadHolder::TempLoadItem::~TempLoadItem() = default;
+DelayLoadHolder::TempLoadItem::~TempLoadItem() {
+    if (!item || !holder->GetItemType().IsRecoverable())
+        return;
+    item.Reset();
+    ScopedLock const lock(*holder);
+    if (holder->GetItem() && holder->GetItem()->GetCount() == 1)
+        holder->DropItem();
+}
 }

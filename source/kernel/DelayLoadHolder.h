@@ -6,8 +6,22 @@
 #include <atomic>
 
 namespace Kernel {
-/// Stands for an item of a file store that is loaded when it is first needed. The store derives from it; `Create` makes
-/// one around an item that is in memory already and has no place in a store yet.
+class DelayLoadHolder;
+
+/// Where one item lies in a store, and how to get it from there. Immutable.
+class RASTER_API FileStoreItemSource : public virtual Countable {
+public:
+    ~FileStoreItemSource() override;
+
+    /// A new item, marked as stored. Called under the holder's lock.
+    /// @return null if it can't be had, which the source traces with the item's name.
+    virtual Counted<FileStoreItem> LoadItem(FileStoreItemType const & type) const = 0;
+    /// A holder that stands for this source is being destroyed.
+    virtual void ForgetHolder(DelayLoadHolder const & holder) const noexcept;
+};
+
+/// Stands for an item of a file store that is loaded when it is first needed. `Create` makes one around an item that
+/// is in memory already and has no place in a store yet; a save gives it one.
 ///
 /// The lock guards the item, so that each load happens once. Unlike other spin sections it is held over disk access and
 /// decompression: waiters sleep. Its rank lies above that of the eviction list, so a load may evict blocks.
@@ -15,6 +29,9 @@ class RASTER_API DelayLoadHolder : public virtual Countable {
 public:
     /// A loaded holder. A null item gives a holder whose loads fail.
     static Counted<DelayLoadHolder> Create(FileStoreItemType const & itemType, Counted<FileStoreItem> item);
+    /// A holder that has yet to load. A null source gives one whose loads fail.
+    static Counted<DelayLoadHolder> CreateFromSource(FileStoreItemType const & itemType,
+                                                     Counted<FileStoreItemSource const> itemSource);
     ~DelayLoadHolder() override;
 
     /// Const, because a reader must be able to load. With these two, a `ScopedLock` can hold the holder itself.
@@ -32,17 +49,23 @@ public:
     /// @return whether there is an item now.
     virtual bool LoadItemI();
 
+    /// Where the item can be loaded from; null if nowhere. Under the lock.
+    Counted<FileStoreItemSource const> const & GetSource() const noexcept { return source; }
+    /// The item lies there from now on. Under the lock.
+    void SetSource(Counted<FileStoreItemSource const> newSource) noexcept;
+
     /// Lets go of the item, which others may still hold, if it can be loaded again as it is. Under the lock.
     /// @return false if the item stays: it has no stored form, or has changed since it was stored.
     bool DropItem();
 
     /// Keeps an item in reach for a scope, loading it if need be. The lock is held for the load only, so that the item
-    /// may be decoded meanwhile. What was loaded stays in the holder afterwards.
+    /// may be decoded meanwhile. In the end the holder lets go of what can be loaded again and is recoverable; anything
+    /// else, such as a file with its decoded picture, stays with it.
     class RASTER_API TempLoadItem {
     public:
         /// A null holder gives no item.
-        explicit TempLoadItem(DelayLoadHolder * holder);
-        explicit TempLoadItem(Counted<DelayLoadHolder> const & holder) : TempLoadItem(holder.Get()) {}
+        explicit TempLoadItem(DelayLoadHolder * itemHolder);
+        explicit TempLoadItem(Counted<DelayLoadHolder> const & itemHolder) : TempLoadItem(itemHolder.Get()) {}
         TempLoadItem(TempLoadItem const &) = delete;
         TempLoadItem & operator=(TempLoadItem const &) = delete;
         ~TempLoadItem();
@@ -56,6 +79,7 @@ public:
         }
 
     private:
+        Counted<DelayLoadHolder> holder;
         Counted<FileStoreItem> item;
     };
 
@@ -71,6 +95,7 @@ private:
     FileStoreItemType const & keptType;
     mutable CriticalSectionSpin holderLock{LockRank::DelayLoadHolder};
     std::atomic<bool> isLoaded;
-    Counted<FileStoreItem> keptItem; // guarded by holderLock
+    Counted<FileStoreItem> keptItem;           // guarded by holderLock
+    Counted<FileStoreItemSource const> source; // guarded by holderLock
 };
 }

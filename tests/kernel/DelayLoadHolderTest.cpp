@@ -21,10 +21,18 @@ public:
     FileStoreItemType const & GetObjectFileStoreItemType() const override { return GetType(); }
 };
 
+/// Of an item that stays once it is loaded.
+FileStoreItemType const & GetLastingType() {
+    static FileStoreItemType const type("Last", ItemNesting::NotNestable, ItemRecovery::NotRecoverable,
+                                        [] { return Counted<FileStoreItem>(new Item); });
+    return type;
+}
+
 /// A holder whose store fails as often as it is told.
 class StoredHolder final : public DelayLoadHolder {
 public:
-    explicit StoredHolder(int failureCount = 0) : DelayLoadHolder(Item::GetType()), failuresLeft(failureCount) {}
+    explicit StoredHolder(int failureCount = 0, FileStoreItemType const & type = GetLastingType())
+        : DelayLoadHolder(type), failuresLeft(failureCount) {}
 
     bool LoadItemI() override {
         if (GetItem())
@@ -110,6 +118,27 @@ TEST(DelayLoadHolder, DropsOnlyWhatTheStoreStillHas) {
     ScopedLock const lock(*holder);
     EXPECT_FALSE(holder->DropItem()) << "a changed item would be lost";
     EXPECT_TRUE(holder->IsLoaded());
+}
+
+TEST(DelayLoadHolder, LetsGoOfARecoverableItemAfterAScope) {
+    auto const holder = MakeCounted<StoredHolder>(0, Item::GetType());
+    Counted<FileStoreItem> kept;
+    {
+        DelayLoadHolder::TempLoadItem const temp(holder.Get());
+        EXPECT_TRUE(holder->IsLoaded());
+    }
+    EXPECT_FALSE(holder->IsLoaded());
+    {
+        DelayLoadHolder::TempLoadItem const temp(holder.Get());
+        kept = temp.GetItem();
+    }
+    EXPECT_TRUE(holder->IsLoaded()) << "somebody else uses it";
+    {
+        DelayLoadHolder::TempLoadItem const temp(holder.Get());
+        kept.Reset();
+        temp.GetItem()->GetState().MarkAsDirty();
+    }
+    EXPECT_TRUE(holder->IsLoaded()) << "a changed item would be lost";
 }
 
 TEST(DelayLoadHolder, GivesNoItemForANullHolder) {
