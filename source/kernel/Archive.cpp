@@ -1,0 +1,176 @@
+#include "kernel/Archive.h"
+
+#include "kernel/ArchiveItemSource.h"
+#include "kernel/ArchiveSession.h"
+#include "kernel/ArchiveSnapshot.h"
+#include "kernel/ArchiveTags.h"
+#include "kernel/ClassRegistry.h"
+#include "kernel/FileStoreItem.h"
+#include "kernel/InSerialiserFile.h"
+#include "kernel/MemoryInStream.h"
+#include "kernel/ScopedLock.h"
+#include "kernel/SharedSerialisable.h"
+#include "kernel/Trace.h"
+
+#include <cerrno>
+#include <cstring>
+#include <unordered_map>
+#include <utility>
+
+namespace Kernel {
+/// The holders that load from this document, by item. The table holds no count: a holder takes itself out.
+struct Archive::HolderTable {
+    CriticalSectionSpin lock{LockRank::Leaf};
+    std::unordered_map<ItemID, DelayLoadHolder *> byID;
+};
+
+ArchiveSessionHandle::ArchiveSessionHandle() noexcept = default;
+ArchiveSessionHandle::ArchiveSessionHandle(Counted<ArchiveSession> openSession) noexcept
+    : session(std::move(openSession)) {}
+ArchiveSessionHandle::ArchiveSessionHandle(ArchiveSessionHandle &&) noexcept = default;
+ArchiveSessionHandle & ArchiveSessionHandle::operator=(ArchiveSessionHandle &&) noexcept = default;
+ArchiveSessionHandle::~ArchiveSessionHandle() = default;
+ArchiveSession * ArchiveSessionHandle::operator->() const noexcept { return session.Get(); }
+ArchiveSession & ArchiveSessionHandle::operator*() const noexcept { return *session; }
+ArchiveSessionHandle::operator bool() const noexcept { return static_cast<bool>(session); }
+
+Archive::Archive(std::string archivePath, IDTag archiveTag, Counted<ArchiveDisk> archiveDisk,
+                 Counted<ArchiveSnapshot const> opened)
+    : path(std::move(archivePath)), tag(archiveTag),
+      disk(archiveDisk ? std::move(archiveDisk) : ArchiveDisk::GetSystem()), snapshot(std::move(opened)),
+      holders(std::make_unique<HolderTable>()) {}
+
+Archive::~Archive() = default;
+
+Counted<Archive> Archive::Create(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk) {
+    return Counted<Archive>(new Archive(std::move(path), archiveTag, std::move(disk), nullptr));
+}
+
+Counted<Archive> Archive::Open(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk) {
+    if (!disk)
+        disk = ArchiveDisk::GetSystem();
+    auto const file = disk->OpenToRead(path);
+    if (!file)
+        throw ArchiveError(ArchiveError::Kind::NotFound, path + ": can't be opened: " + std::strerror(errno));
+    auto opened = ArchiveSnapshot::Open(path, file, archiveTag);
+    auto const tag = opened->GetHeader().archiveTag;
+    return Counted<Archive>(new Archive(std::move(path), tag, std::move(disk), std::move(opened)));
+}
+
+Counted<ArchiveSnapshot const> Archive::GetSnapshot() const {
+    ScopedLock const guard(snapshotLock);
+    return snapshot;
+}
+
+void Archive::SetSnapshot(Counted<ArchiveSnapshot const> committed) {
+    ScopedLock const guard(snapshotLock);
+    std::swap(snapshot, committed); // the old one goes after the lock
+}
+
+ArchiveInfo Archive::GetInfo() const {
+    ArchiveInfo info;
+    auto const current = GetSnapshot();
+    if (!current)
+        return info;
+    info.fileBytes = current->GetEnd();
+    info.commitNumber = current->GetFooter().commitNumber;
+    std::uint64_t live = current->GetEnd() - current->GetFooter().indexOffset + ArchiveLayout::headerBytes;
+    for (auto const & entry : current->GetEntries()) {
+        info.items.push_back({entry.id, entry.type, entry.name, entry.rawSize, entry.storedSize, entry.offset});
+        live += ArchiveLayout::AlignUp(entry.headerSize + entry.storedSize, ArchiveLayout::itemAlignment);
+    }
+    info.deadBytes = info.fileBytes > live ? info.fileBytes - live : 0;
+    return info;
+}
+
+bool Archive::HasStream(std::string const & name) const {
+    auto const current = GetSnapshot();
+    return current && current->FindNamed(name, ArchiveTags::stream);
+}
+
+Counted<InStreamSeekable> Archive::OpenStream(std::string const & name) const {
+    auto const current = GetSnapshot();
+    auto const * const entry = current ? current->FindNamed(name, ArchiveTags::stream) : nullptr;
+    if (!entry)
+        return {};
+    auto const raw = current->GetReader().ReadRaw(*entry);
+    return MakeCounted<DMemoryInStream>(DMemoryInStream::Block::CreateCopy(raw.data(), raw.size()));
+}
+
+Counted<DelayLoadHolder> Archive::GetHolder(ItemID id, FileStoreItemType const & type) {
+    auto const current = GetSnapshot();
+    auto const * const entry = current ? current->Find(id) : nullptr;
+    if (!id || (entry && entry->type != type.GetTag()))
+        return {};
+    auto made = DelayLoadHolder::CreateFromSource(type, MakeCounted<ArchiveItemSource>(this, current, id));
+    Counted<DelayLoadHolder> found; // a holder that isn't taken goes after the lock, since it asks for the lock itself
+    {
+        ScopedLock const guard(holders->lock);
+        auto & place = holders->byID[id];
+        if (place && place->RetainIfHeld())
+            found = Counted<DelayLoadHolder>::Adopt(place);
+        else
+            place = made.Get();
+    }
+    if (!found)
+        return made;
+    return &found->GetItemType() == &type ? found : Counted<DelayLoadHolder>();
+}
+
+void Archive::ForgetHolder(ItemID id, DelayLoadHolder const & holder) const noexcept {
+    ScopedLock const guard(holders->lock);
+    auto const found = holders->byID.find(id);
+    if (found != holders->byID.end() && found->second == &holder)
+        holders->byID.erase(found);
+}
+
+void Archive::RememberHolder(ItemID id, DelayLoadHolder & holder) {
+    ScopedLock const guard(holders->lock);
+    holders->byID.emplace(id, &holder);
+}
+
+void Archive::RefreshHolders() {
+    std::vector<std::pair<ItemID, Counted<DelayLoadHolder>>> held;
+    {
+        ScopedLock const guard(holders->lock);
+        held.reserve(holders->byID.size());
+        for (auto const & [id, holder] : holders->byID)
+            if (holder->RetainIfHeld())
+                held.emplace_back(id, Counted<DelayLoadHolder>::Adopt(holder));
+    }
+    auto const current = GetSnapshot();
+    for (auto const & [id, holder] : held) {
+        if (!current->Find(id))
+            continue; // no longer part of the document, but its bytes can still be read where they were
+        ScopedLock const guard(*holder);
+        holder->SetSource(MakeCounted<ArchiveItemSource>(this, current, id));
+        RememberHolder(id, *holder); // the old source has taken it out
+    }
+}
+
+Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
+    auto const current = GetSnapshot();
+    auto const * const entry = current ? current->Find(id) : nullptr;
+    if (!entry || entry->type != ArchiveTags::sharedObject)
+        return {};
+    try {
+        auto const raw = current->GetReader().ReadRaw(*entry);
+        auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
+        auto const parsed = InSerialiserFile::ParseWithChecks(*stream, *this, false, 0xffff, depth);
+        auto const * const properties = ClassRegistry::Find(parsed->GetRootTag());
+        auto object = DynamicCast<SharedSerialisable>(properties ? properties->CreateObject() : nullptr);
+        if (object && object->Load(*parsed, *this, parsed->GetRootVersion()))
+            return object;
+        Trace("%1: shared object %2 can't be loaded\n", path.c_str(), entry->name.c_str());
+    } catch (std::runtime_error const & error) {
+        Trace("%1: shared object %2 can't be loaded: %3\n", path.c_str(), entry->name.c_str(), error.what());
+    }
+    return {};
+}
+
+ArchiveSessionHandle Archive::CreateSession(ArchiveSaveMode mode) {
+    return ArchiveSessionHandle(Counted<ArchiveSession>(new ArchiveSession(this, mode)));
+}
+
+void Archive::CloseSession(ArchiveSessionHandle session) { session->Commit(); }
+}

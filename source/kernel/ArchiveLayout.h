@@ -1,0 +1,110 @@
+/// The bytes of a document file; docs/document-format.md describes them. Everything is little-endian, every byte lies
+/// under a checksum or is zero.
+#pragma once
+
+#include "kernel/IDTag.h"
+#include "kernel/ItemID.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Kernel::ArchiveLayout {
+using Bytes = std::span<std::uint8_t const>;
+
+inline constexpr std::uint32_t containerVersion = 1;
+inline constexpr std::uint64_t headerBytes = 64;
+inline constexpr std::uint64_t footerBytes = 64;
+inline constexpr std::uint64_t itemAlignment = 16;
+inline constexpr std::uint64_t itemHeaderBytes = 96; ///< without name and references
+/// The two copies of an index lie at least so far apart.
+inline constexpr std::uint64_t indexDistance = 65536;
+inline constexpr std::uint32_t longestName = 4096;
+inline constexpr std::uint32_t mostReferences = 1 << 24;
+
+enum class Codec : std::uint16_t { Raw = 0, Zstd = 1 };
+
+constexpr std::uint64_t AlignUp(std::uint64_t offset, std::uint64_t alignment) {
+    return (offset + alignment - 1) / alignment * alignment;
+}
+
+/// XXH3, 64 and 128 bits, seed 0.
+std::uint64_t Hash64(void const * bytes, std::size_t size);
+struct Hash128 {
+    std::uint64_t low = 0, high = 0;
+    bool operator==(Hash128 const &) const = default;
+};
+Hash128 GetHash128(void const * bytes, std::size_t size);
+
+/// Names a file for ever, whatever is saved into it.
+struct FileID {
+    std::uint64_t low = 0, high = 0;
+    bool operator==(FileID const &) const = default;
+};
+
+struct Header {
+    std::uint32_t version = containerVersion;
+    IDTag archiveTag;
+    FileID fileID;
+
+    std::array<std::uint8_t, headerBytes> Encode() const;
+    /// Nothing if the bytes are no header, or damaged.
+    static std::optional<Header> Decode(Bytes bytes);
+};
+
+struct ItemHeader {
+    ItemID id;
+    IDTag type;
+    Codec codec = Codec::Raw;
+    std::uint8_t sampleBytes = 0; ///< of the predictor; 0 is none
+    std::uint64_t rawSize = 0, storedSize = 0;
+    Hash128 rawHash;
+    std::uint64_t storedHash = 0;
+    std::string name;
+    std::vector<ItemID> references;
+
+    std::uint64_t GetEncodedSize() const { return itemHeaderBytes + name.size() + references.size() * 16; }
+    void Encode(std::vector<std::uint8_t> & dest) const;
+    /// How long the header is that begins with these bytes, by its own word; nothing if it is none.
+    static std::optional<std::uint64_t> GetSize(Bytes begin);
+    static std::optional<ItemHeader> Decode(Bytes bytes);
+};
+
+/// What the index knows of an item.
+struct Entry {
+    ItemID id;
+    std::uint64_t offset = 0; ///< of its header
+    std::uint64_t headerSize = 0;
+    std::uint64_t storedSize = 0, rawSize = 0;
+    std::uint64_t rawHash = 0; ///< the low half
+    IDTag type;
+    std::string name;
+
+    std::uint64_t GetEnd() const { return offset + headerSize + storedSize; }
+};
+
+/// The whole block as it stands in the file, its compressed entries included.
+std::vector<std::uint8_t> EncodeIndex(std::vector<Entry> const & entries);
+/// @param fileSize  entries must lie below it.
+/// Nothing if it is damaged.
+std::optional<std::vector<Entry>> DecodeIndex(Bytes bytes, std::uint64_t fileSize);
+
+struct Footer {
+    std::uint32_t commitNumber = 0;
+    std::uint64_t fileID = 0; ///< the low half
+    std::uint64_t offset = 0; ///< its own
+    std::uint64_t indexOffset = 0, indexSize = 0, indexHash = 0;
+    std::uint64_t previous = 0; ///< the footer of the commit before; 0 for the first
+
+    /// Where the second copy of the index lies: right before the footer.
+    std::uint64_t GetSecondIndexOffset() const { return offset - AlignUp(indexSize, footerBytes); }
+
+    std::array<std::uint8_t, footerBytes> Encode() const;
+    /// Nothing if the bytes are no footer, damaged, of another file, or not where they say that they are.
+    static std::optional<Footer> Decode(Bytes bytes, std::uint64_t fileID, std::uint64_t offset);
+};
+}

@@ -1,0 +1,464 @@
+#include "kernel/ArchiveSession.h"
+
+#include "kernel/ArchiveItemSource.h"
+#include "kernel/ArchiveSnapshot.h"
+#include "kernel/ArchiveTags.h"
+#include "kernel/Dispatch.h"
+#include "kernel/FileStoreOutPathGenerator.h"
+#include "kernel/ItemCodec.h"
+#include "kernel/MemoryOutStream.h"
+#include "kernel/OutSerialiserFile.h"
+#include "kernel/ScopedLock.h"
+#include "kernel/SharedSerialisable.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace Kernel {
+using namespace ArchiveLayout;
+
+namespace {
+constexpr std::uint64_t batchBytes = 16 << 20;
+constexpr std::uint64_t leastDeadBytes = 16 << 20; // below that a file is never written anew
+constexpr FileStoreCompressionHintGeneral const * noHint = nullptr;
+
+// Of streams and shared objects: small, and read whenever the document is opened.
+FileStoreCompressionHintGeneral GetStreamHint() { return FileStoreCompressionHintGeneral(3); }
+
+std::uint64_t GetRandom() {
+    std::uint64_t number = 0;
+    while (number == 0)
+        if (getrandom(&number, sizeof number, 0) != sizeof number)
+            throw ArchiveError(ArchiveError::Kind::WriteFailed, "the system gives no random numbers");
+    return number;
+}
+
+[[noreturn]] void Fail(ArchiveError::Kind kind, std::string const & path, char const * what) {
+    throw ArchiveError(kind, path + ": " + what);
+}
+
+[[noreturn]] void FailWrite(std::string const & path, char const * what) {
+    std::string const reason = errno != 0 ? std::string(": ") + std::strerror(errno) : std::string();
+    throw ArchiveError(ArchiveError::Kind::WriteFailed, path + ": " + what + reason + "; nothing was saved");
+}
+
+bool HasReferences(Entry const & entry) { return entry.headerSize > itemHeaderBytes + entry.name.size(); }
+}
+
+ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode mode)
+    : archive(std::move(sessionArchive)), base(archive->GetSnapshot()), commitID(GetRandom()) {
+    auto const info = archive->GetInfo();
+    bool const isMostlyDead = info.deadBytes > leastDeadBytes && info.deadBytes > info.fileBytes / 2;
+    isUpdate = base && mode == ArchiveSaveMode::Update && !isMostlyDead;
+    if (base)
+        for (auto const & entry : base->GetEntries())
+            entriesByHash.emplace(entry.rawHash, entry.id);
+    try {
+        isUpdate ? OpenForUpdate() : OpenAnew();
+    } catch (...) {
+        Undo();
+        throw;
+    }
+}
+
+ArchiveSession::~ArchiveSession() { Undo(); }
+
+/// The document's file, locked and found to be as it was when it was opened.
+Counted<ArchiveFile> ArchiveSession::LockBase() const {
+    auto const & path = archive->GetPath();
+    auto const opened = archive->disk->OpenToUpdate(path);
+    if (!opened)
+        FailWrite(path, "can't be opened to be saved");
+    if (!opened->Lock())
+        Fail(ArchiveError::Kind::Busy, path, "another program is saving it");
+    std::array<std::uint8_t, headerBytes> bytes{};
+    auto const itsHeader = opened->Read(0, bytes.data(), bytes.size()) == bytes.size() ? Header::Decode(bytes)
+                                                                                      : std::nullopt;
+    auto const size = opened->GetSize();
+    bool isSame = opened->IsAt(path) && itsHeader && itsHeader->fileID == base->GetHeader().fileID && size;
+    if (isSame) {
+        // A footer behind the one that was read is another program's save, unless it is known: its list of contents was
+        // damaged when this document was opened, or it is our own that the disk did not confirm. Then it is cut off,
+        // with the rest of what is behind the last whole state.
+        auto const footer = ArchiveSnapshot::FindFooter(*opened, itsHeader->fileID, *size);
+        auto const newestOfOurs = std::max(base->GetNewestFooter(), archive->unconfirmedCommit.load());
+        isSame = footer && footer->commitNumber <= newestOfOurs && footer->offset >= base->GetFooter().offset;
+    }
+    if (!isSame)
+        Fail(ArchiveError::Kind::Changed, path, "changed by another program since it was opened; nothing was saved");
+    return opened;
+}
+
+void ArchiveSession::OpenForUpdate() {
+    file = LockBase();
+    header = base->GetHeader();
+    position = base->GetEnd();
+    isOpen = true;
+    if (file->GetSize() != position && !file->Truncate(position))
+        FailWrite(archive->GetPath(), "what an earlier save left unfinished can't be removed");
+}
+
+void ArchiveSession::OpenAnew() {
+    if (base)
+        locked = LockBase();
+    file = archive->disk->CreateBeside(archive->GetPath(), temporaryPath);
+    if (!file)
+        FailWrite(archive->GetPath(), "no file can be made beside it");
+    isOpen = true;
+    header = Header{containerVersion, archive->GetArchiveTag(), {GetRandom(), GetRandom()}};
+    auto const bytes = header.Encode();
+    Append({bytes.begin(), bytes.end()});
+}
+
+void ArchiveSession::Undo() noexcept {
+    if (!std::exchange(isOpen, false))
+        return;
+    if (isUpdate)
+        file->Truncate(base->GetEnd());
+    else
+        archive->disk->Remove(temporaryPath);
+    file.Reset();
+    locked.Reset();
+}
+
+void ArchiveSession::Append(std::vector<std::uint8_t> const & bytes) {
+    errno = 0;
+    if (!file->Write(position, bytes.data(), bytes.size()))
+        FailWrite(archive->GetPath(), "writing failed");
+    position += bytes.size();
+    bytesWritten += bytes.size();
+}
+
+// A stream that is being written learns what it refers to.
+ItemID ArchiveSession::Refer(ItemID id) {
+    if (!references.empty())
+        references.back().push_back(id);
+    return id;
+}
+
+template<class Write>
+ItemID ArchiveSession::AddNestable(IDTag type, std::string const & name, Write const & write) {
+    auto const stream = MakeCounted<MemoryOutStream>();
+    references.emplace_back();
+    try {
+        write(*stream);
+    } catch (...) {
+        references.pop_back();
+        throw;
+    }
+    Pending item;
+    item.header.type = type;
+    item.header.name = name.substr(0, longestName);
+    item.header.references = std::move(references.back());
+    references.pop_back();
+    item.raw = stream->TakeData();
+    item.hint = GetStreamHint();
+    return AddItem(std::move(item));
+}
+
+void ArchiveSession::StoreStream(std::string const & name, void const * bytes, std::uint64_t size) {
+    AddNestable(ArchiveTags::stream, name, [&](OutStream & stream) { stream.WriteAll(bytes, size); });
+}
+
+void ArchiveSession::StoreObject(std::string const & name, Serialisable const & object) {
+    auto const & properties = object.GetObjectClassProperties();
+    StoreProperties(name, properties.GetClassUID(), properties.GetSchemaVersion(),
+                    [&](OutSerialiser & serialiser) { object.Save(serialiser); });
+}
+
+void ArchiveSession::StoreProperties(std::string const & name, IDTag rootTag, unsigned short version,
+                                     std::function<void(OutSerialiser &)> const & save) {
+    AddNestable(ArchiveTags::stream, name, [&](OutStream & stream) {
+        OutSerialiserFile serialiser(stream, *this, rootTag, version);
+        save(serialiser);
+        serialiser.Close();
+    });
+}
+
+bool ArchiveSession::KeepStream(std::string const & name) {
+    auto const * const entry = base ? base->FindNamed(name, ArchiveTags::stream) : nullptr;
+    if (entry)
+        KeepItem(*base, entry->id);
+    return entry != nullptr;
+}
+
+ItemID ArchiveSession::StoreSharedObject(SharedSerialisable const & object) {
+    Counted<SharedSerialisable const> const key(&object);
+    auto const found = storedShared.find(key);
+    if (found != storedShared.end())
+        return Refer(found->second);
+    if (references.size() >= 64)
+        Fail(ArchiveError::Kind::WriteFailed, archive->GetPath(), "shared objects refer to each other too deeply");
+    auto const & properties = object.GetObjectClassProperties();
+    auto const id = AddNestable(ArchiveTags::sharedObject, "s/" + std::to_string(itemsAdded), [&](OutStream & stream) {
+        OutSerialiserFile serialiser(stream, *this, properties.GetClassUID(), properties.GetSchemaVersion());
+        object.Save(serialiser);
+        serialiser.Close();
+    });
+    storedShared.emplace(key, id);
+    return Refer(id);
+}
+
+ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGenerator const & itemPath,
+                                 FileStoreCompressionHint const * hint) {
+    Counted<DelayLoadHolder> const key(&holder);
+    auto const found = storedHolders.find(key);
+    if (found != storedHolders.end())
+        return Refer(found->second);
+    Counted<FileStoreItem> item;
+    Counted<ArchiveItemSource const> source;
+    {
+        ScopedLock const guard(holder);
+        source = DynamicCast<ArchiveItemSource const>(holder.GetSource());
+        if (source || holder.LoadItemI())
+            item = holder.GetItem();
+    }
+    ItemID id;
+    if (source && (!item || item->GetState().CanShare()))
+        id = KeepItem(source->GetSnapshot(), source->GetID());
+    else if (item)
+        id = TakeItem(holder, *item, itemPath, hint);
+    else
+        Fail(ArchiveError::Kind::Damaged, archive->GetPath(),
+             "an item that belongs into it can't be loaded; nothing was saved");
+    storedHolders.emplace(key, id);
+    return Refer(id);
+}
+
+// The bytes are taken now; what is written to the item after this keeps it dirty.
+ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
+                                FileStoreOutPathGenerator const & itemPath, FileStoreCompressionHint const * hint) {
+    auto const generation = item.GetState().GetDirtyGeneration();
+    auto const stream = MakeCounted<MemoryOutStream>();
+    references.emplace_back();
+    try {
+        item.Save(*stream, *this);
+    } catch (...) {
+        references.pop_back();
+        throw;
+    }
+    Pending added;
+    added.header.type = holder.GetItemType().GetTag();
+    added.header.name = itemPath.GetPath(itemsAdded).substr(0, longestName);
+    added.header.references = std::move(references.back());
+    references.pop_back();
+    added.raw = stream->TakeData();
+    if (hint)
+        added.hint.emplace(hint->GetLevel(), hint->GetPredictor(), hint->GetStriping());
+    auto const id = AddItem(std::move(added));
+    taken.push_back({Counted<DelayLoadHolder>(&holder), Counted<FileStoreItem>(&item), generation, id});
+    return id;
+}
+
+// An item that lies in a document already, unchanged, with everything that it refers to.
+ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id) {
+    std::vector<ItemID> waiting{id};
+    while (!waiting.empty()) {
+        auto const next = waiting.back();
+        waiting.pop_back();
+        if (entryByID.contains(next))
+            continue;
+        auto const * const entry = source.Find(next);
+        if (entry) {
+            auto const further = GetReferences(source, *entry);
+            KeepEntry(source, *entry);
+            waiting.insert(waiting.end(), further.begin(), further.end());
+        } else if (!keepsDamaged)
+            Fail(ArchiveError::Kind::Damaged, source.GetPath(),
+                 "an item that belongs to the document is missing; nothing was saved");
+    }
+    return id;
+}
+
+std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source, Entry const & entry) const {
+    if (!HasReferences(entry))
+        return {};
+    try {
+        return source.GetReader().ReadHeader(entry).references;
+    } catch (ArchiveError const &) {
+        if (!keepsDamaged)
+            throw;
+        return {};
+    }
+}
+
+void ArchiveSession::KeepEntry(ArchiveSnapshot const & source, Entry const & entry) {
+    if (isUpdate && source.GetFile() == base->GetFile())
+        return AddEntry(entry); // its bytes stay where they are
+    std::vector<std::uint8_t> bytes;
+    try {
+        bytes = source.GetReader().ReadStored(entry).bytes;
+    } catch (ArchiveError const &) {
+        if (!keepsDamaged)
+            throw;
+        bytes = source.GetReader().ReadUnchecked(entry);
+        bytes.resize(entry.headerSize + entry.storedSize);
+    }
+    Flush(); // what was stored before comes before
+    bytes.insert(bytes.begin(), AlignUp(position, itemAlignment) - position, std::uint8_t(0));
+    auto copy = entry;
+    copy.offset = AlignUp(position, itemAlignment);
+    Append(bytes);
+    ++itemsAdded;
+    AddEntry(std::move(copy));
+}
+
+void ArchiveSession::AddEntry(Entry entry) {
+    if (entryByID.emplace(entry.id, entries.size()).second)
+        entries.push_back(std::move(entry));
+}
+
+ItemID ArchiveSession::AddItem(Pending item) {
+    item.header.rawSize = item.raw.size();
+    item.header.rawHash = GetHash128(item.raw.data(), item.raw.size());
+    if (auto const equal = FindEqual(item))
+        return *equal;
+    auto const id = item.header.id = {commitID, ++itemsAdded};
+    entriesByHash.emplace(item.header.rawHash.low, id);
+    pendingBytes += item.raw.size();
+    pending.push_back(std::move(item));
+    if (pendingBytes >= batchBytes)
+        Flush();
+    return id;
+}
+
+/// An item with the same content, which then is part of the document and stands for this one too.
+std::optional<ItemID> ArchiveSession::FindEqual(Pending const & item) {
+    auto const [first, last] = entriesByHash.equal_range(item.header.rawHash.low);
+    for (auto i = first; i != last; ++i) {
+        auto const id = i->second;
+        auto const waiting = std::find_if(pending.begin(), pending.end(),
+                                          [&](Pending const & other) { return other.header.id == id; });
+        if (waiting != pending.end()) {
+            bool const isSameName = item.header.type != ArchiveTags::stream || waiting->header.name == item.header.name;
+            if (waiting->header.type == item.header.type && isSameName && waiting->raw == item.raw)
+                return id;
+            continue;
+        }
+        auto const known = entryByID.find(id);
+        auto const * const entry = known != entryByID.end() ? &entries[known->second] : base ? base->Find(id) : nullptr;
+        if (!entry || !IsEqual(item, *entry))
+            continue;
+        return known != entryByID.end() ? id : KeepItem(*base, id);
+    }
+    return {};
+}
+
+bool ArchiveSession::IsEqual(Pending const & item, Entry const & entry) const {
+    bool const isSameName = item.header.type != ArchiveTags::stream || entry.name == item.header.name;
+    if (entry.type != item.header.type || entry.rawSize != item.raw.size() || !isSameName)
+        return false;
+    bool const isHere = entryByID.contains(entry.id);
+    try {
+        return ArchiveItemReader(isHere ? *file : *base->GetFile(), archive->GetPath()).ReadRaw(entry) == item.raw;
+    } catch (ArchiveError const &) {
+        return false; // a damaged one is no stand-in
+    }
+}
+
+// Compresses what waits, side by side, and writes it in the order in which it came.
+void ArchiveSession::Flush() {
+    if (pending.empty())
+        return;
+    std::vector<ItemCodec::Encoded> encoded(pending.size());
+    Dispatch::ParallelFor(pending.size(), [&](std::uint64_t i) {
+        auto & item = pending[i];
+        encoded[i] = ItemCodec::Encode(item.raw, item.hint ? &*item.hint : noHint);
+        auto const & stored = encoded[i].codec == Codec::Raw ? item.raw : encoded[i].bytes;
+        item.header.codec = encoded[i].codec;
+        item.header.sampleBytes = encoded[i].sampleBytes;
+        item.header.storedSize = stored.size();
+        item.header.storedHash = Hash64(stored.data(), stored.size());
+    });
+    std::vector<std::uint8_t> bytes;
+    std::vector<Entry> added;
+    for (std::size_t i = 0; i < pending.size(); ++i) {
+        bytes.resize(AlignUp(position + bytes.size(), itemAlignment) - position);
+        auto const & itemHeader = pending[i].header;
+        added.push_back({itemHeader.id, position + bytes.size(), itemHeader.GetEncodedSize(), itemHeader.storedSize,
+                         itemHeader.rawSize, itemHeader.rawHash.low, itemHeader.type, itemHeader.name});
+        itemHeader.Encode(bytes);
+        auto const & stored = encoded[i].codec == Codec::Raw ? pending[i].raw : encoded[i].bytes;
+        bytes.insert(bytes.end(), stored.begin(), stored.end());
+    }
+    Append(bytes);
+    pending.clear();
+    pendingBytes = 0;
+    for (auto & entry : added)
+        AddEntry(std::move(entry));
+}
+
+void ArchiveSession::Commit() {
+    Flush();
+    std::sort(entries.begin(), entries.end(), [](Entry const & a, Entry const & b) { return a.offset < b.offset; });
+    auto const index = EncodeIndex(entries);
+
+    Footer footer;
+    footer.fileID = header.fileID.low;
+    footer.commitNumber = base ? base->GetNewestFooter() + 1 : 1;
+    footer.previous = isUpdate ? base->GetFooter().offset : 0;
+    footer.indexOffset = AlignUp(position, footerBytes);
+    footer.indexSize = index.size();
+    footer.indexHash = Hash64(index.data(), index.size());
+    auto const second = AlignUp(footer.indexOffset + std::max<std::uint64_t>(index.size(), indexDistance), footerBytes);
+    footer.offset = second + AlignUp(index.size(), footerBytes);
+
+    // From here to the footer: zeros, and the index twice.
+    std::vector<std::uint8_t> tail(footer.offset - position);
+    std::copy(index.begin(), index.end(), tail.begin() + static_cast<std::ptrdiff_t>(footer.indexOffset - position));
+    std::copy(index.begin(), index.end(), tail.begin() + static_cast<std::ptrdiff_t>(second - position));
+    Append(tail);
+    errno = 0;
+    if (!file->Sync())
+        FailWrite(archive->GetPath(), "the disk did not take it");
+    CommitFooter(footer);
+
+    archive->SetSnapshot(MakeCounted<ArchiveSnapshot>(archive->GetPath(), isUpdate ? base->GetFile() : file, header,
+                                                      footer, std::move(entries)));
+    AfterCommit();
+}
+
+void ArchiveSession::CommitFooter(Footer const & footer) {
+    auto const & path = archive->GetPath();
+    auto const bytes = footer.Encode();
+    Append({bytes.begin(), bytes.end()});
+    errno = 0;
+    bool const isSynced = file->Sync();
+    if (isUpdate) {
+        isOpen = false; // the footer may be on the disk by now: nothing is cut off any more
+        if (!isSynced) {
+            archive->unconfirmedCommit = footer.commitNumber;
+            Fail(ArchiveError::Kind::Unknown, path,
+                 "the disk did not confirm the last step; the document is the old or the new one. Save again");
+        }
+        file->Unlock();
+        return;
+    }
+    if (!isSynced || !archive->disk->Replace(*file, temporaryPath, path))
+        FailWrite(path, "it could not be put in the place of the old one");
+    isOpen = false;
+    file->Unlock();
+}
+
+// Holders whose items were taken load from here from now on.
+void ArchiveSession::AfterCommit() {
+    archive->RefreshHolders();
+    auto const current = archive->GetSnapshot();
+    storedHolders.clear();
+    for (auto & [holder, item, generation, id] : taken) {
+        ScopedLock const guard(*holder);
+        holder->SetSource(MakeCounted<ArchiveItemSource>(archive, current, id));
+        archive->RememberHolder(id, *holder);
+        item->GetState().MarkAsStored(generation);
+        item.Reset();
+        // What nobody but the holder has can be loaded again when it is needed.
+        if (holder->GetItemType().IsRecoverable() && holder->GetItem() && holder->GetItem()->GetCount() == 1)
+            holder->DropItem();
+    }
+    taken.clear();
+}
+}

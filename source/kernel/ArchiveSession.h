@@ -1,0 +1,110 @@
+#pragma once
+
+#include "kernel/Archive.h"
+#include "kernel/ArchiveLayout.h"
+#include "kernel/DelayLoadHolder.h"
+#include "kernel/FileStoreCompressionHint.h"
+#include "kernel/FileStoreOut.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace Kernel {
+class ArchiveSnapshot;
+class OutSerialiser;
+class Serialisable;
+
+/// A save of a document in progress. Whatever is to be part of the document afterwards goes through it: named streams
+/// and, from within these, items and shared objects. What is unchanged is not written again.
+/// Belongs to one thread. Compression runs on the pool.
+class RASTER_API ArchiveSession final : public FileStoreOut {
+public:
+    ~ArchiveSession() override; ///< Without a commit: everything is undone.
+
+    /// Stores bytes under a name, as they are. Throws `ArchiveError` and what streams throw.
+    void StoreStream(std::string const & name, void const * bytes, std::uint64_t size);
+    /// Writes an object as the root of a stream of properties, under a name.
+    void StoreObject(std::string const & name, Serialisable const & object);
+    /// The same for properties that no class stands for.
+    void StoreProperties(std::string const & name, IDTag rootTag, unsigned short version,
+                         std::function<void(OutSerialiser &)> const & save);
+    /// Keeps a stream of the document that is being updated, with all that it refers to, as it is.
+    /// @return false if there is none of that name.
+    bool KeepStream(std::string const & name);
+
+    /// Damaged items are copied as they are found, and missing ones stay missing, instead of failing the save.
+    void SetKeepDamaged(bool keepThem) { keepsDamaged = keepThem; }
+
+    ItemID StoreItem(DelayLoadHolder & holder, FileStoreOutPathGenerator const & itemPath,
+                     FileStoreCompressionHint const * hint) override;
+    ItemID StoreSharedObject(SharedSerialisable const & object) override;
+
+    std::uint64_t GetBytesWritten() const { return bytesWritten; } ///< to the file so far
+    std::uint64_t GetItemsAdded() const { return itemsAdded; }     ///< that the document did not have
+
+private:
+    friend class Archive;
+    using Entry = ArchiveLayout::Entry;
+
+    struct Pending { // an item that waits to be compressed
+        ArchiveLayout::ItemHeader header;
+        std::vector<std::uint8_t> raw;
+        std::optional<FileStoreCompressionHintGeneral> hint; // none stores it raw
+    };
+    struct Taken {  // a holder whose item has been stored
+        Counted<DelayLoadHolder> holder;
+        Counted<FileStoreItem> item;
+        std::uint64_t generation;
+        ItemID id;
+    };
+
+    ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode mode);
+
+    Counted<ArchiveFile> LockBase() const;
+    void OpenForUpdate();
+    void OpenAnew();
+    ItemID Refer(ItemID id);
+    ItemID TakeItem(DelayLoadHolder & holder, FileStoreItem & item, FileStoreOutPathGenerator const & itemPath,
+                    FileStoreCompressionHint const * hint);
+    ItemID KeepItem(ArchiveSnapshot const & source, ItemID id);
+    void KeepEntry(ArchiveSnapshot const & source, Entry const & entry);
+    std::vector<ItemID> GetReferences(ArchiveSnapshot const & source, Entry const & entry) const;
+    template<class Write>
+    ItemID AddNestable(IDTag type, std::string const & name, Write const & write);
+    ItemID AddItem(Pending item);
+    std::optional<ItemID> FindEqual(Pending const & item);
+    bool IsEqual(Pending const & item, Entry const & entry) const;
+    void AddEntry(Entry entry);
+    void Flush();
+    void Append(std::vector<std::uint8_t> const & bytes);
+    void Commit();
+    void CommitFooter(ArchiveLayout::Footer const & footer);
+    void Undo() noexcept;
+    void AfterCommit();
+
+    Counted<Archive> const archive;
+    Counted<ArchiveSnapshot const> const base; // what is updated, or null
+    bool isUpdate = false;                     // the base's file grows; otherwise a new one takes its place
+    bool isOpen = false;                       // there is something to undo
+    bool keepsDamaged = false;
+    Counted<ArchiveFile> file;
+    Counted<ArchiveFile> locked; // the file that is replaced, while other savers are kept out of it
+    std::string temporaryPath;   // of a file that is written anew
+    ArchiveLayout::Header header;
+    std::uint64_t position = 0; // where the next bytes go
+    std::uint64_t commitID = 0; // the first half of the ids of new items
+    std::uint64_t itemsAdded = 0, bytesWritten = 0;
+    std::vector<Entry> entries; // everything that belongs to the document so far
+    std::unordered_map<ItemID, std::size_t> entryByID;
+    std::unordered_multimap<std::uint64_t, ItemID> entriesByHash; // of the base, and of what was added
+    std::unordered_map<Counted<DelayLoadHolder>, ItemID> storedHolders;
+    std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;
+    std::vector<Taken> taken;
+    std::vector<Pending> pending;
+    std::uint64_t pendingBytes = 0;
+    std::vector<std::vector<ItemID>> references; // of the streams that are being written, one in another
+};
+}

@@ -1,0 +1,89 @@
+/// A document file as one save left it.
+#pragma once
+
+#include "kernel/ArchiveDisk.h"
+#include "kernel/ArchiveLayout.h"
+#include "kernel/Countable.h"
+#include "kernel/Counted.h"
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace Kernel {
+/// Reads items of one file by what an index says of them. All members throw `ArchiveError` for what is damaged.
+class ArchiveItemReader {
+public:
+    using Entry = ArchiveLayout::Entry;
+    struct Stored {
+        ArchiveLayout::ItemHeader header;
+        std::vector<std::uint8_t> bytes; ///< header and payload as they stand in the file
+        ArchiveLayout::Bytes payload;    ///< within `bytes`
+    };
+
+    /// File and path outlive the reader; the path is for messages.
+    ArchiveItemReader(ArchiveFile const & openFile, std::string const & filePath) : file(openFile), path(filePath) {}
+
+    ArchiveLayout::ItemHeader ReadHeader(Entry const & entry) const;
+    /// Header and payload, which fit their checksums.
+    Stored ReadStored(Entry const & entry) const;
+    /// The bytes of the item.
+    /// @param checkRaw  also compares their own checksum, which is implied by that of the stored bytes unless the
+    ///                  program that wrote them was wrong.
+    std::vector<std::uint8_t> ReadRaw(Entry const & entry, bool checkRaw = false) const;
+    /// An entry's bytes as they stand in the file, whole or not. Throws nothing.
+    std::vector<std::uint8_t> ReadUnchecked(Entry const & entry) const;
+
+private:
+    ArchiveLayout::ItemHeader DecodeHeader(Entry const & entry, ArchiveLayout::Bytes bytes) const;
+    [[noreturn]] void FailDamaged(Entry const & entry, char const * what) const;
+
+    ArchiveFile const & file;
+    std::string const & path;
+};
+
+/// What an index names, and how its bytes are read. Immutable; any number of threads may read it, with no lock. The
+/// bytes stay where they are whatever is saved later, also when the file is replaced: the descriptor stays open.
+class RASTER_API ArchiveSnapshot final : public Countable {
+public:
+    using Entry = ArchiveLayout::Entry;
+
+    /// @param path  for messages.
+    ArchiveSnapshot(std::string path, Counted<ArchiveFile const> file, ArchiveLayout::Header const & header,
+                    ArchiveLayout::Footer const & footer, std::vector<Entry> entries, std::uint32_t newestFooter = 0);
+
+    /// The last state of the file that is whole. Throws `ArchiveError`.
+    /// @param archiveTag  the document's kind; no tag takes any.
+    static Counted<ArchiveSnapshot const> Open(std::string const & path, Counted<ArchiveFile const> file,
+                                               IDTag archiveTag);
+    /// The last good footer at or before `end`; nothing if there is none.
+    static std::optional<ArchiveLayout::Footer> FindFooter(ArchiveFile const & file, ArchiveLayout::FileID const & id,
+                                                           std::uint64_t end);
+
+    std::string const & GetPath() const { return path; }
+    Counted<ArchiveFile const> const & GetFile() const { return file; }
+    ArchiveLayout::Header const & GetHeader() const { return header; }
+    ArchiveLayout::Footer const & GetFooter() const { return footer; }
+    std::vector<Entry> const & GetEntries() const { return entries; }
+    /// The number of the latest commit that has a footer, which is a later one than this if its index is damaged.
+    std::uint32_t GetNewestFooter() const { return newestFooter; }
+    /// Where the next save begins.
+    std::uint64_t GetEnd() const { return footer.offset + ArchiveLayout::footerBytes; }
+
+    // Null if there is none.
+    Entry const * Find(ItemID id) const;
+    Entry const * FindNamed(std::string const & name, IDTag type) const;
+
+    /// Valid while the snapshot lives.
+    ArchiveItemReader GetReader() const { return {*file, path}; }
+
+private:
+    std::string const path;
+    Counted<ArchiveFile const> const file;
+    ArchiveLayout::Header const header;
+    ArchiveLayout::Footer const footer;
+    std::uint32_t const newestFooter;
+    std::vector<Entry> const entries;
+    std::unordered_map<ItemID, std::size_t> byID; // positions in `entries`
+};
+}

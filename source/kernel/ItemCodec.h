@@ -1,0 +1,33 @@
+/// How the bytes of one item are compressed, and what is done to samples first.
+#pragma once
+
+#include "kernel/ArchiveLayout.h"
+#include "kernel/FileStoreCompressionHint.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace Kernel::ItemCodec {
+struct Encoded {
+    ArchiveLayout::Codec codec = ArchiveLayout::Codec::Raw;
+    std::uint8_t sampleBytes = 0;
+    std::vector<std::uint8_t> bytes; ///< empty for `Raw`: the item's own bytes are what is stored
+};
+
+/// The smallest of the forms that the hint allows: predicted and compressed, compressed, raw.
+/// @param hint  null stores raw.
+Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint);
+
+/// Whether compressed bytes say that they give so many.
+bool HasRawSize(ArchiveLayout::Bytes stored, std::uint64_t rawSize);
+/// @param raw  of the size that the item has; receives its bytes.
+/// @return false if the stored bytes don't give that many.
+bool Decode(ArchiveLayout::Codec codec, std::uint8_t sampleBytes, ArchiveLayout::Bytes stored,
+            std::vector<std::uint8_t> & raw);
+
+/// Replaces each sample by its difference from the one before in its row of 256 bytes, then gathers the first bytes of
+/// all differences, the second ones, and so on. Both are blocks of 65536 bytes; `sampleBytes` is 1, 2, 4 or 8.
+void Predict(std::uint8_t const * raw, std::uint8_t * predicted, int sampleBytes);
+/// The opposite.
+void Restore(std::uint8_t const * predicted, std::uint8_t * raw, int sampleBytes);
+}

@@ -1,0 +1,466 @@
+#include "kernel/Archive.h"
+#include "kernel/ArchiveSession.h"
+#include "kernel/ClassProperties.h"
+#include "kernel/DelayLoadHolder.h"
+#include "kernel/Dispatch.h"
+#include "kernel/FileStoreOutPathGenerator.h"
+#include "kernel/HashAccumulator.h"
+#include "kernel/InSerialiserFile.h"
+#include "kernel/OutSerialiserFile.h"
+#include "kernel/ScopedLock.h"
+#include "kernel/SharedSerialisable.h"
+#include "kernel/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+
+using namespace Kernel;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+// An item of bytes that may refer to another one.
+class Blob final : public FileStoreItem {
+public:
+    std::vector<std::uint8_t> bytes;
+
+    static FileStoreItemType const & GetType() {
+        static FileStoreItemType const type("Blob", ItemNesting::NotNestable, ItemRecovery::Recoverable,
+                                            [] { return Counted<FileStoreItem>(new Blob); });
+        return type;
+    }
+    FileStoreItemType const & GetObjectFileStoreItemType() const override { return GetType(); }
+    void Save(OutStream & stream, FileStoreOut &) const override { stream.WriteAll(bytes.data(), bytes.size()); }
+    bool Load(InStream & stream, FileStore &) override {
+        bytes.resize(stream.GetSize());
+        return stream.ReadAll(bytes.data(), bytes.size());
+    }
+};
+
+class Label final : public SharedSerialisable {
+public:
+    StringUtf8 text;
+
+    static SharedClassProperties const & GetClassProperties() {
+        static SharedClassProperties const properties("Labl", 1, [] { return Counted<Serialisable>(new Label); });
+        return properties;
+    }
+    ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
+    void Save(OutSerialiser & serialiser) const override { serialiser.SaveType("Text", text); }
+    bool Load(InSerialiser const & serialiser, FileStore &, unsigned short) override {
+        return serialiser.LoadType("Text", text);
+    }
+    void AccumulateHash(HashAccumulator & accumulator) const override { accumulator.AddToHash(text.GetView()); }
+    bool CompareMembers(Serialisable const & other) const override {
+        return static_cast<Label const &>(other).text == text;
+    }
+};
+
+// A document of numbered blobs under one label.
+class Album final : public Serialisable {
+public:
+    std::vector<Counted<DelayLoadHolder>> blobs;
+    Consolidated<Label> label;
+
+    static ClassProperties const & GetClassProperties() {
+        static ClassProperties const properties("Albm", 1, [] { return Counted<Serialisable>(new Album); });
+        return properties;
+    }
+    ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
+    static IDTag TagOf(std::size_t i) {
+        return {'B', static_cast<char>('0' + i / 100 % 10), static_cast<char>('0' + i / 10 % 10),
+                static_cast<char>('0' + i % 10)};
+    }
+    void Save(OutSerialiser & serialiser) const override {
+        serialiser.SaveType("Coun", static_cast<std::uint32_t>(blobs.size()));
+        FileStoreCompressionHintGeneral const hint(1, CompressionPredictor::Bytes1, CompressionStriping::Rows256);
+        for (std::size_t i = 0; i < blobs.size(); ++i)
+            serialiser.SaveDelayLoadObject(TagOf(i), blobs[i].Get(), FileStoreOutIndexedPathGenerator("", "b/"), &hint);
+        serialiser.SaveSharedObject("Labl", label.Get());
+    }
+    bool Load(InSerialiser const & serialiser, FileStore & store, unsigned short) override {
+        std::uint32_t count = 0;
+        serialiser.LoadType("Coun", count);
+        blobs.resize(std::min(count, 1000u));
+        for (std::size_t i = 0; i < blobs.size(); ++i)
+            serialiser.LoadDelayLoadObject(TagOf(i), store, Blob::GetType(), blobs[i]);
+        serialiser.LoadSharedObject("Labl", store, label);
+        return true;
+    }
+};
+
+std::vector<std::uint8_t> MakeBytes(unsigned seed, std::size_t size = 65536) {
+    std::mt19937 random(seed);
+    std::vector<std::uint8_t> bytes(size);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<std::uint8_t>(i / 7 + random() % 4);
+    return bytes;
+}
+
+Counted<Blob> MakeBlob(std::vector<std::uint8_t> bytes) {
+    auto blob = MakeCounted<Blob>();
+    blob->bytes = std::move(bytes);
+    return blob;
+}
+
+Album MakeAlbum(std::size_t count, unsigned seed = 1) {
+    Album album;
+    for (std::size_t i = 0; i < count; ++i)
+        album.blobs.push_back(
+            DelayLoadHolder::Create(Blob::GetType(), MakeBlob(MakeBytes(seed + static_cast<unsigned>(i)))));
+    auto label = MakeCounted<Label>();
+    label->text = "An album";
+    album.label = Consolidated<Label>::ConsolidateObjectSacrifice(label);
+    return album;
+}
+
+std::vector<std::uint8_t> BytesOf(Counted<DelayLoadHolder> const & holder) {
+    DelayLoadHolder::TempLoadItem const temp(holder);
+    auto const * const blob = temp.GetItemAs<Blob>();
+    return blob ? blob->bytes : std::vector<std::uint8_t>();
+}
+
+void Change(Counted<DelayLoadHolder> const & holder, std::vector<std::uint8_t> bytes) {
+    ScopedLock const guard(*holder);
+    ASSERT_TRUE(holder->LoadItemI());
+    auto & blob = dynamic_cast<Blob &>(*holder->GetItem());
+    blob.bytes = std::move(bytes);
+    blob.GetState().MarkAsDirty();
+}
+
+struct SaveCounts {
+    std::uint64_t items, bytes;
+};
+SaveCounts Save(Counted<Archive> const & archive, Album const & album, ArchiveSaveMode mode = ArchiveSaveMode::Update) {
+    auto session = archive->CreateSession(mode);
+    session->StoreObject("Album.dat", album);
+    SaveCounts const counts{session->GetItemsAdded(), session->GetBytesWritten()};
+    archive->CloseSession(std::move(session));
+    return counts;
+}
+
+Album Load(Counted<Archive> const & archive) {
+    Label::GetClassProperties().Init();
+    auto const stream = archive->OpenStream("Album.dat");
+    Album album;
+    if (stream)
+        album.Load(*InSerialiserFile::ParseWithChecks(*stream, *archive, false), *archive, 1);
+    return album;
+}
+
+void ExpectSame(Album const & a, Album const & b) {
+    ASSERT_EQ(a.blobs.size(), b.blobs.size());
+    for (std::size_t i = 0; i < a.blobs.size(); ++i)
+        EXPECT_EQ(BytesOf(a.blobs[i]), BytesOf(b.blobs[i])) << i;
+    EXPECT_EQ(a.label, b.label);
+}
+
+class ArchiveTest : public testing::Test {
+protected:
+    std::string GetPath(char const * name = "album.doc") const { return directory.GetPath(name); }
+    std::string ReadFile() const { return GetFile(GetPath()); }
+    void WriteFile(std::string const & bytes) const { PutFile(GetPath(), bytes); }
+    std::vector<std::string> List() const {
+        std::vector<std::string> names;
+        for (auto const & entry : std::filesystem::directory_iterator(directory.GetPath()))
+            names.push_back(entry.path().filename());
+        return names;
+    }
+
+    TemporaryDirectory directory;
+};
+}
+
+TEST_F(ArchiveTest, GivesBackWhatWasStored) {
+    auto const album = MakeAlbum(20);
+    Save(Archive::Create(GetPath(), "Test"), album);
+    auto const archive = Archive::Open(GetPath(), "Test");
+    auto const loaded = Load(archive);
+    for (auto const & holder : loaded.blobs)
+        EXPECT_FALSE(holder->IsLoaded());
+    ExpectSame(loaded, album);
+    EXPECT_FALSE(archive->HasStream("Other.dat"));
+    EXPECT_FALSE(archive->OpenStream("Other.dat"));
+}
+
+TEST_F(ArchiveTest, OpensOnlyItsOwnKind) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    EXPECT_THROW(Archive::Open(GetPath(), "Othr"), ArchiveError);
+    EXPECT_EQ(Archive::Open(GetPath(), IDTag())->GetArchiveTag(), IDTag("Test"));
+    EXPECT_THROW(Archive::Open(GetPath("none"), "Test"), ArchiveError);
+    WriteFile("not a document at all, but longer than a header of sixty-four bytes would be");
+    EXPECT_THROW(Archive::Open(GetPath(), "Test"), ArchiveError);
+}
+
+TEST_F(ArchiveTest, SavingTwiceWithoutChangesAddsNoItem) {
+    auto const album = MakeAlbum(5);
+    auto const archive = Archive::Create(GetPath(), "Test");
+    EXPECT_EQ(Save(archive, album).items, 7u); // five blobs, the label and the stream
+    auto const again = Save(archive, album);
+    EXPECT_EQ(again.items, 0u);
+    EXPECT_EQ(archive->GetInfo().items.size(), 7u);
+    auto const opened = Archive::Open(GetPath(), "Test");
+    EXPECT_EQ(Save(opened, Load(opened)).items, 0u);
+}
+
+TEST_F(ArchiveTest, WritesOnlyWhatChanged) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto album = MakeAlbum(50);
+    Save(archive, album);
+    Change(album.blobs[3], MakeBytes(1000));
+    auto const counts = Save(archive, album);
+    EXPECT_EQ(counts.items, 2u); // the blob, and the stream that names it
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
+    EXPECT_GT(archive->GetInfo().deadBytes, 0u);
+}
+
+TEST_F(ArchiveTest, StoresEqualContentOnce) {
+    Album album;
+    for (int i = 0; i < 10; ++i)
+        album.blobs.push_back(DelayLoadHolder::Create(Blob::GetType(), MakeBlob(MakeBytes(i % 2 ? 5 : 6))));
+    auto const archive = Archive::Create(GetPath(), "Test");
+    EXPECT_EQ(Save(archive, album).items, 3u);
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
+    album.blobs.push_back(DelayLoadHolder::Create(Blob::GetType(), MakeBlob(MakeBytes(5))));
+    EXPECT_EQ(Save(archive, album).items, 1u) << "the stream alone";
+}
+
+TEST_F(ArchiveTest, HasOneHolderForAnItem) {
+    auto const album = MakeAlbum(2);
+    auto const archive = Archive::Create(GetPath(), "Test");
+    Save(archive, album);
+    auto const first = Load(archive), second = Load(archive);
+    EXPECT_EQ(first.blobs[0], second.blobs[0]);
+    EXPECT_EQ(first.blobs[0], album.blobs[0]) << "the one that was stored stands for it";
+    EXPECT_NE(first.blobs[0], first.blobs[1]);
+}
+
+TEST_F(ArchiveTest, DropsWhatCanBeLoadedAgain) {
+    auto const album = MakeAlbum(1);
+    auto const archive = Archive::Create(GetPath(), "Test");
+    EXPECT_TRUE(album.blobs[0]->IsLoaded());
+    Save(archive, album);
+    EXPECT_FALSE(album.blobs[0]->IsLoaded());
+    EXPECT_EQ(BytesOf(album.blobs[0]), MakeBytes(1));
+    EXPECT_FALSE(album.blobs[0]->IsLoaded());
+}
+
+TEST_F(ArchiveTest, WriteDuringASaveStaysDirty) {
+    auto album = MakeAlbum(1);
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto session = archive->CreateSession();
+    session->StoreObject("Album.dat", album);
+    Change(album.blobs[0], MakeBytes(77));
+    archive->CloseSession(std::move(session));
+    EXPECT_TRUE(album.blobs[0]->IsLoaded()) << "it could not be loaded again as it is";
+    EXPECT_EQ(BytesOf(Load(Archive::Open(GetPath(), "Test")).blobs[0]), MakeBytes(1));
+    EXPECT_EQ(Save(archive, album).items, 2u);
+    EXPECT_EQ(BytesOf(Load(Archive::Open(GetPath(), "Test")).blobs[0]), MakeBytes(77));
+}
+
+TEST_F(ArchiveTest, SessionThatIsGivenUpLeavesTheDocumentAsItWas) {
+    auto album = MakeAlbum(3);
+    auto const archive = Archive::Create(GetPath(), "Test");
+    Save(archive, album);
+    auto const before = ReadFile();
+    Change(album.blobs[0], MakeBytes(77, 40 << 20)); // larger than a batch, so that something is written
+    {
+        auto const session = archive->CreateSession();
+        session->StoreObject("Album.dat", album);
+        EXPECT_GT(ReadFile().size(), before.size());
+    }
+    EXPECT_EQ(ReadFile(), before);
+    EXPECT_FALSE(album.blobs[0]->GetItem()->GetState().CanShare());
+    {
+        auto const created = Archive::Create(GetPath("new.doc"), "Test");
+        auto const session = created->CreateSession();
+        session->StoreObject("Album.dat", album);
+    }
+    EXPECT_THAT(List(), SizeIs(1));
+}
+
+TEST_F(ArchiveTest, CopiesItemsBetweenDocumentsWithoutLoadingThem) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(10));
+    auto const album = Load(Archive::Open(GetPath(), "Test"));
+    auto const copy = Archive::Create(GetPath("copy.doc"), "Test");
+    Save(copy, album);
+    for (auto const & holder : album.blobs)
+        EXPECT_FALSE(holder->IsLoaded());
+    ExpectSame(Load(Archive::Open(GetPath("copy.doc"), "Test")), MakeAlbum(10));
+    // The same names for ever.
+    auto const ids = [](ArchiveInfo const & info) {
+        std::vector<ItemID> result;
+        for (auto const & item : info.items)
+            if (item.type == IDTag("Blob"))
+                result.push_back(item.id);
+        std::sort(result.begin(), result.end());
+        return result;
+    };
+    EXPECT_EQ(ids(copy->GetInfo()), ids(Archive::Open(GetPath(), "Test")->GetInfo()));
+    EXPECT_EQ(Save(copy, album).items, 0u);
+}
+
+TEST_F(ArchiveTest, CompactionKeepsEverythingAndDropsTheDead) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto album = MakeAlbum(10);
+    Save(archive, album);
+    for (unsigned i = 0; i < 10; ++i) {
+        Change(album.blobs[i], MakeBytes(100 + i));
+        Save(archive, album);
+    }
+    auto const before = archive->GetInfo();
+    EXPECT_GT(before.deadBytes, 0u);
+    auto const held = Load(archive);
+    Save(archive, album, ArchiveSaveMode::Compact);
+    auto const after = archive->GetInfo();
+    EXPECT_EQ(after.deadBytes, 0u);
+    EXPECT_LT(after.fileBytes, before.fileBytes);
+    EXPECT_EQ(after.items.size(), before.items.size());
+    EXPECT_EQ(after.commitNumber, before.commitNumber + 1);
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
+    ExpectSame(held, album);
+    EXPECT_EQ(Save(archive, album).items, 0u);
+    EXPECT_THAT(List(), SizeIs(1));
+}
+
+TEST_F(ArchiveTest, RemovedItemCanStillBeReadAndSavedAgain) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto album = MakeAlbum(3);
+    Save(archive, album);
+    auto const removed = album.blobs.back();
+    album.blobs.pop_back();
+    Save(archive, album);
+    EXPECT_EQ(BytesOf(removed), MakeBytes(3));
+    album.blobs.push_back(removed);
+    EXPECT_EQ(Save(archive, album).items, 0u) << "its bytes are still in the file, and so is the stream's first form";
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
+}
+
+TEST_F(ArchiveTest, KeepsAStreamThatIsNotStoredAnew) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto session = archive->CreateSession();
+    session->StoreObject("Album.dat", MakeAlbum(3));
+    session->StoreStream("Note", "text", 4);
+    archive->CloseSession(std::move(session));
+    session = archive->CreateSession();
+    EXPECT_TRUE(session->KeepStream("Album.dat"));
+    EXPECT_FALSE(session->KeepStream("None"));
+    archive->CloseSession(std::move(session));
+    EXPECT_FALSE(archive->HasStream("Note"));
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(3));
+}
+
+TEST_F(ArchiveTest, RefusesToSaveOverTheSaveOfAnotherProgram) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(2));
+    auto const first = Archive::Open(GetPath(), "Test"), second = Archive::Open(GetPath(), "Test");
+    Save(first, MakeAlbum(2, 50));
+    try {
+        Save(second, MakeAlbum(2, 70));
+        FAIL();
+    } catch (ArchiveError const & error) {
+        EXPECT_EQ(error.GetKind(), ArchiveError::Kind::Changed);
+    }
+    EXPECT_THROW(Save(second, MakeAlbum(2, 70), ArchiveSaveMode::Compact), ArchiveError);
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(2, 50));
+    Save(first, MakeAlbum(2, 60));
+}
+
+TEST_F(ArchiveTest, RefusesToSaveWhenThePathLeadsElsewhere) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(2));
+    auto const archive = Archive::Open(GetPath(), "Test");
+    auto const album = Load(archive);
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(3, 30)); // replaced by another one
+    EXPECT_THROW(Save(archive, album), ArchiveError);
+    ExpectSame(album, MakeAlbum(2)); // what was open stays readable
+}
+
+TEST_F(ArchiveTest, OpensTheStateBeforeWhenTheLastOneIsCutOff) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    Save(archive, MakeAlbum(2));
+    auto const first = ReadFile();
+    Save(archive, MakeAlbum(2, 40));
+    auto const second = ReadFile();
+    for (auto const length : {first.size(), first.size() + 1, first.size() + 1000, second.size() - 64, second.size() - 1}) {
+        WriteFile(second.substr(0, length));
+        auto const opened = Archive::Open(GetPath(), "Test");
+        ExpectSame(Load(opened), MakeAlbum(2));
+        Save(opened, MakeAlbum(2, 60));
+        ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(2, 60));
+    }
+    WriteFile(second + std::string(5000, 'x'));
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(2, 40));
+}
+
+TEST_F(ArchiveTest, ReadsTheSecondIndexWhenTheFirstIsDamaged) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(2));
+    auto const whole = ReadFile();
+    auto const firstIndex = whole.find("Indx");
+    ASSERT_NE(firstIndex, std::string::npos);
+    auto const secondIndex = whole.find("Indx", firstIndex + 1);
+    EXPECT_GE(secondIndex - firstIndex, 65536u);
+    auto damaged = whole;
+    damaged[firstIndex + 40] = static_cast<char>(damaged[firstIndex + 40] ^ 1);
+    WriteFile(damaged);
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(2));
+    damaged[secondIndex + 40] = static_cast<char>(damaged[secondIndex + 40] ^ 1);
+    WriteFile(damaged);
+    EXPECT_THROW(Archive::Open(GetPath(), "Test"), ArchiveError);
+}
+
+TEST_F(ArchiveTest, DamagedItemFailsTheSaveThatCopiesItUnlessToldToKeepIt) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(2));
+    auto bytes = ReadFile();
+    auto const item = Archive::Open(GetPath(), "Test")->GetInfo().items.front();
+    auto & byte = bytes[item.offset + 200];
+    byte = static_cast<char>(byte ^ 4);
+    WriteFile(bytes);
+    auto const archive = Archive::Open(GetPath(), "Test");
+    auto const album = Load(archive);
+    EXPECT_THAT(BytesOf(album.blobs[0]), IsEmpty());
+    EXPECT_EQ(BytesOf(album.blobs[1]), MakeBytes(2));
+    EXPECT_THROW(Save(archive, album, ArchiveSaveMode::Compact), ArchiveError);
+    EXPECT_EQ(ReadFile(), bytes);
+    auto session = archive->CreateSession(ArchiveSaveMode::Compact);
+    session->SetKeepDamaged(true);
+    session->StoreObject("Album.dat", album);
+    archive->CloseSession(std::move(session));
+    auto const kept = Load(Archive::Open(GetPath(), "Test"));
+    ASSERT_THAT(kept.blobs, SizeIs(2));
+    EXPECT_THAT(BytesOf(kept.blobs[0]), IsEmpty());
+    EXPECT_EQ(BytesOf(kept.blobs[1]), MakeBytes(2));
+}
+
+TEST_F(ArchiveTest, KeepsModeAndLinkOfTheFileThatIsReplaced) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    ASSERT_EQ(chmod(GetPath().c_str(), 0640), 0);
+    ASSERT_EQ(symlink("album.doc", GetPath("link.doc").c_str()), 0);
+    auto const archive = Archive::Open(GetPath("link.doc"), "Test");
+    Save(archive, MakeAlbum(1, 9), ArchiveSaveMode::Compact);
+    struct stat status;
+    ASSERT_EQ(lstat(GetPath("link.doc").c_str(), &status), 0);
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+    ASSERT_EQ(stat(GetPath().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(1, 9));
+}
+
+TEST_F(ArchiveTest, WritesTheSameItemsForAnyNumberOfThreads) {
+    std::vector<std::vector<std::uint64_t>> sizes;
+    for (unsigned const threads : {1u, 2u, 8u}) {
+        Dispatch::SetThreadCount(threads);
+        auto const archive = Archive::Create(GetPath(std::to_string(threads).c_str()), "Test");
+        Save(archive, MakeAlbum(40));
+        sizes.emplace_back();
+        for (auto const & item : archive->GetInfo().items)
+            sizes.back().insert(sizes.back().end(), {item.offset, item.storedSize, item.id.number});
+    }
+    Dispatch::SetThreadCount(0);
+    EXPECT_EQ(sizes[0], sizes[1]);
+    EXPECT_EQ(sizes[0], sizes[2]);
+}
