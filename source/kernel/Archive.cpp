@@ -12,6 +12,7 @@
 #include "kernel/SharedSerialisable.h"
 #include "kernel/Trace.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <unordered_map>
@@ -74,12 +75,15 @@ ArchiveInfo Archive::GetInfo() const {
         return info;
     info.fileBytes = current->GetEnd();
     info.commitNumber = current->GetFooter().commitNumber;
-    std::uint64_t live = current->GetEnd() - current->GetFooter().indexOffset + ArchiveLayout::headerBytes;
+    // Entries stand in the order of the file: whatever lies between them belongs to nobody.
+    auto end = ArchiveLayout::headerBytes;
     for (auto const & entry : current->GetEntries()) {
         info.items.push_back({entry.id, entry.type, entry.name, entry.rawSize, entry.storedSize, entry.offset});
-        live += ArchiveLayout::AlignUp(entry.headerSize + entry.storedSize, ArchiveLayout::itemAlignment);
+        info.deadBytes += entry.offset - std::min(end, entry.offset);
+        end = ArchiveLayout::AlignUp(entry.GetEnd(), ArchiveLayout::itemAlignment);
     }
-    info.deadBytes = info.fileBytes > live ? info.fileBytes - live : 0;
+    auto const indexOffset = current->GetFooter().indexOffset;
+    info.deadBytes += indexOffset - std::min(ArchiveLayout::AlignUp(end, ArchiveLayout::footerBytes), indexOffset);
     return info;
 }
 

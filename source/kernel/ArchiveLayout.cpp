@@ -19,7 +19,7 @@ constexpr std::uint32_t itemMagic = 0x6d657449;   // "Item"
 constexpr std::uint32_t indexMagic = 0x78646e49;  // "Indx"
 constexpr std::uint32_t footerMagic = 0x746f6f46; // "Foot"
 constexpr std::uint64_t indexHeaderBytes = 32;
-constexpr std::uint64_t entryBytes = 16 + 4 * 8 + 8 + 4 + 4; // without the name
+constexpr std::uint64_t entryBytes = 6 * 8 + 3 * 4; // without the name
 constexpr std::uint64_t mostEntries = std::uint64_t(1) << 28;
 constexpr std::uint64_t mostIndexBytes = std::uint64_t(1) << 32;
 constexpr std::size_t headerHashAt = 56, itemHashAt = 80, footerHashAt = 56;

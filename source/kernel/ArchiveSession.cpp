@@ -262,10 +262,12 @@ ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id) {
         waiting.pop_back();
         if (entryByID.contains(next))
             continue;
-        auto const * const entry = source.Find(next);
-        if (entry) {
-            auto const further = GetReferences(source, *entry);
-            KeepEntry(source, *entry);
+        // An id is the same item wherever it lies: what came from another document once is not copied again.
+        bool const isInBase = isUpdate && base->Find(next);
+        auto const & place = isInBase ? *base : source;
+        if (auto const * const entry = place.Find(next)) {
+            auto const further = GetReferences(place, *entry);
+            KeepEntry(place, *entry);
             waiting.insert(waiting.end(), further.begin(), further.end());
         } else if (!keepsDamaged)
             Fail(ArchiveError::Kind::Damaged, source.GetPath(),

@@ -7,6 +7,7 @@
 #include "kernel/HashAccumulator.h"
 #include "kernel/InSerialiserFile.h"
 #include "kernel/OutSerialiserFile.h"
+#include "kernel/OutStream.h"
 #include "kernel/ScopedLock.h"
 #include "kernel/SharedSerialisable.h"
 #include "kernel/TemporaryDirectory.h"
@@ -338,7 +339,7 @@ TEST_F(ArchiveTest, RemovedItemCanStillBeReadAndSavedAgain) {
     Save(archive, album);
     EXPECT_EQ(BytesOf(removed), MakeBytes(3));
     album.blobs.push_back(removed);
-    EXPECT_EQ(Save(archive, album).items, 0u) << "its bytes are still in the file, and so is the stream's first form";
+    EXPECT_EQ(Save(archive, album).items, 1u) << "the stream; the bytes of the item are still in the file";
     ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
 }
 
@@ -458,7 +459,8 @@ TEST_F(ArchiveTest, WritesTheSameItemsForAnyNumberOfThreads) {
         Save(archive, MakeAlbum(40));
         sizes.emplace_back();
         for (auto const & item : archive->GetInfo().items)
-            sizes.back().insert(sizes.back().end(), {item.offset, item.storedSize, item.id.number});
+            if (item.type == IDTag("Blob")) // a stream holds random ids, which compress now better, now worse
+                sizes.back().insert(sizes.back().end(), {item.offset, item.storedSize, item.id.number});
     }
     Dispatch::SetThreadCount(0);
     EXPECT_EQ(sizes[0], sizes[1]);
