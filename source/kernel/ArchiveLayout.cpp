@@ -18,7 +18,6 @@ constexpr std::array<std::uint8_t, 8> headerMagic{0x89, 'R', 'D', 'O', 'C', '\r'
 constexpr std::uint32_t itemMagic = 0x6d657449;   // "Item"
 constexpr std::uint32_t indexMagic = 0x78646e49;  // "Indx"
 constexpr std::uint32_t footerMagic = 0x746f6f46; // "Foot"
-constexpr std::uint64_t indexHeaderBytes = 32;
 constexpr std::uint64_t entryBytes = 6 * 8 + 3 * 4; // without the name
 constexpr std::uint64_t mostEntries = std::uint64_t(1) << 28;
 constexpr std::uint64_t mostIndexBytes = std::uint64_t(1) << 32;
@@ -190,6 +189,13 @@ std::vector<std::uint8_t> EncodeIndex(std::vector<Entry> const & entries) {
     WriteAt(block.data() + 16, std::uint64_t(stored));
     WriteAt(block.data() + 24, Hash64(block.data() + indexHeaderBytes, stored));
     return block;
+}
+
+std::optional<std::uint64_t> GetIndexSize(Bytes begin) {
+    if (begin.size() < indexHeaderBytes || ReadAt<std::uint32_t>(begin.data()) != indexMagic)
+        return {};
+    auto const stored = ReadAt<std::uint64_t>(begin.data() + 16);
+    return stored <= mostIndexBytes ? std::optional(indexHeaderBytes + stored) : std::nullopt;
 }
 
 std::optional<std::vector<Entry>> DecodeIndex(Bytes bytes, std::uint64_t fileSize) {

@@ -87,6 +87,9 @@ struct Entry {
     std::uint64_t GetEnd() const { return offset + headerSize + storedSize; }
 };
 
+inline constexpr std::uint64_t indexHeaderBytes = 32;
+/// The size of the block that begins with these bytes, by its own word; nothing if it is no index.
+std::optional<std::uint64_t> GetIndexSize(Bytes begin);
 /// The whole block as it stands in the file, its compressed entries included.
 std::vector<std::uint8_t> EncodeIndex(std::vector<Entry> const & entries);
 /// @param fileSize  entries must lie below it.

@@ -186,6 +186,11 @@ bool ArchiveSession::KeepStream(std::string const & name) {
     return entry != nullptr;
 }
 
+void ArchiveSession::KeepEverything(ArchiveSnapshot const & source) {
+    for (auto const & entry : source.GetEntries())
+        KeepItem(source, entry.id);
+}
+
 ItemID ArchiveSession::StoreSharedObject(SharedSerialisable const & object) {
     Counted<SharedSerialisable const> const key(&object);
     auto const found = storedShared.find(key);

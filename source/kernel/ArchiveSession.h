@@ -35,6 +35,9 @@ public:
     /// @return false if there is none of that name.
     bool KeepStream(std::string const & name);
 
+    /// Keeps every item of another file's state, those that nothing refers to as well.
+    void KeepEverything(ArchiveSnapshot const & source);
+
     /// Damaged items are copied as they are found, and missing ones stay missing, instead of failing the save.
     void SetKeepDamaged(bool keepThem) { keepsDamaged = keepThem; }
 
