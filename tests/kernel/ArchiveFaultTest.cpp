@@ -1,0 +1,240 @@
+#include "kernel/Album.h"
+#include "kernel/ArchiveCheck.h"
+#include "kernel/MemoryDisk.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace Kernel;
+using namespace AlbumForTests;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+constexpr char const * path = "album.doc";
+
+#ifdef RASTER_SANITIZED
+constexpr int thinning = 50;
+#else
+constexpr int thinning = 1;
+#endif
+
+Album MakeSmallAlbum(std::size_t count, unsigned seed) {
+    Album album;
+    for (std::size_t i = 0; i < count; ++i)
+        album.blobs.push_back(
+            DelayLoadHolder::Create(Blob::GetType(), MakeBlob(MakeBytes(seed + static_cast<unsigned>(i), 300))));
+    return album;
+}
+
+std::vector<std::vector<std::uint8_t>> ContentOf(Counted<Archive> const & archive) {
+    std::vector<std::vector<std::uint8_t>> content;
+    for (auto const & holder : Load(archive).blobs)
+        content.push_back(BytesOf(holder));
+    return content;
+}
+std::vector<std::vector<std::uint8_t>> ContentOf(MemoryDisk::Files const & files) {
+    return ContentOf(Archive::Open(path, "Test", MakeCounted<MemoryDisk>(files)));
+}
+
+/// A document with a history of three saves, and what it holds.
+MemoryDisk::Files MakeDocument(std::size_t count = 4) {
+    auto const disk = MakeCounted<MemoryDisk>();
+    auto const archive = Archive::Create(path, "Test", disk);
+    auto album = MakeSmallAlbum(count, 1);
+    Save(archive, album);
+    Change(album.blobs[0], MakeBytes(20, 300));
+    Save(archive, album);
+    Change(album.blobs[1], MakeBytes(21, 300));
+    Save(archive, album);
+    return disk->GetFiles();
+}
+
+bool IsFoundDamaged(MemoryDisk::Files const & files) {
+    try {
+        return !VerifyArchive(path, nullptr, nullptr, nullptr, MakeCounted<MemoryDisk>(files)).problems.empty();
+    } catch (ArchiveError const &) {
+        return true;
+    }
+}
+
+// Reads whatever can be read; must neither crash nor hang.
+void ReadAll(MemoryDisk::Files const & files) {
+    try {
+        ContentOf(files);
+    } catch (std::runtime_error const &) {
+    }
+}
+
+struct Scenario {
+    char const * name;
+    ArchiveSaveMode mode;
+};
+class ArchiveFault : public testing::TestWithParam<Scenario> {};
+}
+
+// A crash at any instant of a save leaves the old document or the new one, whatever became of what was not synced.
+TEST_P(ArchiveFault, CrashLeavesTheOldDocumentOrTheNewOne) {
+    auto const before = MakeDocument();
+    auto const oldContent = ContentOf(before);
+    auto const disk = MakeCounted<MemoryDisk>(before);
+    auto const archive = Archive::Open(path, "Test", disk);
+    auto album = Load(archive);
+    Change(album.blobs[2], MakeBytes(30, 300));
+    album.blobs.push_back(DelayLoadHolder::Create(Blob::GetType(), MakeBlob(MakeBytes(31, 5000))));
+    Save(archive, album, GetParam().mode);
+    auto const newContent = ContentOf(disk->GetFiles());
+    ASSERT_NE(oldContent, newContent);
+
+    std::mt19937 random(7);
+    int oldStates = 0, newStates = 0;
+    for (std::size_t count = 0; count <= disk->steps.size(); ++count)
+        for (auto const rest : {CrashedDisk::Rest::Kept, CrashedDisk::Rest::Lost, CrashedDisk::Rest::Torn,
+                                CrashedDisk::Rest::Reordered})
+            for (int attempt = 0; attempt < 50; ++attempt) {
+                auto const files = CrashedDisk(before, disk->steps, count, rest, random).files;
+                auto const content = ContentOf(files);
+                ASSERT_TRUE(content == oldContent || content == newContent)
+                    << GetParam().name << " after " << count << " steps, case " << static_cast<int>(rest);
+                ++(content == oldContent ? oldStates : newStates);
+                // And the next save works.
+                if (attempt == 0) {
+                    auto const again = MakeCounted<MemoryDisk>(files);
+                    auto const opened = Archive::Open(path, "Test", again);
+                    Save(opened, MakeSmallAlbum(2, 90));
+                    ASSERT_THAT(ContentOf(again->GetFiles()), SizeIs(2));
+                }
+                if (rest == CrashedDisk::Rest::Kept || rest == CrashedDisk::Rest::Lost)
+                    break;
+            }
+    EXPECT_GT(oldStates, 0);
+    EXPECT_GT(newStates, 0);
+}
+
+// Whichever step the disk refuses, the document is the old one and the error is told.
+TEST_P(ArchiveFault, FailingDiskLeavesTheOldDocument) {
+    auto const before = MakeDocument();
+    auto const oldContent = ContentOf(before);
+    for (std::uint64_t failing = 1;; ++failing) {
+        auto const disk = MakeCounted<MemoryDisk>(before);
+        auto const archive = Archive::Open(path, "Test", disk);
+        auto album = Load(archive);
+        Change(album.blobs[2], MakeBytes(30, 300));
+        disk->FailAt(failing);
+        bool hasFailed = false, isUnknown = false;
+        try {
+            Save(archive, album, GetParam().mode);
+        } catch (ArchiveError const & error) {
+            hasFailed = true;
+            isUnknown = error.GetKind() == ArchiveError::Kind::Unknown;
+            EXPECT_TRUE(isUnknown || error.GetKind() == ArchiveError::Kind::WriteFailed) << error.what();
+        }
+        if (!hasFailed) {
+            EXPECT_GT(failing, 3u);
+            EXPECT_LT(disk->GetOperationCount(), failing);
+            break;
+        }
+        auto const content = ContentOf(disk->GetFiles());
+        EXPECT_TRUE(content == oldContent || isUnknown) << "step " << failing;
+        EXPECT_THAT(disk->GetFiles(), SizeIs(1)) << "nothing is left behind after step " << failing;
+        // Everything is still dirty: saving again, on a disk that works, loses nothing.
+        disk->FailAt(0);
+        Save(archive, album, GetParam().mode);
+        EXPECT_EQ(ContentOf(disk->GetFiles())[2], MakeBytes(30, 300));
+        EXPECT_FALSE(IsFoundDamaged(disk->GetFiles()));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, ArchiveFault,
+                         testing::Values(Scenario{"Update", ArchiveSaveMode::Update},
+                                         Scenario{"Compact", ArchiveSaveMode::Compact}),
+                         [](auto const & info) { return info.param.name; });
+
+TEST(ArchiveCheck, FindsNothingInAWholeDocument) {
+    auto const files = MakeDocument();
+    auto const report = VerifyArchive(path, nullptr, nullptr, nullptr, MakeCounted<MemoryDisk>(files));
+    EXPECT_THAT(report.problems, IsEmpty());
+    EXPECT_EQ(report.bytesChecked, files.at(path).size());
+    EXPECT_EQ(report.unfinishedBytes, 0u);
+    EXPECT_GT(report.itemsChecked, 5u);
+}
+
+TEST(ArchiveCheck, TellsAnUnfinishedSaveFromDamage) {
+    auto files = MakeDocument();
+    auto & bytes = files.at(path);
+    auto const whole = bytes.size();
+    bytes.resize(whole + 3000, 'x');
+    auto const report = VerifyArchive(path, nullptr, nullptr, nullptr, MakeCounted<MemoryDisk>(files));
+    EXPECT_THAT(report.problems, IsEmpty());
+    EXPECT_EQ(report.unfinishedBytes, 3000u);
+    bytes.resize(whole - 64); // the footer never came
+    EXPECT_FALSE(IsFoundDamaged(files));
+}
+
+TEST(ArchiveCheck, FindsEveryBitThatFlips) {
+    auto files = MakeDocument();
+    auto & bytes = files.at(path);
+    for (std::size_t bit = 0; bit < bytes.size() * 8; bit += thinning == 1 ? 1 : 997) {
+        auto & byte = bytes[bit / 8];
+        auto const flip = static_cast<std::uint8_t>(1u << bit % 8);
+        byte ^= flip;
+        ASSERT_TRUE(IsFoundDamaged(files)) << "bit " << bit % 8 << " of byte " << bit / 8;
+        if (bit % 97 == 0)
+            ReadAll(files);
+        byte ^= flip;
+    }
+    EXPECT_FALSE(IsFoundDamaged(files));
+}
+
+TEST(ArchiveCheck, SalvagesEveryItemThatStillChecks) {
+    auto const whole = MakeDocument(20);
+    std::mt19937 random(3);
+    std::uint64_t saved = 0, lost = 0;
+    for (int i = 0; i < 10000 / thinning; ++i) {
+        auto files = whole;
+        auto & bytes = files.at(path);
+        auto const at = random() % bytes.size();
+        switch (random() % 3) {
+            case 0: bytes[at] = static_cast<std::uint8_t>(random()); break;
+            case 1: // a lost sector
+                std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(at / 512 * 512),
+                          bytes.begin() + static_cast<std::ptrdiff_t>(std::min(at / 512 * 512 + 512, bytes.size())),
+                          std::uint8_t(0));
+                break;
+            case 2: bytes.resize(at); break;
+        }
+        ReadAll(files);
+        auto const disk = MakeCounted<MemoryDisk>(files);
+        try {
+            auto const salvage = SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk);
+            saved += salvage.itemsSaved;
+            lost += salvage.itemsLost;
+            // What was saved is whole, but for references to what was lost.
+            auto const report = VerifyArchive("saved.doc", nullptr, nullptr, nullptr, disk);
+            for (auto const & problem : report.problems)
+                EXPECT_THAT(problem.what, testing::HasSubstr("missing"));
+            EXPECT_EQ(report.itemsChecked, salvage.itemsSaved);
+        } catch (ArchiveError const &) {
+            EXPECT_LT(bytes.size(), 1000u) << "there was more to save";
+        }
+    }
+    EXPECT_GT(saved, 0u);
+    EXPECT_GT(lost, 0u);
+    RecordProperty("ItemsSaved", std::to_string(saved));
+    RecordProperty("ItemsLost", std::to_string(lost));
+}
+
+TEST(ArchiveCheck, SalvagedDocumentOpensWithItsStreams) {
+    auto files = MakeDocument();
+    // Neither copy of the last list of contents is whole, nor of those before.
+    auto & bytes = files.at(path);
+    for (std::size_t i = 0; i + 4 <= bytes.size(); i += 16)
+        if (std::equal(bytes.begin() + static_cast<std::ptrdiff_t>(i), bytes.begin() + static_cast<std::ptrdiff_t>(i) + 4,
+                       "Indx"))
+            bytes[i + 40] ^= 1;
+    auto const disk = MakeCounted<MemoryDisk>(files);
+    EXPECT_THROW(Archive::Open(path, "Test", disk), ArchiveError);
+    EXPECT_TRUE(SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk).hasScanned);
+    auto const saved = Archive::Open("saved.doc", "Test", disk);
+    EXPECT_EQ(ContentOf(saved), ContentOf(MakeDocument()));
+}
