@@ -98,21 +98,20 @@ private:
     // Whether a commit behind the last good footer came as far as its own. A save that was cut off before that left
     // at most its list of contents; with a footer in its place, that one has been damaged since.
     bool HasFooterPlace(std::uint64_t end) const {
-        for (auto at = end; at + footerBytes <= size; at += footerBytes) {
-            auto const indexSize = GetIndexSize(ReadAt(*file, at, indexHeaderBytes));
-            if (!indexSize || *indexSize > size - at)
-                continue;
-            auto const bytes = ReadAt(*file, at, *indexSize);
-            if (!DecodeIndex(bytes, at))
-                continue;
-            // It is the first copy or the second.
-            auto const second = AlignUp(at + std::max<std::uint64_t>(*indexSize, indexDistance), footerBytes);
-            for (auto const copy : {second, at})
-                if (copy + AlignUp(*indexSize, footerBytes) + footerBytes <= size)
-                    return true;
-            at = AlignUp(at + *indexSize, footerBytes) - footerBytes;
-        }
+        for (auto at = end; at + footerBytes <= size; at += footerBytes)
+            if (auto const indexSize = FindIndexAt(at)) {
+                auto const second = AlignUp(at + std::max<std::uint64_t>(*indexSize, indexDistance), footerBytes);
+                return FindIndexAt(second) && second + AlignUp(*indexSize, footerBytes) + footerBytes <= size;
+            }
         return false;
+    }
+
+    std::optional<std::uint64_t> FindIndexAt(std::uint64_t offset) const {
+        auto const indexSize = GetIndexSize(ReadAt(*file, offset, indexHeaderBytes));
+        if (!indexSize || offset > size || *indexSize > size - offset ||
+            !DecodeIndex(ReadAt(*file, offset, *indexSize), offset))
+            return {};
+        return indexSize;
     }
 
     void CheckCommits(Header const & header, Footer footer) {
