@@ -2,6 +2,7 @@
 
 #include "kernel/ScopedLock.h"
 #include "kernel/Trace.h"
+#include "pixel/MemoryManager.h"
 #include "storage/BackstoreReadError.h"
 #include "storage/Block.h"
 #include "storage/PrivateFile.h"
@@ -63,6 +64,7 @@ private:
 BackstoreFile & BackstoreFile::Instance() {
     static BackstoreFile & instance = *[] {
         auto const made = new BackstoreFile;
+        MemoryManager::Instance().SetFailureReporter([] { Instance().ReportFailure(); });
         std::atexit([] { Instance().UnlinkAll(); });
         return made;
     }();

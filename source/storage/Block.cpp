@@ -118,11 +118,7 @@ void Block::Recover() const {
     place.store(Place::Memory, std::memory_order_seq_cst);
 }
 
-bool Block::DisposeIfPossible() const {
-    bool const isDone = MemoryManager::Instance().Evict(this);
-    BackstoreFile::Instance().ReportFailure();
-    return isDone;
-}
+bool Block::DisposeIfPossible() const { return MemoryManager::Instance().Evict(this); }
 
 Eviction Block::TryEvict() const {
     if (pinCount.load(std::memory_order_relaxed) != 0)

@@ -500,6 +500,24 @@ TEST_P(FailingDiskTest, AFailedWriteEndsTheWalkAndTheLimitGivesWay) {
         EXPECT_EQ(Read(*blocks[i]), MakeNoise(i)) << i;
 }
 
+TEST_P(FailingDiskTest, AWalkThatBuffersOrANewLimitBeginSaysSoAtOnce) {
+    TraceCapture trace;
+    ledger.SetDRAMLimit(2);
+    std::vector<Kernel::Counted<Block>> blocks;
+    for (unsigned i = 0; i < 20; ++i)
+        blocks.push_back(MakeNoiseBlock(i));
+    TestDisk::writeFault = GetParam();
+    ledger.SetDRAMLimit(1);
+    EXPECT_EQ(trace.Take().size(), 1);
+    TestDisk::writeFault = TestDisk::Fault::None;
+    ASSERT_TRUE(blocks[0]->DisposeIfPossible()); // the episode is over
+    TestDisk::writeFault = GetParam();
+    ledger.AttachInterleaved(1);
+    ledger.DetachInterleaved(1);
+    EXPECT_EQ(trace.Take().size(), 1);
+    TestDisk::writeFault = TestDisk::Fault::None;
+}
+
 INSTANTIATE_TEST_SUITE_P(Writes, FailingDiskTest, testing::Values(TestDisk::Fault::Error, TestDisk::Fault::Short));
 
 TEST_F(BlockTest, AFailedReadThrowsAndLosesNothing) {
