@@ -107,11 +107,15 @@ void BitmapCore::ForceDelayLoad(bool * abort) const {
     Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
     if (!IsPendingDelayLoad() || IsLoadedByThisThread())
         return;
-    if (!CallLoader(abort) || Kernel::IsAborted(abort))
-        return;
-    for (auto & plane : planes)
-        plane.SetBacking(backing);
-    pendingDelayLoad.store(false, std::memory_order_release);
+    bool const isRead = CallLoader(abort);
+    if (isRead && !Kernel::IsAborted(abort)) {
+        for (auto & plane : planes)
+            plane.SetBacking(backing);
+        pendingDelayLoad.store(false, std::memory_order_release);
+    }
+    guard.Release();
+    if (!isRead && !Kernel::IsAborted(abort))
+        Kernel::Trace("Bitmap<> can't read its backing and stays pending.\r\n");
 }
 
 bool BitmapCore::IsLoadedByThisThread() const { return loadingThread.load() == std::this_thread::get_id(); }
@@ -124,11 +128,7 @@ bool BitmapCore::CallLoader(bool * abort) const {
     loadingThread = std::this_thread::get_id();
     auto const loader = bitmapLoader.load();
     // Everything that a loader may change is mutable.
-    if (loader && backing && loader(const_cast<BitmapCore &>(*this), *backing, abort))
-        return true;
-    if (!Kernel::IsAborted(abort))
-        Kernel::Trace("Bitmap<> can't read its backing and stays pending.\r\n");
-    return false;
+    return loader && backing && loader(const_cast<BitmapCore &>(*this), *backing, abort);
 }
 
 Kernel::JailCounted<Kernel::DelayLoadHolder> BitmapCore::GetBackingData() const { return backing; }

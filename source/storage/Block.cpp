@@ -36,6 +36,12 @@ void TraceFailedLoad(Kernel::DelayLoadHolder const & holder, char const * conseq
     Kernel::Trace("An item of type %1 can't be loaded: %2\n", holder.GetItemType().GetTag().GetText().data(),
                   consequence);
 }
+
+void TraceLostItem(std::exception_ptr const & reason) noexcept try {
+    std::rethrow_exception(reason);
+} catch (std::exception const & exception) {
+    Kernel::Trace("An item that is yet to be saved is lost: %1\n", exception.what());
+}
 }
 
 Block::Block() {
@@ -270,14 +276,15 @@ unsigned int * Block::GetMutableBuffer() {
 }
 
 // Puts the bytes of a block that goes while on disk back into its item, for those who still hold that, such as a save
-// that has yet to write it.
-void Block::RestoreShared(Data const & shared) const noexcept {
+// that has yet to write it. Returns why that failed, or null.
+std::exception_ptr Block::RestoreShared(Data const & shared) const noexcept {
     try {
         OwnedBuffer buffer;
         BackstoreFile::Instance().ReadSlot(*this, buffer.Get());
         shared.SetBuffer(buffer.Release());
-    } catch (std::exception const & exception) {
-        Kernel::Trace("An item that is yet to be saved is lost: %1\n", exception.what());
+        return nullptr;
+    } catch (std::exception const &) {
+        return std::current_exception();
     }
 }
 
@@ -285,18 +292,21 @@ void Block::RestoreShared(Data const & shared) const noexcept {
 void Block::GiveBackContent() {
     MemoryManager::Instance().Detach(this); // from here on no walk can reach this block
     auto const holder = delayLoad.Exchange(nullptr);
+    std::exception_ptr loss;
     if (auto const held = data.Exchange(nullptr)) {
         if (holder) {
             Kernel::ScopedLock const guard(*holder);
             if (IsDisposed() && held->GetCount() > 1 && !(holder->DropItem() && held->GetCount() == 1))
-                RestoreShared(*held);
+                loss = RestoreShared(*held);
             held->Disown();
         } else {
             if (IsDisposed() && held->GetCount() > 1) // a save that has not written it yet
-                RestoreShared(*held);
+                loss = RestoreShared(*held);
             held->Disown();
         }
     }
+    if (loss)
+        TraceLostItem(loss);
     if (IsDisposed()) {
         BackstoreFile::Instance().FreeSlot(*this);
         MemoryManager::Instance().TileRecovered();
@@ -335,9 +345,14 @@ void Block::CopyRects(Block const & source) {
     std::copy_n(copied, rectKinds, rects);
 }
 
-bool Block::IsRectValid(RectKind kind) const {
+bool Block::IsRectValid(RectKind kind) const { return FindRect(kind).has_value(); }
+
+std::optional<RectT<int>> Block::FindRect(RectKind kind) const {
     Kernel::ScopedLock const guard(rectLock);
-    return rects[int(kind)].version == version.load(std::memory_order_acquire);
+    auto const & cached = rects[int(kind)];
+    if (cached.version != version.load(std::memory_order_acquire))
+        return std::nullopt;
+    return cached.rect;
 }
 
 RectT<int> Block::GetRect(RectKind kind, int width, int height) const {
@@ -346,17 +361,21 @@ RectT<int> Block::GetRect(RectKind kind, int width, int height) const {
     width = std::clamp(width, 0, Stride);
     height = std::clamp(height, 0, Height);
     bool const isWhole = width == Stride && height == Height;
-    auto & cached = rects[int(kind)];
-    Kernel::ScopedLock const guard(rectLock);
+    if (auto const known = isWhole ? FindRect(kind) : std::nullopt)
+        return *known;
     // Read before the bytes are: a writer that comes later raises it, which makes what is cached stale at once.
     auto const present = version.load(std::memory_order_acquire);
-    if (isWhole && cached.version == present)
-        return cached.rect;
+    // Before the lock: both may wait for the disk, and send messages.
     ConstBlockPin const pin(*this);
     auto const buffer = GetConstBuffer();
-    bool const isQuiet = !HasMutableSession();
+    // Zeros in place of what couldn't be loaded are no lasting answer either.
+    bool const isLasting = !HasMutableSession() && !(delayLoad.Get() && buffer == GetStaticBlock(false, false));
+    Kernel::ScopedLock const guard(rectLock);
+    auto & cached = rects[int(kind)];
+    if (isWhole && cached.version == version.load(std::memory_order_acquire))
+        return cached.rect; // somebody else was here first
     auto const rect = scans[int(kind)](buffer, width, height);
-    if (isWhole && isQuiet)
+    if (isWhole && isLasting)
         cached = {rect, present};
     return rect;
 }

@@ -21,6 +21,11 @@ using Rect = Kernel::RectT<int>;
 using Bytes = std::vector<unsigned char>;
 Bytes const zeros(65536, 0);
 
+/// Items of tiles refer to nothing, so they never look at their store.
+alignas(16) char standIn[16];
+auto & noStoreOut = reinterpret_cast<Kernel::FileStoreOut &>(standIn);
+auto & noStore = reinterpret_cast<Kernel::FileStore &>(standIn);
+
 TEST_F(BlockTest, IsBornUnallocatedAndDescribedExactly) {
     auto const block = Kernel::MakeCounted<Block>();
     EXPECT_FALSE(block->IsAllocated());
@@ -305,6 +310,49 @@ TEST_F(BlockTest, AFailedLoadReadsAsZerosAndIsTriedAgain) {
     ExpectAtRest(1, 0, 0);
 }
 
+TEST_F(BlockTest, ZerosOfAFailedLoadAreNotRememberedInRects) {
+    std::vector<unsigned char> stored(bytes);
+    stored[3 * 256 + 4] = 1;
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(stored);
+    auto const block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    holder->isBroken = true;
+    TraceCapture trace;
+    EXPECT_EQ(block->GetDataRect(), Rect{});
+    EXPECT_EQ(trace.Take().size(), 1);
+    EXPECT_FALSE(block->IsDataRectValid());
+    holder->isBroken = false;
+    EXPECT_EQ(block->GetDataRect(), (Rect{4, 3, 5, 4}));
+    EXPECT_TRUE(block->IsDataRectValid());
+}
+
+TEST_F(BlockTest, ARectThatMeetsAFailingDiskSendsItsMessageWithNoLockHeld) {
+    ledger.SetDRAMLimit(0);
+    auto const disposed = MakeNoiseBlock(34), resident = MakeNoiseBlock(35);
+    ASSERT_TRUE(disposed->IsDisposed());
+    TestDisk::writeFault = TestDisk::Fault::Error;
+    TraceCapture trace; // looks at what is held
+    disposed->GetDataRect();
+    EXPECT_EQ(trace.Take().size(), 1);
+    TestDisk::writeFault = TestDisk::Fault::None;
+}
+
+TEST_F(BlockTest, AnItemThatIsLostWithItsBlockIsToldOfAndNeverSaved) {
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(29));
+    auto block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    Write(*block, MakeNoise(32));
+    ASSERT_TRUE(block->DisposeIfPossible());
+    TestDisk::readFault = TestDisk::Fault::Error;
+    TraceCapture trace;
+    block.Reset();
+    EXPECT_EQ(trace.Take().size(), 1);
+    TestDisk::readFault = TestDisk::Fault::None;
+    Kernel::MemoryOutStream stream;
+    EXPECT_THROW(holder->GetItem()->Save(stream, noStoreOut), Kernel::OutStream::WriteException);
+    EXPECT_EQ(stream.GetSize(), 0);
+}
+
 TEST_F(BlockTest, AWriteToWhatCannotBeLoadedStandsOnZeros) {
     TraceCapture trace;
     auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(23));
@@ -386,11 +434,6 @@ TEST_F(BlockTest, ACopyOnWriteHolderCopiesWhatIsShared) {
     EXPECT_EQ(first.GetMutable(), shared) << "nobody else holds it now";
     EXPECT_EQ(Read(*first), MakeNoise(70));
 }
-
-/// Items of tiles refer to nothing, so they never look at their store.
-alignas(16) char standIn[16];
-auto & noStoreOut = reinterpret_cast<Kernel::FileStoreOut &>(standIn);
-auto & noStore = reinterpret_cast<Kernel::FileStore &>(standIn);
 
 TEST_F(BlockTest, AnItemIsStoredAsItsBytesAlsoFromDisk) {
     auto const block = Kernel::MakeCounted<Block>();
