@@ -159,9 +159,10 @@ void Block::ForgetDelayed() const {
         MemoryManager::Instance().DetachDelayed();
 }
 
-// Another block has made the holder's item its own. Each counts and evicts its own bytes, so this one gets a copy.
+// Another block has made the holder's item its own. Each counts and evicts its own bytes, so this one gets a copy: of what
+// is stored, if the owner has changed the item since or may be changing it now. Null if that can't be had.
 // Under the holder's lock, which the owner needs in order to go, and this block's `bufferLock`.
-Kernel::Counted<Data> Block::CopyOfOwned(Data const & owned) {
+Kernel::Counted<Data> Block::CopyOfOwned(Data const & owned, Kernel::DelayLoadHolder & holder) {
     auto copy = Kernel::MakeCounted<Data>();
     auto const owner = owned.GetOwner();
     for (;;) {
@@ -171,12 +172,16 @@ Kernel::Counted<Data> Block::CopyOfOwned(Data const & owned) {
             std::this_thread::yield();
             continue;
         }
+        // A writer that comes later waits for this lock in `GetMutableBuffer`.
+        if (owner->HasMutableSession() || (!owned.GetState().CanShare() && holder.CanReload()))
+            break;
         if (owner->IsDisposed())
             BackstoreFile::Instance().ReadSlot(*owner, copy->GetBuffer());
         else
             std::memcpy(copy->GetBuffer(), owned.GetBuffer(), ByteCount);
         return copy;
     }
+    return Kernel::DynamicCast<Data>(holder.LoadStoredItem());
 }
 
 // Under `bufferLock`, without `data`. Makes the holder's item this block's own.
@@ -186,9 +191,9 @@ bool Block::LoadThroughHolder() const {
     if (!holder->LoadItemI())
         return false;
     auto loaded = Kernel::DynamicCast<Data>(holder->GetItem());
-    if (loaded && !loaded->Own(this))
-        loaded = CopyOfOwned(*loaded);
-    if (!loaded || !loaded->GetBuffer())
+    if (loaded && loaded->GetOwner())
+        loaded = CopyOfOwned(*loaded, *holder);
+    if (!loaded || !loaded->GetBuffer()) // an item loses its buffer when the disk does
         return false;
     AdoptData(std::move(loaded));
     return true;
@@ -270,7 +275,12 @@ unsigned int * Block::GetMutableBuffer() {
         MakeBuffer();
         held = data.Get();
     }
-    held->GetState().MarkAsDirty();
+    if (delayLoad.Get()) { // another block of this item may be copying the bytes
+        Kernel::ScopedLock const guard(bufferLock);
+        held->GetState().MarkAsDirty();
+    } else {
+        held->GetState().MarkAsDirty();
+    }
     version.fetch_add(1, std::memory_order_acq_rel);
     return held->GetBuffer();
 }
@@ -288,25 +298,28 @@ std::exception_ptr Block::RestoreShared(Data const & shared) const noexcept {
     }
 }
 
+// What remains in memory of an item without a block isn't counted, so the holder lets go of it if it can. Returns why bytes
+// that are still wanted were lost, or null.
+std::exception_ptr Block::GiveBackData(Data & held, Kernel::DelayLoadHolder * holder) const noexcept {
+    std::optional<Kernel::ScopedLock<Kernel::DelayLoadHolder>> guard;
+    if (holder)
+        guard.emplace(*holder);
+    if (holder && holder->GetItem().Get() == &held)
+        holder->DropItem();
+    // Who else holds it: a document that keeps a changed item, or a save that has yet to write it.
+    auto const loss = IsDisposed() && held.GetCount() > 1 ? RestoreShared(held) : nullptr;
+    held.Disown();
+    return loss;
+}
+
 // Back to unallocated, with everything that was counted taken back.
 void Block::GiveBackContent() {
-    MemoryManager::Instance().Detach(this); // from here on no walk can reach this block
+    if (data.Get())
+        MemoryManager::Instance().Detach(this); // from here on no walk can reach this block
     auto const holder = delayLoad.Exchange(nullptr);
-    std::exception_ptr loss;
-    if (auto const held = data.Exchange(nullptr)) {
-        if (holder) {
-            Kernel::ScopedLock const guard(*holder);
-            if (IsDisposed() && held->GetCount() > 1 && !(holder->DropItem() && held->GetCount() == 1))
-                loss = RestoreShared(*held);
-            held->Disown();
-        } else {
-            if (IsDisposed() && held->GetCount() > 1) // a save that has not written it yet
-                loss = RestoreShared(*held);
-            held->Disown();
-        }
-    }
-    if (loss)
-        TraceLostItem(loss);
+    if (auto const held = data.Exchange(nullptr))
+        if (auto const loss = GiveBackData(*held, holder.Get()))
+            TraceLostItem(loss);
     if (IsDisposed()) {
         BackstoreFile::Instance().FreeSlot(*this);
         MemoryManager::Instance().TileRecovered();

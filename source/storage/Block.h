@@ -130,11 +130,12 @@ private:
     void Recover() const;
     void RecoverForPin() const;
     bool LoadThroughHolder() const;
-    static Kernel::Counted<Data> CopyOfOwned(Data const & owned);
+    static Kernel::Counted<Data> CopyOfOwned(Data const & owned, Kernel::DelayLoadHolder & holder);
     void AdoptData(Kernel::Counted<Data> made) const;
     void ForgetDelayed() const;
     void MakeBuffer();
     std::exception_ptr RestoreShared(Data const & shared) const noexcept;
+    std::exception_ptr GiveBackData(Data & held, Kernel::DelayLoadHolder * holder) const noexcept;
     void GiveBackContent();
     void CopyRects(Block const & source);
     bool IsRectValid(RectKind kind) const;

@@ -422,6 +422,104 @@ TEST_F(BlockTest, AnUnchangedItemOnDiskIsDroppedWithItsBlockAndLoadedAgain) {
     EXPECT_EQ(holder->loads, 2);
 }
 
+TEST_F(BlockTest, AnUnchangedItemInMemoryIsDroppedWithItsBlockToo) {
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(28));
+    auto block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    Read(*block);
+    block.Reset();
+    ExpectAtRest(0, 0, 0); // the buffer is gone with what was counted
+    EXPECT_FALSE(holder->IsLoaded());
+}
+
+TEST_F(BlockTest, AChangedItemInMemoryStaysWithItsHolderAndServesTheNextBlock) {
+    auto holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(28));
+    auto block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    Write(*block, MakeNoise(29));
+    block.Reset();
+    EXPECT_EQ(SlabAllocator::Instance().GetUsedCount(), 1) << "that of the holder";
+    block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    EXPECT_EQ(Read(*block), MakeNoise(29));
+    ExpectAtRest(1, 0, 0);
+}
+
+TEST_F(BlockTest, ACopyOfAnItemThatGoesLeavesTheItemOfItsOwner) {
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(25));
+    auto const owner = Kernel::MakeCounted<Block>();
+    auto copy = Kernel::MakeCounted<Block>();
+    owner->SetDelayLoad(holder);
+    Read(*owner);
+    copy->SetDelayLoad(holder);
+    Read(*copy);
+    auto const item = holder->GetItem();
+    copy.Reset();
+    EXPECT_EQ(holder->GetItem(), item);
+    ExpectAtRest(1, 0, 0);
+}
+
+TEST_F(BlockTest, AnItemWithoutBytesIsNobodys) {
+    auto const item = Kernel::MakeCounted<Data>();
+    item->FreeBuffer(); // as a failed disk leaves it
+    auto const holder = Kernel::DelayLoadHolder::Create(Data::GetItemType(), item);
+    TraceCapture trace;
+    {
+        auto const block = Kernel::MakeCounted<Block>();
+        block->SetDelayLoad(holder);
+        EXPECT_EQ(Read(*block), zeros);
+        EXPECT_EQ(item->GetOwner(), nullptr);
+    }
+    Kernel::MemoryOutStream stream;
+    EXPECT_THROW(item->Save(stream, noStoreOut), Kernel::OutStream::WriteException);
+}
+
+TEST_F(BlockTest, WhatOneBlockChangesInAnItemAnotherLoadsAsItWasStored) {
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(25));
+    auto const first = Kernel::MakeCounted<Block>(), second = Kernel::MakeCounted<Block>(),
+               third = Kernel::MakeCounted<Block>();
+    for (auto const & block : {first, second, third})
+        block->SetDelayLoad(holder);
+    Write(*first, MakeNoise(26));
+    EXPECT_EQ(Read(*second), MakeNoise(25));
+    ASSERT_TRUE(first->DisposeIfPossible());
+    EXPECT_EQ(Read(*third), MakeNoise(25));
+    EXPECT_EQ(Read(*first), MakeNoise(26));
+    EXPECT_EQ(Kernel::DynamicCast<Data>(holder->GetItem())->GetOwner(), first.Get());
+    ExpectAtRest(3, 0, 0);
+}
+
+TEST_F(BlockTest, AnItemIsNotCopiedWhileItsOwnerIsWritten) {
+    for (int round = 0; round < 50; ++round) {
+        auto const holder = Kernel::MakeCounted<DocumentHolder>(zeros);
+        auto const owner = Kernel::MakeCounted<Block>(), other = Kernel::MakeCounted<Block>();
+        owner->SetDelayLoad(holder);
+        other->SetDelayLoad(holder);
+        Read(*owner);
+        std::thread writer([&] { Write(*owner, Bytes(bytes, 1)); });
+        EXPECT_EQ(Read(*other), zeros);
+        writer.join();
+    }
+}
+
+TEST_F(BlockTest, WhatHoldsNoBytesGoesWithoutWaitingForAnEviction) {
+    static std::atomic<int> gone;
+    gone = 0;
+    auto const block = MakeNoiseBlock(36);
+    backstore.SetFileFunctions(nullptr, [](int file, void const * content, size_t count, off_t offset) {
+        std::thread([] { // the ledger's lock is held by the thread that writes
+            Kernel::MakeCounted<Block>().Reset();
+            auto const pending = Kernel::MakeCounted<Block>();
+            pending->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(zeros));
+            ++gone;
+        }).join();
+        return pwrite(file, content, count, offset);
+    });
+    EXPECT_TRUE(block->DisposeIfPossible());
+    EXPECT_EQ(gone, 1);
+    TestDisk::Install();
+}
+
 TEST_F(BlockTest, ACopyOnWriteHolderCopiesWhatIsShared) {
     Kernel::COW<Block> const empty;
     EXPECT_FALSE(empty->IsAllocated());
