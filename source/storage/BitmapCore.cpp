@@ -52,7 +52,7 @@ std::unique_ptr<BitmapCore> BitmapCore::CloneCore() const {
     {
         // Pixels and marks belong together: a load that ends between the two would leave a clone pending with pixels.
         Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
-        clone->CopyTilesFrom(*this);
+        clone->ShareTilesIntoNew(*this);
         clone->pendingDelayLoad.store(IsPendingDelayLoad(), std::memory_order_release);
         clone->backing = backing;
         clone->profile = profile;
@@ -66,13 +66,18 @@ std::unique_ptr<BitmapCore> BitmapCore::CloneCore() const {
 std::unique_ptr<BitmapCore> BitmapCore::CloneTiles() const {
     auto clone = CreateSame(GetWidth(), GetHeight(), MipmapModeNone);
     Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
-    clone->CopyTilesFrom(*this);
+    clone->ShareTilesIntoNew(*this);
     return clone;
 }
 
 void BitmapCore::CopyTilesFrom(BitmapCore const & source) {
     for (std::size_t i = 0; i < planes.size(); ++i)
         planes[i].ShareTilesFrom(source.planes[i]);
+}
+
+void BitmapCore::ShareTilesIntoNew(BitmapCore const & source) {
+    for (std::size_t i = 0; i < planes.size(); ++i)
+        planes[i].ShareTilesIntoNew(source.planes[i]);
 }
 
 void BitmapCore::CopyPlanesFrom(BitmapCore const * source) {

@@ -167,6 +167,7 @@ private:
 
     std::unique_ptr<BitmapCore> CreateSame(int width, int height, MipmapMode mode) const;
     void CopyTilesFrom(BitmapCore const & source);
+    void ShareTilesIntoNew(BitmapCore const & source);
     void CopyLevelsFrom(BitmapCore const & source);
     void SetBackingAndProfile(Kernel::Counted<Kernel::DelayLoadHolder>, Kernel::Counted<Kernel::Countable const>);
     void LoadFor(char const * operation) const;
