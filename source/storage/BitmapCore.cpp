@@ -112,15 +112,37 @@ void BitmapCore::ForceDelayLoad(bool * abort) const {
     Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
     if (!IsPendingDelayLoad() || IsLoadedByThisThread())
         return;
-    bool const isRead = CallLoader(abort);
-    if (isRead && !Kernel::IsAborted(abort)) {
-        for (auto & plane : planes)
-            plane.SetBacking(backing);
-        pendingDelayLoad.store(false, std::memory_order_release);
-    }
+    bool const isRead = FillFromBacking(abort);
     guard.Release();
     if (!isRead && !Kernel::IsAborted(abort))
         Kernel::Trace("Bitmap<> can't read its backing and stays pending.\r\n");
+}
+
+// Under `delayLoadLock`. Returns whether the backing could be read.
+bool BitmapCore::FillFromBacking(bool * abort) const {
+    bool isRead = false;
+    try {
+        isRead = CallLoader(abort);
+    } catch (...) {
+        DropPixels();
+        throw;
+    }
+    if (!isRead || Kernel::IsAborted(abort)) {
+        DropPixels();
+        return isRead;
+    }
+    for (auto & plane : planes)
+        plane.SetBacking(backing);
+    pendingDelayLoad.store(false, std::memory_order_release);
+    return true;
+}
+
+// Half a picture must not be taken for the picture, should the next attempt write nothing. Marks stay as they are.
+void BitmapCore::DropPixels() const {
+    Tile const empty;
+    for (auto & plane : planes)
+        for (std::size_t i = 0; i < plane.GetTileCount(); ++i)
+            plane.GetTile(i).CopyAndPreserveBacking(&empty);
 }
 
 bool BitmapCore::IsLoadedByThisThread() const { return loadingThread.load() == std::this_thread::get_id(); }
