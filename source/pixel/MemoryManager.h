@@ -66,9 +66,9 @@ public:
     /// Asks the block to leave memory now, under the main lock.
     /// @return whether it did.
     bool Evict(Evictable const * block);
-    /// Sets what says that the disk refuses tiles; null, as at the start, says nothing. Called with no lock of the ledger
-    /// held, when the disk has ended what a member was doing, but for `Attach`: who attaches holds locks of its own, and
-    /// says it when they are released.
+    /// Sets what says that the disk refuses tiles; null, as at the start, says nothing. Called with no lock of the
+    /// ledger held, when the disk has ended what a member was doing, but for `Attach`: who attaches holds locks of its
+    /// own, and says it when they are released.
     void SetFailureReporter(void (*reporter)()) { failureReporter.store(reporter, std::memory_order_release); }
 
     void AttachPlanar(std::uint64_t bytes); ///< Evicts nothing.

@@ -159,9 +159,9 @@ void Block::ForgetDelayed() const {
         MemoryManager::Instance().DetachDelayed();
 }
 
-// Another block has made the holder's item its own. Each counts and evicts its own bytes, so this one gets a copy: of what
-// is stored, if the owner has changed the item since or may be changing it now. Null if that can't be had.
-// Under the holder's lock, which the owner needs in order to go, and this block's `bufferLock`.
+// Another block has made the holder's item its own. Each counts and evicts its own bytes, so this one gets a copy: of
+// what is stored, if the owner has changed the item since or may be changing it now. Null if that can't be had. Under
+// the holder's lock, which the owner needs in order to go, and this block's `bufferLock`.
 Kernel::Counted<Data> Block::CopyOfOwned(Data const & owned, Kernel::DelayLoadHolder & holder) {
     auto copy = Kernel::MakeCounted<Data>();
     auto const owner = owned.GetOwner();
@@ -298,8 +298,8 @@ std::exception_ptr Block::RestoreShared(Data const & shared) const noexcept {
     }
 }
 
-// What remains in memory of an item without a block isn't counted, so the holder lets go of it if it can. Returns why bytes
-// that are still wanted were lost, or null.
+// What remains in memory of an item without a block isn't counted, so the holder lets go of it if it can. Returns why
+// bytes that are still wanted were lost, or null.
 std::exception_ptr Block::GiveBackData(Data & held, Kernel::DelayLoadHolder * holder) const noexcept {
     std::optional<Kernel::ScopedLock<Kernel::DelayLoadHolder>> guard;
     if (holder)

@@ -512,7 +512,8 @@ TEST_F(BlockTest, WhatHoldsNoBytesGoesWithoutWaitingForAnEviction) {
             auto const pending = Kernel::MakeCounted<Block>();
             pending->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(zeros));
             ++gone;
-        }).join();
+        })
+            .join();
         return pwrite(file, content, count, offset);
     });
     EXPECT_TRUE(block->DisposeIfPossible());

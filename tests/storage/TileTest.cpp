@@ -212,7 +212,8 @@ TEST_F(TileTest, RangesAreCopiedToNewTilesToo) {
         }
         for (std::size_t i = 50 - from; i < 50; ++i)
             EXPECT_FALSE(dest[i + 1].IsAllocated()) << "behind the range";
-        EXPECT_EQ(source[48].GetConstInner()->GetCount(), from <= 48 ? 2 : 1) << "each tile holds a reference of its own";
+        EXPECT_EQ(source[48].GetConstInner()->GetCount(), from <= 48 ? 2 : 1)
+            << "each tile holds a reference of its own";
     }
     EXPECT_EQ(source[48].GetConstInner()->GetCount(), 1);
 }
