@@ -1,3 +1,4 @@
+#include "pixel/PixelMemory.h"
 #include "storage/BackstoreReadError.h"
 #include "storage/BlockDeduplicationSupport.h"
 #include "storage/BlockEnvironment.h"
@@ -6,11 +7,13 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
+#include <cerrno>
 #include <list>
 #include <mutex>
+#include <new>
 #include <shared_mutex>
 #include <thread>
+#include <unistd.h>
 
 namespace Raster {
 namespace {
@@ -45,10 +48,12 @@ public:
             try {
                 Step(Pick());
             } catch (BackstoreReadError const &) { // nothing was done then
-                ++failures;
+                ++failedReads;
+            } catch (std::bad_alloc const &) { // nor then
+                ++failedAllocations;
             }
     }
-    int mismatches = 0, failures = 0;
+    int mismatches = 0, failedReads = 0, failedAllocations = 0;
 
 private:
     Subject & Pick() { return subjects[random() % subjects.size()]; }
@@ -112,14 +117,13 @@ private:
         static constexpr std::uint32_t words[] = {0, 0xFFFFFFFF, 0x3F800000, 1};
         std::unique_lock const guard(subject.lock);
         auto const word = words[random() % 4];
-        MutableTileGuard session;
-        if (word == 0 && random() % 4 == 0)
+        if (word == 0 && random() % 4 == 0) {
             subject.tile.Unallocate();
-        else
-            session = MutableTileGuard(subject.tile); // throws before anything has changed
+        } else {
+            MutableTileGuard const session(subject.tile);
+            std::fill_n(session.GetBuffer(), 16384, word); // what throws does so before anything has changed
+        }
         std::fill(subject.content.begin(), subject.content.end(), word);
-        if (session.GetBlock())
-            std::memcpy(session.GetBuffer(), subject.content.data(), 65536);
     }
 
     void Copy(Subject & dest, Subject & source) {
@@ -150,8 +154,12 @@ constexpr int workerSteps = 600;
 constexpr int workerSteps = 4000;
 #endif
 
-/// Eight workers at once. Returns how often the disk kept one of them from its work.
-int RunWorkers(std::vector<Subject> & subjects) {
+struct Failures {
+    int reads = 0, allocations = 0;
+};
+
+/// Eight workers at once. Returns how often something kept one of them from its work.
+Failures RunWorkers(std::vector<Subject> & subjects) {
     std::list<Worker> workers;
     for (unsigned i = 0; i < 8; ++i)
         workers.emplace_back(subjects, i);
@@ -160,10 +168,11 @@ int RunWorkers(std::vector<Subject> & subjects) {
         threads.emplace_back([&worker] { worker.Run(workerSteps); });
     for (auto & thread : threads)
         thread.join();
-    int failures = 0;
+    Failures failures;
     for (auto const & worker : workers) {
         EXPECT_EQ(worker.mismatches, 0);
-        failures += worker.failures;
+        failures.reads += worker.failedReads;
+        failures.allocations += worker.failedAllocations;
     }
     return failures;
 }
@@ -192,29 +201,42 @@ void TileRaceTest::ExpectAllHeld(std::vector<Subject> & subjects) {
 TEST_F(TileRaceTest, EightThreadsWorkOnAHundredTilesUnderOneMebibyte) {
     ledger.SetDRAMLimit(1);
     std::vector<Subject> subjects(100);
-    EXPECT_EQ(RunWorkers(subjects), 0);
+    auto const failures = RunWorkers(subjects);
+    EXPECT_EQ(failures.reads + failures.allocations, 0);
     ExpectAllHeld(subjects);
 }
 
-TEST_F(TileRaceTest, NoPixelIsLostOnADiskThatFailsNowAndThen) {
+/// A disk that goes wrong and right again as it is used, and memory with it: by the number of calls, so that no run is
+/// spared.
+struct FickleDisk {
+    static ssize_t Write(int file, void const * bytes, size_t count, off_t offset) {
+        return IsWrong() ? Fail() : pwrite(file, bytes, count, offset);
+    }
+    static ssize_t Read(int file, void * bytes, size_t count, off_t offset) {
+        return IsWrong() ? Fail() : pread(file, bytes, count, offset);
+    }
+    static ssize_t Fail() {
+        errno = EIO;
+        return -1;
+    }
+    static bool IsWrong() {
+        auto const call = calls.fetch_add(1, std::memory_order_relaxed);
+        if (call % 8 == 0)
+            PixelMemory::FailAllocation(1 + call / 8 % 4);
+        return call / 32 % 2 != 0;
+    }
+    static inline std::atomic<unsigned> calls{0};
+};
+
+TEST_F(TileRaceTest, NoPixelIsLostWhenDiskAndMemoryFailNowAndThen) {
     ledger.SetDRAMLimit(1);
     std::vector<Subject> subjects(100);
-    std::atomic<bool> isDone{false};
-    std::thread saboteur([&] {
-        using Fault = TestDisk::Fault;
-        static constexpr Fault faults[] = {Fault::None, Fault::Error, Fault::Short};
-        std::mt19937 random(7);
-        while (!isDone) {
-            TestDisk::writeFault = faults[random() % 3];
-            TestDisk::readFault = faults[random() % 3];
-            std::this_thread::sleep_for(std::chrono::microseconds(random() % 500));
-        }
-        TestDisk::writeFault = TestDisk::readFault = Fault::None;
-    });
-    int const failures = RunWorkers(subjects);
-    isDone = true;
-    saboteur.join();
-    EXPECT_GT(failures, 0) << "the faults were felt";
+    backstore.SetFileFunctions(&FickleDisk::Read, &FickleDisk::Write);
+    auto const failures = RunWorkers(subjects);
+    TestDisk::Install();
+    PixelMemory::FailAllocation(0);
+    EXPECT_GT(failures.reads, 0) << "the faults were felt";
+    EXPECT_GT(failures.allocations, 0);
     ExpectAllHeld(subjects);
 }
 
