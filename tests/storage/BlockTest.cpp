@@ -490,14 +490,21 @@ TEST_F(BlockTest, WhatOneBlockChangesInAnItemAnotherLoadsAsItWasStored) {
 }
 
 TEST_F(BlockTest, AnItemIsNotCopiedWhileItsOwnerIsWritten) {
+    Bytes const ones(bytes, 1);
     for (int round = 0; round < 50; ++round) {
         auto const holder = Kernel::MakeCounted<DocumentHolder>(zeros);
         auto const owner = Kernel::MakeCounted<Block>(), other = Kernel::MakeCounted<Block>();
         owner->SetDelayLoad(holder);
         other->SetDelayLoad(holder);
         Read(*owner);
-        std::thread writer([&] { Write(*owner, Bytes(bytes, 1)); });
-        EXPECT_EQ(Read(*other), zeros);
+        std::atomic<bool> isWriting{false};
+        std::thread writer([&] {
+            isWriting = true;
+            Write(*owner, ones);
+        });
+        while (!isWriting)
+            std::this_thread::yield();
+        EXPECT_TRUE(Read(*other) == zeros) << "round " << round;
         writer.join();
     }
 }
