@@ -9,6 +9,8 @@ install(TARGETS RasterStatic RasterDependencies EXPORT RasterStaticTargets)
 set(privateHeaders
     colour/ColourEngine.h
     colour/ProfileBytes.h
+    files/FileFormat.h
+    files/SupportedFormats.h
     kernel/DispatchArena.h
     pixel/transfer/BlendRules.h
     pixel/transfer/Coverage.h
