@@ -31,7 +31,9 @@ bool IsBelow(Pixel8 const & a, Pixel8 const & b) {
 }
 
 // An index of 1 bit for up to 2 colours, and so on.
-int GetBitsFor(std::uint64_t colourCount) { return colourCount <= 2 ? 1 : colourCount <= 4 ? 2 : colourCount <= 16 ? 4 : 8; }
+int GetBitsFor(std::uint64_t colourCount) {
+    return colourCount <= 2 ? 1 : colourCount <= 4 ? 2 : colourCount <= 16 ? 4 : 8;
+}
 }
 
 DynamicPalette::DynamicPalette() = default;
@@ -63,7 +65,8 @@ void DynamicPalette::AddWebSafeColours() {
 int DynamicPalette::GetBitDepth() const { return GetBitsFor(colours.size()); }
 
 bool DynamicPalette::IsGreyOnly() const {
-    return std::all_of(colours.begin(), colours.end(), [](DynamicPixel const & colour) { return IsGrey(ViewOf(colour)); });
+    return std::all_of(colours.begin(), colours.end(),
+                       [](DynamicPixel const & colour) { return IsGrey(ViewOf(colour)); });
 }
 
 bool DynamicPalette::IsGreyScale() const {

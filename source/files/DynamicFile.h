@@ -35,8 +35,8 @@ public:
     DynamicFile & operator=(DynamicFile const &);
     ~DynamicFile() override;
 
-    // For reading. False if the file can't be read, or is of no known type: `GetFailure` tells, and what was open before
-    // stays open. A file of a known type that is broken gives true, `NoFormat`, the size 0, and a failure.
+    // For reading. False if the file can't be read, or is of no known type: `GetFailure` tells, and what was open
+    // before stays open. A file of a known type that is broken gives true, `NoFormat`, the size 0, and a failure.
 
     /// @param path  UTF-8, taken as it is. Copied.
     /// @param rawFirst, rawSecond  for camera files
