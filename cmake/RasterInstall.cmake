@@ -11,6 +11,11 @@ set(privateHeaders
     colour/ProfileBytes.h
     files/FileFormat.h
     files/SupportedFormats.h
+    files/png/PNGHeader.h
+    files/png/PNGProfileName.h
+    files/png/PNGReader.h
+    files/png/PNGSession.h
+    files/png/PNGWriter.h
     kernel/DispatchArena.h
     pixel/transfer/BlendRules.h
     pixel/transfer/Coverage.h
