@@ -3,6 +3,8 @@
 #include "colour/ICCManager.h"
 #include "colour/ProfileBytes.h"
 #include "kernel/HashAccumulator.h"
+#include "kernel/InSerialiser.h"
+#include "kernel/OutSerialiser.h"
 
 #include <lcms2.h>
 
@@ -77,9 +79,14 @@ Kernel::SharedClassProperties const & ICCProfile::GetClassProperties() {
 }
 Kernel::ClassPropertiesBase const & ICCProfile::GetObjectClassProperties() const { return GetClassProperties(); }
 
-// There is no serialiser yet that could pass the bytes to a document: nothing is written, and so nothing comes back.
-void ICCProfile::Save(Kernel::OutSerialiser &) const {}
-bool ICCProfile::Load(Kernel::InSerialiser const &, Kernel::FileStore &, unsigned short) { return false; }
+void ICCProfile::Save(Kernel::OutSerialiser & serialiser) const {
+    serialiser.SaveRawData("Data", rawData.get(), rawDataSize);
+}
+
+bool ICCProfile::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore &, unsigned short) {
+    std::span<std::uint8_t const> bytes;
+    return serialiser.LoadRawData("Data", bytes) && SetRawData(bytes.data(), bytes.size());
+}
 
 void ICCProfile::OnConsolidated() const {
     // Not through GetInstance, which makes the default profiles: this may be one of them in the making.

@@ -1,6 +1,9 @@
 #include "colour/ICCProfileSet.h"
 
 #include "kernel/HashAccumulator.h"
+#include "kernel/InSerialiser.h"
+#include "kernel/OutSerialiser.h"
+#include "pixel/EnumSerialisers.h"
 #include "pixel/FormatFunctions.h"
 
 namespace Raster {
@@ -30,10 +33,39 @@ Kernel::ClassPropertiesBase const & ICCManager::ICCProfileSet::GetObjectClassPro
     return GetClassProperties();
 }
 
-// There is no serialiser yet that could pass profiles to a document: nothing is written, and so nothing comes back.
-void ICCManager::ICCProfileSet::Save(Kernel::OutSerialiser &) const {}
-bool ICCManager::ICCProfileSet::Load(Kernel::InSerialiser const &, Kernel::FileStore &, unsigned short) {
-    return false;
+namespace {
+// In the order in which they are written.
+struct ProfileTag {
+    Kernel::IDTag tag;
+    ColourSpace space;
+};
+constexpr ProfileTag profileTags[] = {{"RGBP", ColourSpaceRGB},
+                                      {"RGUP", ColourSpaceRGBUF},
+                                      {"CMYP", ColourSpaceCMYK},
+                                      {"IAPr", ColourSpaceGrey},
+                                      {"LABP", ColourSpaceLAB}};
+constexpr Kernel::IDTag intentTag("Intn"), compensationTag("BPCm");
+}
+
+void ICCManager::ICCProfileSet::Save(Kernel::OutSerialiser & serialiser) const {
+    for (auto const & [tag, space] : profileTags)
+        serialiser.SaveSharedObject(tag, GetProfileFor(space).Get());
+    serialiser.SaveEnumI(intentTag, IntentEnumSerialiser::GetInstance(), static_cast<int>(intent));
+    serialiser.SaveType(compensationTag, blackPointCompensation);
+}
+
+bool ICCManager::ICCProfileSet::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store,
+                                     unsigned short) {
+    for (auto const & [tag, space] : profileTags) {
+        Profile profile;
+        if (serialiser.LoadSharedObject(tag, store, profile))
+            SetProfile(space, profile);
+    }
+    int stored = 0;
+    if (serialiser.LoadEnumI(intentTag, IntentEnumSerialiser::GetInstance(), stored))
+        intent = static_cast<Intent>(stored);
+    serialiser.LoadType(compensationTag, blackPointCompensation);
+    return true;
 }
 
 void ICCManager::ICCProfileSet::AccumulateHash(Kernel::HashAccumulator & accumulator) const {

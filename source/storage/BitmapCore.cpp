@@ -3,6 +3,7 @@
 #include "kernel/Abort.h"
 #include "kernel/ScopedLock.h"
 #include "kernel/Trace.h"
+#include "storage/CompressedRasterData.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -10,7 +11,7 @@
 
 namespace Raster {
 namespace {
-std::atomic<BitmapLoader> bitmapLoader{nullptr};
+std::atomic<BitmapLoader> bitmapLoader{CompressedRasterData::LoadBitmap};
 
 int GetLevelSize(int size, int level) {
     for (; level > 0 && size > 1; --level)

@@ -22,6 +22,7 @@ namespace Raster {
 class BitmapCore;
 class BlockDeduplicationSupport;
 class ICCProfile;
+class RasterSerialisationStrategy;
 
 /// What untyped code needs to know of one kind of bitmap.
 struct BitmapType {
@@ -37,8 +38,8 @@ struct BitmapType {
 ///         can't be decoded is true, with no pixels written.
 using BitmapLoader = bool (*)(BitmapCore & bitmap, Kernel::DelayLoadHolder & backing, bool * abort);
 
-/// Sets how pending bitmaps are filled, for the process; the part of the library that decodes documents' images does so
-/// at start. Without one a pending bitmap can't be read.
+/// Sets how pending bitmaps are filled, for the process; at start that is `CompressedRasterData::LoadBitmap`. Without
+/// one a pending bitmap can't be read.
 /// @return the loader before.
 RASTER_API BitmapLoader SetBitmapLoader(BitmapLoader loader) noexcept;
 
@@ -99,6 +100,14 @@ public:
     }
     /// Makes a bitmap without pixels whose pixels are in `holder`: all tiles unallocated and backed.
     void SetPendingBacking(Kernel::Counted<Kernel::DelayLoadHolder> holder);
+
+    /// Writes the bitmap among the properties of the object that holds it. What a `RasterSerialisationStrategy` allows
+    /// is stored as a reference to the backing, and levels as it says. A pending bitmap that may not be stored by
+    /// reference is loaded first; if that is impossible it is stored by reference all the same, since its pixels are
+    /// nowhere else.
+    void SaveInline(Kernel::OutSerialiser & serialiser) const;
+    /// Fills a bitmap that was just made with what `SaveInline` wrote. No pixel is read, unless the document says so.
+    bool LoadInline(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version);
 
     HardwareCachePolicy GetHardwarePolicy() const { return hardwarePolicy; }
     /// Stores it, in the levels too. It has no effect in this library.
@@ -174,6 +183,11 @@ private:
     bool FillFromBacking(bool * abort) const;
     bool CallLoader(bool * abort) const;
     void DropPixels() const;
+    bool IsWhollyBacked() const;
+    bool HasAllocatedTiles() const;
+    bool IsSavedByReference(RasterSerialisationStrategy const * strategy) const;
+    void SaveLevels(Kernel::OutSerialiser & serialiser, RasterSerialisationStrategy const & strategy) const;
+    void LoadLevels(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version);
     /// Whether it is the loader that asks: what it writes is the load.
     bool IsLoadedByThisThread() const;
     template<class Box>

@@ -164,6 +164,8 @@ void Block::ForgetDelayed() const {
 // the holder's lock, which the owner needs in order to go, and this block's `bufferLock`.
 Kernel::Counted<Data> Block::CopyOfOwned(Data const & owned, Kernel::DelayLoadHolder & holder) {
     auto copy = Kernel::MakeCounted<Data>();
+    if (owned.GetState().CanShare()) // then so is the copy what the document holds
+        copy->GetState().MarkAsStored(copy->GetState().GetDirtyGeneration());
     auto const owner = owned.GetOwner();
     for (;;) {
         // The lock of another block may only be tried. Whoever has it waits for nothing that this thread has.

@@ -6,6 +6,7 @@
 #include "kernel/CriticalSectionSpin.h"
 #include "kernel/Export.h"
 #include "kernel/Rect.h"
+#include "kernel/Serialisable.h"
 #include "kernel/String.h"
 #include "pixel/MemoryManager.h"
 #include "storage/AtomicCounted.h"
@@ -29,7 +30,7 @@ using Kernel::RectT;
 /// the count of `Countable`, which tells how many tiles share the block.
 ///
 /// Threads: any number may pin, read and query one block while the ledger evicts others. A writer needs it alone.
-class RASTER_API Block final : public virtual Kernel::Countable, public Evictable {
+class RASTER_API Block final : public Kernel::Serialisable, public Evictable {
 public:
     static constexpr int Stride = 256;
     static constexpr int Height = 256;
@@ -80,6 +81,14 @@ public:
     /// Makes a block that was just made a promise: its bytes are those of the holder's item, which is loaded when
     /// somebody wants them. An item that is loaded already becomes the block's own at once.
     void SetDelayLoad(Kernel::Counted<Kernel::DelayLoadHolder> holder);
+
+    /// Writes the rects, and the bytes as an item of their own, which may be written much later. The block keeps the
+    /// holder of that item. An unallocated block has no item.
+    void Save(Kernel::OutSerialiser & serialiser) const override;
+    /// For a block that was just made. The bytes are left in the document until somebody wants them.
+    bool Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version) override;
+    static Kernel::ClassProperties const & GetClassProperties();
+    Kernel::ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
 
     /// Moves the buffer to disk.
     /// @return false, the buffer then being still in memory, if a session is open, nothing is in memory, or the disk
@@ -138,6 +147,8 @@ private:
     std::exception_ptr GiveBackData(Data & held, Kernel::DelayLoadHolder * holder) const noexcept;
     void GiveBackContent();
     void CopyRects(Block const & source);
+    Kernel::Counted<Kernel::DelayLoadHolder> GetHolderForSave() const;
+    void SetLoadedRect(RectKind kind, RectT<int> const & rect);
     bool IsRectValid(RectKind kind) const;
     std::optional<RectT<int>> FindRect(RectKind kind) const;
     RectT<int> GetRect(RectKind kind, int width, int height) const;

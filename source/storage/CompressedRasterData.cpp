@@ -1,6 +1,7 @@
 #include "storage/CompressedRasterData.h"
 
 #include "kernel/File.h"
+#include "kernel/ScopedLock.h"
 #include "pixel/MemoryManager.h"
 #include "pixel/PixelMemory.h"
 
@@ -32,6 +33,9 @@ void CompressedRasterData::Replace(Bytes bytes, std::uint64_t byteCount, std::ui
     capacity = byteCount;
     size = newSize;
     Account(byteCount);
+    Kernel::ScopedLock const guard(cacheLock); // the picture is that of other bytes
+    bitmapRepresentation.Reset();
+    profile.Reset();
 }
 
 void CompressedRasterData::CopyFrom(unsigned char const * bytes, std::uint64_t byteCount) {

@@ -1,19 +1,46 @@
 #pragma once
 
-#include "kernel/Countable.h"
+#include "colour/ICCProfile.h"
+#include "kernel/Consolidated.h"
 #include "kernel/Counted.h"
+#include "kernel/CriticalSectionSpin.h"
+#include "kernel/FileStoreItem.h"
 #include "kernel/InStream.h"
 #include "kernel/OutStream.h"
 #include "kernel/RawData.h"
+#include "storage/DynamicBitmap.h"
 
 #include <cstdint>
 #include <memory>
 
 namespace Raster {
+class CompressedRasterData;
+
+/// What the layers above supply so that the bytes of image files can be shown.
+struct CompressedDataCodec {
+    /// Decodes the file.
+    /// @param bitmap  receives the picture in the file's own size and format; nothing if nobody recognises the bytes.
+    /// @param profile  receives the profile of the file, if it has one.
+    /// @param abort  null, or a flag to stop with; what was decoded by then is not used.
+    void (*decode)(Kernel::Counted<CompressedRasterData const> const & data, DynamicBitmap & bitmap,
+                   Kernel::Consolidated<ICCProfile> & profile, bool * abort);
+    /// Inverts the colours of a picture in place.
+    void (*invert)(DynamicBitmap & bitmap, bool * abort);
+    /// Puts a picture into an empty one of another size or format, at the origin: through the profiles where both are
+    /// known, differ, and can be connected.
+    void (*convert)(DynamicBitmap & dest, DynamicBitmap const & source,
+                    Kernel::Consolidated<ICCProfile> const & sourceProfile,
+                    Kernel::Consolidated<ICCProfile> const & destProfile, bool * abort);
+};
+/// Sets it for the process; null takes it away, and every picture is empty then. The record is not copied.
+/// @return the one before.
+RASTER_API CompressedDataCodec const * SetCompressedDataCodec(CompressedDataCodec const * codec) noexcept;
+
 /// The bytes of an image file, in memory and unchanged: what a user placed, or what a writer makes. They count as
-/// compressed memory while they are held.
-/// Threads: no lock. Any number may read; who changes the bytes does so alone.
-class RASTER_API CompressedRasterData final : public virtual Kernel::Countable {
+/// compressed memory while they are held. It is the backing of bitmaps: a document stores the file as it is, and bitmaps
+/// get their pixels by decoding it, once.
+/// Threads: any number may read and decode; who changes the bytes does so alone.
+class RASTER_API CompressedRasterData final : public Kernel::FileStoreItem {
 public:
     using Block = Kernel::RawDataT<Kernel::Countable, Kernel::AllocatorNew>;
 
@@ -51,6 +78,30 @@ public:
     /// Hands the bytes over; none are left.
     Block RelinquishOwnership();
 
+    /// The decoded picture, in the size and format that the file has; decoded by the first who asks and then kept. An
+    /// item without bytes shows as an empty picture of the size and format that are asked for, and so does one whose
+    /// bytes nobody recognises. An abort keeps nothing.
+    Kernel::Counted<DynamicBitmap const> GetBitmapRepresentation(Format format, int width, int height,
+                                                                 bool * abort) const;
+    /// The profile of the file, once it was decoded; null if it has none.
+    Kernel::Consolidated<ICCProfile> GetDecodedProfile() const;
+    /// Gives a typed bitmap the tiles of the decoded picture. Where size or format differ a converted picture is made
+    /// for it: cut or padded at the origin, not scaled; through the profiles if both are known and differ.
+    /// @param targetProfile  that of the target's colours; null if it has none.
+    /// @param target  the `Bitmap` of `format`.
+    void SetPlanesIntoInternalBitmap(Format format, Kernel::Consolidated<ICCProfile> targetProfile, void * target,
+                                     int width, int height, bool * abort) const;
+
+    /// The loader of bitmaps whose backing is such an item.
+    static bool LoadBitmap(BitmapCore & bitmap, Kernel::DelayLoadHolder & backing, bool * abort);
+
+    void Save(Kernel::OutStream & stream, Kernel::FileStoreOut & store) const override;
+    bool Load(Kernel::InStream & stream, Kernel::FileStore & store) override;
+    Kernel::FileStoreItemType const & GetObjectFileStoreItemType() const override {
+        return GetTypeFileStoreItemType();
+    }
+    static Kernel::FileStoreItemType const & GetTypeFileStoreItemType();
+
 private:
     using Bytes = std::unique_ptr<unsigned char[]>;
 
@@ -63,6 +114,9 @@ private:
     std::uint64_t size = 0;     // of these, those in use
     std::uint64_t accounted = 0;
     bool invert = false;
+    mutable Kernel::CriticalSectionSpin cacheLock{Kernel::LockRank::Leaf}; // guards the two below
+    mutable Kernel::Counted<DynamicBitmap const> bitmapRepresentation;     // null until decoded
+    mutable Kernel::Consolidated<ICCProfile> profile;
 };
 
 /// Reads the bytes as if they were a file. They must stay as they are meanwhile.

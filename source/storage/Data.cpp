@@ -1,8 +1,13 @@
 #include "storage/Data.h"
 
+#include "kernel/InSerialiserFile.h"
 #include "kernel/InStream.h"
 #include "kernel/OutStream.h"
 #include "storage/BlockPin.h"
+
+#include <cstring>
+#include <span>
+#include <stdexcept>
 
 namespace Raster {
 Data::Data(SlabAllocator::Content content) : buffer(SlabAllocator::Instance().Allocate(content)) {}
@@ -32,8 +37,20 @@ void Data::Save(Kernel::OutStream & stream, Kernel::FileStoreOut &) const {
     write();
 }
 
-bool Data::Load(Kernel::InStream & stream, Kernel::FileStore &) {
-    return stream.GetSize() == ByteCount && stream.ReadAll(GetBuffer(), ByteCount);
+// Raw, or in the older form: a stream of properties with the bytes as one of them.
+bool Data::Load(Kernel::InStream & stream, Kernel::FileStore & store) {
+    if (stream.GetSize() == ByteCount)
+        return stream.ReadAll(GetBuffer(), ByteCount);
+    try {
+        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(stream, store, /*acceptFutureVersions=*/false);
+        std::span<std::uint8_t const> bytes;
+        if (!parsed->LoadRawData("DatI", bytes) || bytes.size() != ByteCount)
+            return false;
+        std::memcpy(GetBuffer(), bytes.data(), ByteCount);
+        return true;
+    } catch (std::runtime_error const &) { // of a later version, or no such stream
+        return false;
+    }
 }
 
 Kernel::FileStoreItemType const & Data::GetItemType() {

@@ -1,7 +1,35 @@
+#include "kernel/InSerialiser.h"
+#include "kernel/OutSerialiser.h"
+#include "kernel/Trace.h"
+#include "pixel/EnumSerialisers.h"
 #include "storage/DynamicBitmap.h"
 
 namespace Raster {
-// There is no serialiser yet that could pass pixels to a document: nothing is written, and so nothing comes back.
-void DynamicBitmap::Save(Kernel::OutSerialiser &) const {}
-bool DynamicBitmap::Load(Kernel::InSerialiser const &, Kernel::FileStore &, unsigned short) { return false; }
+namespace {
+constexpr Kernel::IDTag formatTag("Frmt"), widthTag("BmpW"), heightTag("BmpH");
+}
+
+void DynamicBitmap::Save(Kernel::OutSerialiser & serialiser) const {
+    serialiser.SaveEnumI(formatTag, FormatEnumSerialiser::GetInstance(), static_cast<int>(GetFormat()));
+    serialiser.SaveType(widthTag, GetWidth());
+    serialiser.SaveType(heightTag, GetHeight());
+    if (auto const * const core = GetCore())
+        core->SaveInline(serialiser);
+}
+
+bool DynamicBitmap::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version) {
+    int format = NoFormat, width = 0, height = 0;
+    serialiser.LoadEnumI(formatTag, FormatEnumSerialiser::GetInstance(), format);
+    serialiser.LoadType(widthTag, width);
+    serialiser.LoadType(heightTag, height);
+    if (width < 0 || height < 0) {
+        Kernel::Trace("A bitmap of a document has the size %1 by %2: it is not loaded\n", width, height);
+        return false;
+    }
+    if (format == NoFormat)
+        return true;
+    Create(width, height, static_cast<Format>(format), MipmapModeOnDemandDefault, HardwareCachePolicy::Default);
+    auto * const core = GetCore();
+    return core && core->LoadInline(serialiser, store, version);
+}
 }

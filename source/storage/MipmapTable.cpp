@@ -75,4 +75,13 @@ void MipmapTable::Publish(int level, MipmapEntry const & built) {
     found->second.valid = true;
     found->second.dirtyRect = {};
 }
+
+void MipmapTable::DeclareValid(int level) {
+    Kernel::ScopedLock guard(lock);
+    auto const found = entries.find(level);
+    if (found != entries.end()) {
+        found->second.valid = true;
+        found->second.dirtyRect = {};
+    }
+}
 }

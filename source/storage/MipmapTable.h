@@ -52,6 +52,8 @@ public:
     Kernel::Counted<BitmapCore> GetValid(int level) const;
 
     void InvalidateAll();
+    /// Takes the level's bitmap for what matches the image, as a document says. Without such a level: nothing.
+    void DeclareValid(int level);
     /// Adds to what every level has missed. A level that is wholly dirty stays so. An empty rect changes nothing.
     void RecordChange(Kernel::RectT<int> const & changed);
     /// Declares a level built from what `built` said when it was read. Does nothing if a change was recorded since.

@@ -2,20 +2,35 @@
 
 #include "kernel/Counted.h"
 #include "kernel/Export.h"
+#include "kernel/IDTag.h"
 #include "kernel/Rect.h"
 #include "pixel/Channel.h"
 #include "storage/Tile.h"
 #include "storage/TileGrid.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 namespace Kernel {
 class DelayLoadHolder;
+class FileStore;
+class InSerialiser;
+class OutSerialiser;
 }
 
 namespace Raster {
 class BlockDeduplicationSupport;
+
+/// What a document says of a tile. The numbers stand in files.
+enum class TileState : std::uint8_t {
+    Unallocated = 0,
+    Zero = 1,
+    Full = 2,
+    FullFloat = 3,
+    OwnBlock = 4,     ///< the next block of the plane's array
+    SameAsBacking = 5 ///< left as it is
+};
 
 /// The tiles of one channel, for every channel type: all that it needs to know is how long a sample is, and whether
 /// "full" means bytes of 255 or floats of 1.0. Half and complex channels count as float, so their fullness is judged on
@@ -79,6 +94,15 @@ public:
     void ShareTilesIntoNew(PlaneCore const & source);
     /// Marks every tile as equal to what the holder holds; null takes the mark away.
     void SetBacking(Kernel::Counted<Kernel::DelayLoadHolder> const & backing);
+
+    /// Writes the blocks of the tiles that have one under one tag, and a byte for each tile under the other: see
+    /// `TileState`.
+    /// @param unchanged  a tile that this backs has nothing to write; may be null.
+    void SaveInline(Kernel::OutSerialiser & serialiser, Kernel::IDTag blockTag, Kernel::IDTag stateTag,
+                    Kernel::Counted<Kernel::DelayLoadHolder> const & unchanged) const;
+    /// Fills a plane with what `SaveInline` wrote. What is missing or makes no sense leaves its tile unallocated.
+    bool LoadInline(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, Kernel::IDTag blockTag,
+                    Kernel::IDTag stateTag, unsigned short version);
 
 private:
     PlaneCore(TileGrid const & shape, ChannelKind channelKind);
