@@ -1,0 +1,51 @@
+// How the bytes of image files in documents are shown: the formats know how to decode them.
+#include "colour/ICCManager.h"
+#include "files/DynamicFile.h"
+#include "files/FileTransfer.h"
+#include "pixel/transfer/BitmapTransfer.h"
+#include "pixel/transfer/Invert.h"
+#include "pixel/transfer/TransferManaged.h"
+#include "storage/CompressedRasterData.h"
+
+namespace Raster {
+namespace {
+void Decode(Kernel::Counted<CompressedRasterData const> const & data, DynamicBitmap & bitmap,
+            Kernel::Consolidated<ICCProfile> & profile, bool * abort) {
+    DynamicFile file;
+    if (!file.Create(data, false, false) || file.GetFormat() == NoFormat)
+        return;
+    DynamicBitmap decoded(file.GetWidth(), file.GetHeight(), file.GetFormat(), MipmapModeOnDemandDefault,
+                          HardwareCachePolicy::Default);
+    TransferParams params;
+    params.abort = abort;
+    Draw(decoded, file, &params, nullptr, 0, 0);
+    if (file.HasFailed())
+        return;
+    profile = file.GetProfile();
+    bitmap = decoded;
+}
+
+void InvertColours(DynamicBitmap & bitmap, bool * abort) { Invert(bitmap, abort); }
+
+void Convert(DynamicBitmap & dest, DynamicBitmap const & source, Kernel::Consolidated<ICCProfile> const & sourceProfile,
+             Kernel::Consolidated<ICCProfile> const & destProfile, bool * abort) {
+    void * transform = nullptr;
+    if (sourceProfile && destProfile && sourceProfile != destProfile)
+        transform = ICCManager::GetInstance().GetTransformForProfiles(source.GetFormat(), sourceProfile,
+                                                                      dest.GetFormat(), destProfile,
+                                                                      Intent::RelativeColorimetric,
+                                                                      /*blackPointCompensation=*/true);
+    TransferParams params;
+    params.abort = abort;
+    TransferManaged(dest, source, transform, &params);
+}
+
+constexpr CompressedDataCodec codec{Decode, InvertColours, Convert};
+}
+}
+
+// Connected when the library is loaded, as Lab is: who links the static library names this symbol to the linker.
+extern "C" {
+extern bool rasterFilesAreConnected;
+bool rasterFilesAreConnected = (Raster::SetCompressedDataCodec(&Raster::codec), true);
+}

@@ -1,0 +1,84 @@
+// How a block goes into a document and comes out of it.
+#include "kernel/DelayLoadHolder.h"
+#include "kernel/FileStoreCompressionHint.h"
+#include "kernel/FileStoreOutPathGenerator.h"
+#include "kernel/InSerialiser.h"
+#include "kernel/OutSerialiser.h"
+#include "kernel/ScopedLock.h"
+#include "storage/Block.h"
+#include "storage/BlockPin.h"
+
+namespace Raster {
+namespace {
+constexpr Kernel::IDTag dataRectTag("Rect"), inverseRectTag("IRct"), dataTag("Data");
+constexpr int compressionLevel = 1; // tiles are many, and users wait for a save
+}
+
+Kernel::ClassProperties const & Block::GetClassProperties() {
+    static Kernel::ClassProperties const properties("Blck", /*version=*/1,
+                                                    [] { return Kernel::Counted<Kernel::Serialisable>(new Block); });
+    return properties;
+}
+
+void Block::Save(Kernel::OutSerialiser & serialiser) const {
+    ConstBlockPin const pin(*this);
+    if (serialiser.IsFullSave()) {
+        // Asking loads the bytes if the rect isn't known. What can't be loaded has no rect that is worth keeping.
+        auto const dataRect = GetDataRect(), inverseRect = GetInverseDataRect();
+        if (!IsPendingDelayLoad() || IsDataRectValid())
+            serialiser.SaveType(dataRectTag, dataRect);
+        if (!IsPendingDelayLoad() || IsInverseDataRectValid())
+            serialiser.SaveType(inverseRectTag, inverseRect);
+    }
+    auto const holder = GetHolderForSave();
+    if (!holder)
+        return;
+    auto const * const strategy = serialiser.GetStrategies().Find<Kernel::CompressionPredictorStrategy>();
+    Kernel::FileStoreCompressionHintGeneral const hint(
+        compressionLevel, strategy ? strategy->GetPredictor() : Kernel::CompressionPredictor::None,
+        strategy ? strategy->GetStriping() : Kernel::CompressionStriping::None);
+    serialiser.SaveDelayLoadObject(dataTag, holder.Get(), Kernel::FileStoreOutIndexedPathGenerator("", "d/"), &hint);
+}
+
+// The holder of what is to be saved, made now if there is none yet: null for an unallocated block. A block that got a
+// copy of an item which another block owns has its own item as soon as it was changed.
+Kernel::Counted<Kernel::DelayLoadHolder> Block::GetHolderForSave() const {
+    Kernel::ScopedLock const guard(bufferLock);
+    auto const held = data.Get();
+    Kernel::Counted<Kernel::DelayLoadHolder> const present(delayLoad.Get());
+    if (!held)
+        return present;
+    if (present) {
+        Kernel::ScopedLock const holderGuard(*present);
+        if (present->GetItem().Get() == held || held->GetState().CanShare())
+            return present;
+    }
+    auto made = Kernel::DelayLoadHolder::Create(Data::GetItemType(), Kernel::Counted<Data>(held));
+    delayLoad.Exchange(made);
+    return made;
+}
+
+bool Block::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short) {
+    Kernel::Counted<Kernel::DelayLoadHolder> holder;
+    serialiser.LoadDelayLoadObject(dataTag, store, Data::GetItemType(), holder);
+    if (!holder)
+        return true;
+    SetDelayLoad(holder);
+    RectT<int> rect;
+    if (serialiser.LoadType(dataRectTag, rect))
+        SetLoadedRect(RectKind::Data, rect);
+    if (serialiser.LoadType(inverseRectTag, rect))
+        SetLoadedRect(RectKind::Inverse, rect);
+    return true;
+}
+
+// A rect that no block can have is not known.
+void Block::SetLoadedRect(RectKind kind, RectT<int> const & rect) {
+    bool const isInside = rect.left >= 0 && rect.top >= 0 && rect.right <= Stride && rect.bottom <= Height;
+    bool const isInOrder = rect.left <= rect.right && rect.top <= rect.bottom;
+    if (!isInside || !isInOrder)
+        return;
+    Kernel::ScopedLock const guard(rectLock);
+    rects[int(kind)] = {rect, version.load(std::memory_order_acquire)};
+}
+}

@@ -1,0 +1,9 @@
+#pragma once
+
+#include "kernel/Export.h"
+
+namespace Raster {
+/// Makes the classes of this library known to whoever loads documents: blocks, bitmaps, profiles and sets of profiles.
+/// To be called once before the first document is loaded; again does nothing. Hosts register their own beside them.
+RASTER_API void RegisterStoredClasses();
+}
