@@ -31,10 +31,9 @@ void Convert(DynamicBitmap & dest, DynamicBitmap const & source, Kernel::Consoli
              Kernel::Consolidated<ICCProfile> const & destProfile, bool * abort) {
     void * transform = nullptr;
     if (sourceProfile && destProfile && sourceProfile != destProfile)
-        transform = ICCManager::GetInstance().GetTransformForProfiles(source.GetFormat(), sourceProfile,
-                                                                      dest.GetFormat(), destProfile,
-                                                                      Intent::RelativeColorimetric,
-                                                                      /*blackPointCompensation=*/true);
+        transform = ICCManager::GetInstance().GetTransformForProfiles(
+            source.GetFormat(), sourceProfile, dest.GetFormat(), destProfile, Intent::RelativeColorimetric,
+            /*blackPointCompensation=*/true);
     TransferParams params;
     params.abort = abort;
     TransferManaged(dest, source, transform, &params);

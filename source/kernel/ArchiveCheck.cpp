@@ -138,7 +138,7 @@ private:
             Claim(offset, footer.indexSize);
             auto const bytes = ReadAt(*file, offset, footer.indexSize);
             auto decoded = Hash64(bytes.data(), bytes.size()) == footer.indexHash ? DecodeIndex(bytes, footer.offset)
-                                                                                : std::nullopt;
+                                                                                  : std::nullopt;
             if (!decoded)
                 AddProblem("a copy of the list of contents of commit " + std::to_string(footer.commitNumber) +
                                " is damaged",
@@ -220,8 +220,8 @@ std::optional<Entry> FindItemAt(ArchiveFile const & file, std::uint64_t offset, 
     auto const header = ItemHeader::Decode(ReadAt(file, offset, *headerSize));
     if (!header || header->storedSize > size - offset - *headerSize)
         return {};
-    return Entry{header->id,      offset,               *headerSize,  header->storedSize,
-                 header->rawSize, header->rawHash.low,  header->type, header->name};
+    return Entry{header->id,          offset,       *headerSize, header->storedSize, header->rawSize,
+                 header->rawHash.low, header->type, header->name};
 }
 
 // Looks for items in all of the file.

@@ -12,9 +12,9 @@
 namespace Kernel {
 /// One thing that is wrong with a document.
 struct ArchiveProblem {
-    std::string what;      ///< for the user
-    bool isInUse = true;   ///< whether it concerns the document as it is now, not only what earlier saves left
-    ItemID item;           ///< what is damaged or missing; none if it is something else
+    std::string what;    ///< for the user
+    bool isInUse = true; ///< whether it concerns the document as it is now, not only what earlier saves left
+    ItemID item;         ///< what is damaged or missing; none if it is something else
     std::string itemName;
 };
 

@@ -15,9 +15,9 @@ using PropertyStream::WriteAt;
 namespace {
 // The first byte is no text, and line ends show whether a transfer has changed them.
 constexpr std::array<std::uint8_t, 8> headerMagic{0x89, 'R', 'D', 'O', 'C', '\r', '\n', 0x1a};
-constexpr std::uint32_t itemMagic = 0x6d657449;   // "Item"
-constexpr std::uint32_t indexMagic = 0x78646e49;  // "Indx"
-constexpr std::uint32_t footerMagic = 0x746f6f46; // "Foot"
+constexpr std::uint32_t itemMagic = 0x6d657449;     // "Item"
+constexpr std::uint32_t indexMagic = 0x78646e49;    // "Indx"
+constexpr std::uint32_t footerMagic = 0x746f6f46;   // "Foot"
 constexpr std::uint64_t entryBytes = 6 * 8 + 3 * 4; // without the name
 constexpr std::uint64_t mostEntries = std::uint64_t(1) << 28;
 constexpr std::uint64_t mostIndexBytes = std::uint64_t(1) << 32;

@@ -76,8 +76,8 @@ Counted<ArchiveFile> ArchiveSession::LockBase() const {
     if (!opened->Lock())
         Fail(ArchiveError::Kind::Busy, path, "another program is saving it");
     std::array<std::uint8_t, headerBytes> bytes{};
-    auto const itsHeader = opened->Read(0, bytes.data(), bytes.size()) == bytes.size() ? Header::Decode(bytes)
-                                                                                      : std::nullopt;
+    auto const itsHeader =
+        opened->Read(0, bytes.data(), bytes.size()) == bytes.size() ? Header::Decode(bytes) : std::nullopt;
     auto const size = opened->GetSize();
     bool isSame = opened->IsAt(path) && itsHeader && itsHeader->fileID == base->GetHeader().fileID && size;
     if (isSame) {
@@ -338,8 +338,8 @@ std::optional<ItemID> ArchiveSession::FindEqual(Pending const & item) {
     auto const [first, last] = entriesByHash.equal_range(item.header.rawHash.low);
     for (auto i = first; i != last; ++i) {
         auto const id = i->second;
-        auto const waiting = std::find_if(pending.begin(), pending.end(),
-                                          [&](Pending const & other) { return other.header.id == id; });
+        auto const waiting =
+            std::find_if(pending.begin(), pending.end(), [&](Pending const & other) { return other.header.id == id; });
         if (waiting != pending.end()) {
             bool const isSameName = item.header.type != ArchiveTags::stream || waiting->header.name == item.header.name;
             if (waiting->header.type == item.header.type && isSameName && waiting->raw == item.raw)

@@ -57,7 +57,7 @@ private:
         std::vector<std::uint8_t> raw;
         std::optional<FileStoreCompressionHintGeneral> hint; // none stores it raw
     };
-    struct Taken {  // a holder whose item has been stored
+    struct Taken { // a holder whose item has been stored
         Counted<DelayLoadHolder> holder;
         Counted<FileStoreItem> item;
         std::uint64_t generation;

@@ -33,8 +33,8 @@ std::optional<std::vector<Entry>> ReadIndex(ArchiveFile const & file, Footer con
 }
 }
 
-ArchiveSnapshot::ArchiveSnapshot(std::string snapshotPath, Counted<ArchiveFile const> openFile, Header const & itsHeader,
-                                 Footer const & itsFooter, std::vector<Entry> itsEntries,
+ArchiveSnapshot::ArchiveSnapshot(std::string snapshotPath, Counted<ArchiveFile const> openFile,
+                                 Header const & itsHeader, Footer const & itsFooter, std::vector<Entry> itsEntries,
                                  std::uint32_t itsNewestFooter)
     : path(std::move(snapshotPath)), file(std::move(openFile)), header(itsHeader), footer(itsFooter),
       newestFooter(std::max(itsNewestFooter, itsFooter.commitNumber)), entries(std::move(itsEntries)) {
@@ -68,8 +68,8 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
     if (header->version > containerVersion)
         throw ArchiveError(ArchiveError::Kind::Future, path + ": written by a later version of this program");
     if (archiveTag != IDTag() && header->archiveTag != archiveTag)
-        throw ArchiveError(ArchiveError::Kind::NotArchive, path + ": a document of another kind, " +
-                                                               GetTagText(header->archiveTag));
+        throw ArchiveError(ArchiveError::Kind::NotArchive,
+                           path + ": a document of another kind, " + GetTagText(header->archiveTag));
     auto const size = file->GetSize();
     std::uint32_t newest = 0;
     for (auto end = size.value_or(0); auto const footer = FindFooter(*file, header->fileID, end);) {
@@ -94,8 +94,8 @@ Entry const * ArchiveSnapshot::FindNamed(std::string const & name, IDTag type) c
 
 void ArchiveItemReader::FailDamaged(Entry const & entry, char const * what) const {
     throw ArchiveError(ArchiveError::Kind::Damaged, path + ": item " + entry.name + " of type " +
-                                                        GetTagText(entry.type) + " at " +
-                                                        std::to_string(entry.offset) + " is damaged: " + what);
+                                                        GetTagText(entry.type) + " at " + std::to_string(entry.offset) +
+                                                        " is damaged: " + what);
 }
 
 // The header that the bytes begin with, which must be that of the entry.

@@ -5,7 +5,5 @@
 namespace Kernel {
 FileStoreOut::~FileStoreOut() = default;
 
-void FileStoreOut::AddStrategy(Counted<SerialisationStrategy const> strategy) {
-    strategies.Push(std::move(strategy));
-}
+void FileStoreOut::AddStrategy(Counted<SerialisationStrategy const> strategy) { strategies.Push(std::move(strategy)); }
 }

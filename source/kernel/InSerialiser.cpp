@@ -38,9 +38,8 @@ bool InSerialiser::LoadType(IDTag tag, StringUtf8 & text) const {
     auto const record = Find(tag, PropType::Utf8String);
     if (!record)
         return false;
-    text = StringUtf8::Create(record->bytes.size(), [&](char * dest) {
-        std::memcpy(dest, record->bytes.data(), record->bytes.size());
-    });
+    text = StringUtf8::Create(record->bytes.size(),
+                              [&](char * dest) { std::memcpy(dest, record->bytes.data(), record->bytes.size()); });
     return true;
 }
 
@@ -77,8 +76,8 @@ bool InSerialiser::LoadEnumI(IDTag tag, EnumSerialiser const & serialiser, int &
     auto const record = Find(tag, PropType::Enum);
     if (!record || record->bytes.size() != 8)
         return false;
-    auto const loaded = serialiser.Load(
-        {ReadAt<std::uint32_t>(record->bytes.data()), ReadAt<std::uint32_t>(record->bytes.data() + 4)});
+    auto const loaded =
+        serialiser.Load({ReadAt<std::uint32_t>(record->bytes.data()), ReadAt<std::uint32_t>(record->bytes.data() + 4)});
     if (!loaded)
         return false;
     value = *loaded;

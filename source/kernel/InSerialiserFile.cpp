@@ -88,7 +88,8 @@ Counted<InSerialiserFile const> InSerialiserFile::ParseWithChecks(InStream & str
                                                                   bool acceptFutureVersions,
                                                                   unsigned short newestRootVersion, int depth) {
     auto bytes = ReadToEnd(stream);
-    if (bytes.size() < PropertyStream::streamHeaderBytes || ReadAt<std::uint32_t>(bytes.data()) != PropertyStream::magic)
+    if (bytes.size() < PropertyStream::streamHeaderBytes ||
+        ReadAt<std::uint32_t>(bytes.data()) != PropertyStream::magic)
         Fail("not a stream of properties");
     bool const isFuture = ReadAt<std::uint16_t>(bytes.data() + 4) > PropertyStream::version ||
                           ReadAt<std::uint16_t>(bytes.data() + 6) > newestRootVersion;

@@ -25,9 +25,9 @@ public:
     /// and `FutureVersionException` for a stream or a root of a later version than is known.
     /// @param acceptFutureVersions  reads what can be recognised of those.
     /// @param newestRootVersion  that the caller knows.
-    static Counted<InSerialiserFile const> ParseWithChecks(
-        InStream & stream, FileStore & store, bool acceptFutureVersions,
-        unsigned short newestRootVersion = std::numeric_limits<unsigned short>::max(), int depth = 0);
+    static Counted<InSerialiserFile const>
+    ParseWithChecks(InStream & stream, FileStore & store, bool acceptFutureVersions,
+                    unsigned short newestRootVersion = std::numeric_limits<unsigned short>::max(), int depth = 0);
 
     IDTag GetRootTag() const noexcept { return rootTag; }
     unsigned short GetRootVersion() const noexcept { return rootVersion; }

@@ -35,8 +35,8 @@ void RestoreSamples(std::uint8_t const * predicted, std::uint8_t * raw) {
         for (std::size_t i = 0; i < perRow; ++i) {
             Sample difference = 0;
             for (std::size_t plane = 0; plane < sizeof(Sample); ++plane)
-                difference = static_cast<Sample>(
-                    difference | Sample(predicted[plane * planeBytes + row * perRow + i]) << 8 * plane);
+                difference = static_cast<Sample>(difference | Sample(predicted[plane * planeBytes + row * perRow + i])
+                                                                  << 8 * plane);
             sample = static_cast<Sample>(sample + difference);
             PropertyStream::WriteAt(raw + row * rowBytes + i * sizeof(Sample), sample);
         }
@@ -79,19 +79,27 @@ std::vector<std::uint8_t> Compress(ArchiveLayout::Bytes raw, int level) {
 
 void Predict(std::uint8_t const * raw, std::uint8_t * predicted, int sampleBytes) {
     switch (sampleBytes) {
-        case 1: return PredictSamples<std::uint8_t>(raw, predicted);
-        case 2: return PredictSamples<std::uint16_t>(raw, predicted);
-        case 4: return PredictSamples<std::uint32_t>(raw, predicted);
-        case 8: return PredictSamples<std::uint64_t>(raw, predicted);
+    case 1:
+        return PredictSamples<std::uint8_t>(raw, predicted);
+    case 2:
+        return PredictSamples<std::uint16_t>(raw, predicted);
+    case 4:
+        return PredictSamples<std::uint32_t>(raw, predicted);
+    case 8:
+        return PredictSamples<std::uint64_t>(raw, predicted);
     }
 }
 
 void Restore(std::uint8_t const * predicted, std::uint8_t * raw, int sampleBytes) {
     switch (sampleBytes) {
-        case 1: return RestoreSamples<std::uint8_t>(predicted, raw);
-        case 2: return RestoreSamples<std::uint16_t>(predicted, raw);
-        case 4: return RestoreSamples<std::uint32_t>(predicted, raw);
-        case 8: return RestoreSamples<std::uint64_t>(predicted, raw);
+    case 1:
+        return RestoreSamples<std::uint8_t>(predicted, raw);
+    case 2:
+        return RestoreSamples<std::uint16_t>(predicted, raw);
+    case 4:
+        return RestoreSamples<std::uint32_t>(predicted, raw);
+    case 8:
+        return RestoreSamples<std::uint64_t>(predicted, raw);
     }
 }
 

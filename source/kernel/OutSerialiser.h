@@ -94,8 +94,8 @@ protected:
 
 private:
     struct Scope {
-        std::size_t lengthAt;         // where in `pending` the length of its content stands
-        std::uint64_t objectsLeft;    // of an array; otherwise 0
+        std::size_t lengthAt;      // where in `pending` the length of its content stands
+        std::uint64_t objectsLeft; // of an array; otherwise 0
         bool isArray;
     };
 
@@ -114,7 +114,7 @@ private:
     Kind const kind;
     FileStoreOut & store;
     bool isSilent = false;
-    IDTag startedTag; // of the class or array that was tested for and not begun
+    IDTag startedTag;                  // of the class or array that was tested for and not begun
     std::vector<std::uint8_t> pending; // the root's record that is not complete yet
     std::vector<Scope> scopes;
     SerialisationStrategyStack strategies;

@@ -49,7 +49,8 @@ inline constexpr PropType propTypeOf<RectT<int>> = PropType::RectInt32;
 
 /// A type whose values are stored as one property of fixed size.
 template<class T>
-concept PropertyValue = propTypeOf<T> != PropType::None;
+concept PropertyValue = propTypeOf<T>
+!= PropType::None;
 
 namespace Internal {
 template<class T>
@@ -79,8 +80,8 @@ using PropertyPart = typename decltype(GetPropertyParts(T{}))::value_type;
 }
 
 template<PropertyValue T>
-inline constexpr std::size_t propertyBytes =
-    sizeof(Internal::PropertyPart<T>) * decltype(Internal::GetPropertyParts(T{})){}.size();
+inline constexpr std::size_t propertyBytes = sizeof(Internal::PropertyPart<T>) *
+                                             decltype(Internal::GetPropertyParts(T{})){}.size();
 
 template<PropertyValue T>
 std::array<std::uint8_t, propertyBytes<T>> ToPropertyBytes(T const & value) {

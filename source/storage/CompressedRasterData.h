@@ -37,9 +37,9 @@ struct CompressedDataCodec {
 RASTER_API CompressedDataCodec const * SetCompressedDataCodec(CompressedDataCodec const * codec) noexcept;
 
 /// The bytes of an image file, in memory and unchanged: what a user placed, or what a writer makes. They count as
-/// compressed memory while they are held. It is the backing of bitmaps: a document stores the file as it is, and bitmaps
-/// get their pixels by decoding it, once.
-/// Threads: any number may read and decode; who changes the bytes does so alone.
+/// compressed memory while they are held. It is the backing of bitmaps: a document stores the file as it is, and
+/// bitmaps get their pixels by decoding it, once. Threads: any number may read and decode; who changes the bytes does
+/// so alone.
 class RASTER_API CompressedRasterData final : public Kernel::FileStoreItem {
 public:
     using Block = Kernel::RawDataT<Kernel::Countable, Kernel::AllocatorNew>;
@@ -97,9 +97,7 @@ public:
 
     void Save(Kernel::OutStream & stream, Kernel::FileStoreOut & store) const override;
     bool Load(Kernel::InStream & stream, Kernel::FileStore & store) override;
-    Kernel::FileStoreItemType const & GetObjectFileStoreItemType() const override {
-        return GetTypeFileStoreItemType();
-    }
+    Kernel::FileStoreItemType const & GetObjectFileStoreItemType() const override { return GetTypeFileStoreItemType(); }
     static Kernel::FileStoreItemType const & GetTypeFileStoreItemType();
 
 private:

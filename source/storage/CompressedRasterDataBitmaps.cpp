@@ -38,8 +38,8 @@ Kernel::Consolidated<ICCProfile> CompressedRasterData::GetDecodedProfile() const
     return profile;
 }
 
-Kernel::Counted<DynamicBitmap const> CompressedRasterData::GetBitmapRepresentation(Format format, int width,
-                                                                                   int height, bool * abort) const {
+Kernel::Counted<DynamicBitmap const> CompressedRasterData::GetBitmapRepresentation(Format format, int width, int height,
+                                                                                   bool * abort) const {
     {
         Kernel::ScopedLock const guard(cacheLock);
         if (bitmapRepresentation)
@@ -72,8 +72,8 @@ void CompressedRasterData::SetPlanesIntoInternalBitmap(Format format, Kernel::Co
     if (Kernel::IsAborted(abort))
         return;
     if (!IsOfKind(*source, format, width, height)) {
-        auto converted = Kernel::MakeCounted<DynamicBitmap>(width, height, format, MipmapModeNone,
-                                                            HardwareCachePolicy::Default);
+        auto converted =
+            Kernel::MakeCounted<DynamicBitmap>(width, height, format, MipmapModeNone, HardwareCachePolicy::Default);
         auto const * const codec = codecInPlace.load(std::memory_order_acquire);
         if (codec)
             codec->convert(*converted, *source, GetDecodedProfile(), targetProfile, abort);
@@ -82,8 +82,7 @@ void CompressedRasterData::SetPlanesIntoInternalBitmap(Format format, Kernel::Co
     if (Kernel::IsAborted(abort))
         return;
     VisitFormat(format, [&](auto tuple) {
-        static_cast<BitmapOf<decltype(tuple)> *>(target)->CopyPlanesFrom(
-            source->template GetTyped<decltype(tuple)>());
+        static_cast<BitmapOf<decltype(tuple)> *>(target)->CopyPlanesFrom(source->template GetTyped<decltype(tuple)>());
     });
 }
 

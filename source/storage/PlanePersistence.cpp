@@ -28,18 +28,22 @@ TileState GetState(Tile const & tile, Kernel::Counted<Kernel::DelayLoadHolder> c
 // Null for a state that has none.
 Tile const * GetStaticTile(TileState state) {
     switch (state) {
-        case TileState::Zero: return Tile::GetZeroTile();
-        case TileState::Full: return Tile::GetFullTile();
-        case TileState::FullFloat: return Tile::GetFullFloatTile();
-        default: return nullptr;
+    case TileState::Zero:
+        return Tile::GetZeroTile();
+    case TileState::Full:
+        return Tile::GetFullTile();
+    case TileState::FullFloat:
+        return Tile::GetFullFloatTile();
+    default:
+        return nullptr;
     }
 }
 }
 
 void PlaneCore::SaveInline(Kernel::OutSerialiser & serialiser, Kernel::IDTag blockTag, Kernel::IDTag stateTag,
                            Kernel::Counted<Kernel::DelayLoadHolder> const & unchanged) const {
-    PushedStrategy const strategy(
-        serialiser, Kernel::CompressionPredictorStrategy::CreateForByteSize64kStriped(GetSampleSize()));
+    PushedStrategy const strategy(serialiser,
+                                  Kernel::CompressionPredictorStrategy::CreateForByteSize64kStriped(GetSampleSize()));
     std::vector<TileState> states(GetTileCount());
     std::vector<Kernel::Counted<Block>> blocks;
     for (std::size_t i = 0; i < states.size(); ++i) {
@@ -58,8 +62,8 @@ void PlaneCore::SaveInline(Kernel::OutSerialiser & serialiser, Kernel::IDTag blo
     serialiser.SaveTypeArrayI(stateTag, Kernel::PropType::UInt8, states.data(), 1, states.size());
 }
 
-bool PlaneCore::LoadInline(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store,
-                           Kernel::IDTag blockTag, Kernel::IDTag stateTag, unsigned short) {
+bool PlaneCore::LoadInline(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, Kernel::IDTag blockTag,
+                           Kernel::IDTag stateTag, unsigned short) {
     Tile::InitStaticTiles();
     std::vector<Kernel::Counted<Kernel::Serialisable>> blocks;
     std::vector<std::uint8_t> states;

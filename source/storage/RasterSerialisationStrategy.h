@@ -14,7 +14,8 @@ public:
         SaveMipmaps = 2
     };
 
-    /// @param levelSizes  of these only the last counts: the largest width or height of a level that is saved; 0 or none
+    /// @param levelSizes  of these only the last counts: the largest width or height of a level that is saved; 0 or
+    /// none
     ///                    is no limit.
     /// @param saverFlags  any of `Flags`.
     RasterSerialisationStrategy(std::vector<int> levelSizes, unsigned saverFlags)

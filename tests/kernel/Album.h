@@ -135,7 +135,8 @@ inline void Change(Counted<DelayLoadHolder> const & holder, std::vector<std::uin
 struct SaveCounts {
     std::uint64_t items, bytes;
 };
-inline SaveCounts Save(Counted<Archive> const & archive, Album const & album, ArchiveSaveMode mode = ArchiveSaveMode::Update) {
+inline SaveCounts Save(Counted<Archive> const & archive, Album const & album,
+                       ArchiveSaveMode mode = ArchiveSaveMode::Update) {
     auto session = archive->CreateSession(mode);
     session->StoreObject("Album.dat", album);
     SaveCounts const counts{session->GetItemsAdded(), session->GetBytesWritten()};

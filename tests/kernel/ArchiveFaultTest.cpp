@@ -92,8 +92,8 @@ TEST_P(ArchiveFault, CrashLeavesTheOldDocumentOrTheNewOne) {
     std::mt19937 random(7);
     int oldStates = 0, newStates = 0;
     for (std::size_t count = 0; count <= disk->steps.size(); ++count)
-        for (auto const rest : {CrashedDisk::Rest::Kept, CrashedDisk::Rest::Lost, CrashedDisk::Rest::Torn,
-                                CrashedDisk::Rest::Reordered})
+        for (auto const rest :
+             {CrashedDisk::Rest::Kept, CrashedDisk::Rest::Lost, CrashedDisk::Rest::Torn, CrashedDisk::Rest::Reordered})
             for (int attempt = 0; attempt < 50; ++attempt) {
                 auto const files = CrashedDisk(before, disk->steps, count, rest, random).files;
                 auto const content = ContentOf(files);
@@ -201,13 +201,17 @@ TEST(ArchiveCheck, SalvagesEveryItemThatStillChecks) {
         auto & bytes = files.at(path);
         auto const at = random() % bytes.size();
         switch (random() % 3) {
-            case 0: bytes[at] = static_cast<std::uint8_t>(random()); break;
-            case 1: // a lost sector
-                std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(at / 512 * 512),
-                          bytes.begin() + static_cast<std::ptrdiff_t>(std::min(at / 512 * 512 + 512, bytes.size())),
-                          std::uint8_t(0));
-                break;
-            case 2: bytes.resize(at); break;
+        case 0:
+            bytes[at] = static_cast<std::uint8_t>(random());
+            break;
+        case 1: // a lost sector
+            std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(at / 512 * 512),
+                      bytes.begin() + static_cast<std::ptrdiff_t>(std::min(at / 512 * 512 + 512, bytes.size())),
+                      std::uint8_t(0));
+            break;
+        case 2:
+            bytes.resize(at);
+            break;
         }
         ReadAll(files);
         auto const disk = MakeCounted<MemoryDisk>(files);
@@ -235,8 +239,8 @@ TEST(ArchiveCheck, SalvagedDocumentOpensWithItsStreams) {
     // Neither copy of the last list of contents is whole, nor of those before.
     auto & bytes = files.at(path);
     for (std::size_t i = 0; i + 4 <= bytes.size(); i += 16)
-        if (std::equal(bytes.begin() + static_cast<std::ptrdiff_t>(i), bytes.begin() + static_cast<std::ptrdiff_t>(i) + 4,
-                       "Indx"))
+        if (std::equal(bytes.begin() + static_cast<std::ptrdiff_t>(i),
+                       bytes.begin() + static_cast<std::ptrdiff_t>(i) + 4, "Indx"))
             bytes[i + 40] ^= 1;
     auto const disk = MakeCounted<MemoryDisk>(files);
     EXPECT_THROW(Archive::Open(path, "Test", disk), ArchiveError);

@@ -241,7 +241,8 @@ TEST_F(ArchiveTest, OpensTheStateBeforeWhenTheLastOneIsCutOff) {
     auto const first = ReadFile();
     Save(archive, MakeAlbum(2, 40));
     auto const second = ReadFile();
-    for (auto const length : {first.size(), first.size() + 1, first.size() + 1000, second.size() - 64, second.size() - 1}) {
+    for (auto const length :
+         {first.size(), first.size() + 1, first.size() + 1000, second.size() - 64, second.size() - 1}) {
         WriteFile(second.substr(0, length));
         auto const opened = Archive::Open(GetPath(), "Test");
         ExpectSame(Load(opened), MakeAlbum(2));

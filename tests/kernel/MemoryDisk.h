@@ -147,7 +147,9 @@ private:
         }
         return Kernel::Counted<Kernel::ArchiveFile>(new File(*this, found->second));
     }
-    bool IsFailing() const { return failFrom != 0 && operation + 1 >= failFrom && operation + 1 < failFrom + failCount; }
+    bool IsFailing() const {
+        return failFrom != 0 && operation + 1 >= failFrom && operation + 1 < failFrom + failCount;
+    }
     bool Succeed(bool isDone) {
         ++operation;
         if (!isDone)
@@ -209,22 +211,29 @@ private:
     }
     void Apply(Step const & step, std::uint64_t from, std::uint64_t length) {
         switch (step.kind) {
-            case Step::Kind::Create: files[step.path]; break;
-            case Step::Kind::Remove: files.erase(step.path); break;
-            case Step::Kind::Rename:
-                files[step.target] = files[step.path];
-                files.erase(step.path);
-                break;
-            case Step::Kind::Truncate: files[step.path].resize(step.size); break;
-            case Step::Kind::Write: {
-                auto & bytes = files[step.path];
-                if (bytes.size() < step.offset + from + length)
-                    bytes.resize(step.offset + from + length);
-                std::copy_n(step.bytes.begin() + static_cast<std::ptrdiff_t>(from), length,
-                            bytes.begin() + static_cast<std::ptrdiff_t>(step.offset + from));
-                break;
-            }
-            case Step::Kind::Sync: break;
+        case Step::Kind::Create:
+            files[step.path];
+            break;
+        case Step::Kind::Remove:
+            files.erase(step.path);
+            break;
+        case Step::Kind::Rename:
+            files[step.target] = files[step.path];
+            files.erase(step.path);
+            break;
+        case Step::Kind::Truncate:
+            files[step.path].resize(step.size);
+            break;
+        case Step::Kind::Write: {
+            auto & bytes = files[step.path];
+            if (bytes.size() < step.offset + from + length)
+                bytes.resize(step.offset + from + length);
+            std::copy_n(step.bytes.begin() + static_cast<std::ptrdiff_t>(from), length,
+                        bytes.begin() + static_cast<std::ptrdiff_t>(step.offset + from));
+            break;
+        }
+        case Step::Kind::Sync:
+            break;
         }
     }
 };

@@ -131,7 +131,8 @@ void LoadAll(InSerialiserFile const & in) {
     in.LoadObjectI("Tree", in.GetStore(), object);
     RawDataT<Countable, AllocatorNew> raw;
     in.LoadRawData("Bloc", raw);
-    in.LoadClassI("Clas", "Clss", [&](InSerialiser const & nested, unsigned short) { nested.LoadType("Valu", number); });
+    in.LoadClassI("Clas", "Clss",
+                  [&](InSerialiser const & nested, unsigned short) { nested.LoadType("Valu", number); });
 }
 
 Counted<Node> MakeTree(int depth, int width) {
@@ -365,9 +366,8 @@ TEST(Serialiser, NullHoldersAndSharedObjectsWriteNoProperty) {
 TEST(Serialiser, ReferencesToItemsThatAreNotThereAreAbsent) {
     static FileStoreItemType const type("Test", ItemNesting::NotNestable, ItemRecovery::Recoverable, nullptr);
     auto const holder = DelayLoadHolder::Create(type, nullptr);
-    auto const in = Parse(Write([&](OutSerialiser & out) {
-        out.SaveDelayLoadObject("Item", holder.Get(), NoPaths(), nullptr);
-    }));
+    auto const in =
+        Parse(Write([&](OutSerialiser & out) { out.SaveDelayLoadObject("Item", holder.Get(), NoPaths(), nullptr); }));
     EXPECT_TRUE(in->HasProperty("Item"));
     Counted<DelayLoadHolder> loaded;
     EXPECT_FALSE(in->LoadDelayLoadObject("Item", in->GetStore(), type, loaded));
