@@ -55,6 +55,12 @@ TEST(PaddedBuffer, ClearRectLeavesPaddingAlone) {
         for (int column = 0; column < 16; ++column)
             ASSERT_EQ(y >= 1 && y < 3 && column >= 3 && column < 15 ? 0 : 9, memory[1 + std::size_t(y * 16 + column)])
                 << column << ", " << y;
+    auto const before = memory;
+    buffer.ClearRect({1, 3, 5, 3}); // empty
+    buffer.ClearRect({0, 3, 5, 1}); // upside down
+    buffer.ClearRect({4, 0, 1, 4}); // the wrong way round
+    buffer.ClearRect({5, 0, 100, 4});
+    EXPECT_EQ(before, memory);
     buffer.ClearRect({lowest, lowest, highest, highest});
     for (int y = 0; y < 4; ++y)
         EXPECT_EQ(9, memory[1 + std::size_t(y * 16 + 15)]);
