@@ -38,6 +38,18 @@ bool DelayLoadHolder::DropItem() {
     return true;
 }
 
+Counted<FileStoreItem> DelayLoadHolder::LoadStoredItem() {
+    if (!CanReload())
+        return nullptr;
+    struct Restore {
+        DelayLoadHolder & holder;
+        Counted<FileStoreItem> kept;
+        ~Restore() { holder.SetItem(std::move(kept)); }
+    } const restore{*this, keptItem};
+    SetItem(nullptr);
+    return LoadItemI() ? keptItem : nullptr;
+}
+
 DelayLoadHolder::TempLoadItem::TempLoadItem(DelayLoadHolder * holder) {
     if (!holder)
         return;

@@ -35,6 +35,12 @@ public:
     /// Lets go of the item, which others may still hold, if it can be loaded again as it is. Under the lock.
     /// @return false if the item stays: it has no stored form, or has changed since it was stored.
     bool DropItem();
+    /// Loads the item once more as it is stored, beside the one that is kept, which may have changed since. Under the
+    /// lock.
+    /// @return null if it has no stored form, or can't be loaded.
+    Counted<FileStoreItem> LoadStoredItem();
+    /// Whether `LoadItemI` can bring the item back once it was dropped.
+    virtual bool CanReload() const;
 
     /// Keeps an item in reach for a scope, loading it if need be. The lock is held for the load only, so that the item
     /// may be decoded meanwhile. What was loaded stays in the holder afterwards.
@@ -64,8 +70,6 @@ protected:
 
     /// Publishes what `LoadItemI` has loaded. Under the lock.
     void SetItem(Counted<FileStoreItem> loadedItem) noexcept;
-    /// Whether `LoadItemI` can bring the item back once it was dropped.
-    virtual bool CanReload() const;
 
 private:
     FileStoreItemType const & keptType;

@@ -95,8 +95,8 @@ void WillRelease(void const * section, LockRank rank) {
 }
 
 void WillCallOut() {
-    if (held.GetHighestRank() == LockRank::Leaf)
-        Report("called out under", LockRank::Leaf);
+    if (auto const highest = held.GetHighestRank(); highest >= LockRank::BlockRect)
+        Report("called out under", highest);
 }
 
 std::size_t GetHeldCount() { return held.count; }

@@ -44,7 +44,8 @@ RASTER_API void WillAcquire(void const * section, LockRank rank, bool isReentran
 RASTER_API void DidAcquire(void const * section, LockRank rank);
 /// Before a release, in any order. Releasing what the thread doesn't hold is a violation.
 RASTER_API void WillRelease(void const * section, LockRank rank);
-/// Before a call out of the library: a callback, a message sink, a parallel job. Under a leaf that is a violation.
+/// Before a call out of the library: a callback, a message sink, a parallel job. Under the locks from `BlockRect` on
+/// that is a violation. The ones before are held over whole decodes and levels, which call out as they go.
 RASTER_API void WillCallOut();
 /// The number of ranked locks that this thread holds, repeated entries not counted.
 RASTER_API std::size_t GetHeldCount();

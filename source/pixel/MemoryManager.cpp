@@ -61,14 +61,24 @@ void MemoryManager::Unlink(Evictable const * block) {
 
 // Evicts the oldest blocks that allow it while `above(usage)` holds. One pass: what was busy a moment ago is not asked
 // again. The main lock is held, so nobody but the victim leaves the list meanwhile.
+// Returns Failed if the disk ended it.
 template<class Above>
-void MemoryManager::EvictWhile(Above above, Evictable const * skipped) {
+Eviction MemoryManager::EvictWhile(Above above, Evictable const * skipped) {
     for (auto block = oldest; block && above(GetLimitedUsage());) {
         auto const next = block->newer;
         if (block != skipped && block->TryEvict() == Eviction::Failed)
-            return;
+            return Eviction::Failed;
         block = next;
     }
+    return Eviction::Done;
+}
+
+// With no lock held: what is called sends a message.
+void MemoryManager::Report(Eviction result) const {
+    if (result != Eviction::Failed)
+        return;
+    if (auto const reporter = failureReporter.load(std::memory_order_acquire))
+        reporter();
 }
 
 void MemoryManager::Attach(Evictable const * block) {
@@ -94,8 +104,11 @@ void MemoryManager::UnsafeDetach(Evictable const * block) {
 }
 
 bool MemoryManager::Evict(Evictable const * block) {
-    Kernel::ScopedLock const guard(mainLock);
-    return block->TryEvict() == Eviction::Done;
+    Kernel::ScopedLock guard(mainLock);
+    auto const result = block->TryEvict();
+    guard.Release();
+    Report(result);
+    return result == Eviction::Done;
 }
 
 void MemoryManager::AttachPlanar(std::uint64_t bytes) { planar.Add(bytes); }
@@ -106,9 +119,11 @@ void MemoryManager::AttachInterleaved(std::uint64_t bytes) {
     interleaved.Add(bytes);
     if (GetLimitedUsage() < GetDRAMLimit())
         return; // the common case waits for nobody
-    Kernel::ScopedLock const guard(mainLock);
+    Kernel::ScopedLock guard(mainLock);
     auto const limit = GetDRAMLimit();
-    EvictWhile([&](std::uint64_t usage) { return usage >= limit; }, nullptr);
+    auto const result = EvictWhile([&](std::uint64_t usage) { return usage >= limit; }, nullptr);
+    guard.Release();
+    Report(result);
 }
 
 void MemoryManager::DetachInterleaved(std::uint64_t bytes) { interleaved.Subtract(bytes); }
@@ -141,9 +156,12 @@ void MemoryManager::SetDRAMLimit(std::uint64_t mebibytes) {
     auto const limit = BytesOfMebibytes(mebibytes);
     if (dramLimit.exchange(limit, std::memory_order_relaxed) <= limit)
         return;
-    Kernel::ScopedLock const guard(mainLock);
+    Kernel::ScopedLock guard(mainLock);
+    auto result = Eviction::Done;
     if (GetLimitedUsage() > limit)
-        EvictWhile([&](std::uint64_t usage) { return double(usage) * 1.1 > double(limit); }, nullptr);
+        result = EvictWhile([&](std::uint64_t usage) { return double(usage) * 1.1 > double(limit); }, nullptr);
+    guard.Release();
+    Report(result);
 }
 
 void MemoryManager::SetHardwareLimit(std::uint64_t mebibytes) {

@@ -66,6 +66,10 @@ public:
     /// Asks the block to leave memory now, under the main lock.
     /// @return whether it did.
     bool Evict(Evictable const * block);
+    /// Sets what says that the disk refuses tiles; null, as at the start, says nothing. Called with no lock of the
+    /// ledger held, when the disk has ended what a member was doing, but for `Attach`: who attaches holds locks of its
+    /// own, and says it when they are released.
+    void SetFailureReporter(void (*reporter)()) { failureReporter.store(reporter, std::memory_order_release); }
 
     void AttachPlanar(std::uint64_t bytes); ///< Evicts nothing.
     void DetachPlanar(std::uint64_t bytes);
@@ -144,7 +148,8 @@ private:
     void Append(Evictable const * block);
     void Unlink(Evictable const * block);
     template<class Above>
-    void EvictWhile(Above above, Evictable const * skipped);
+    Eviction EvictWhile(Above above, Evictable const * skipped);
+    void Report(Eviction result) const;
 
     // Guards the list of blocks and every eviction, the disk writes included. Taken under a block's own locks; under
     // it another block's `bufferLock` is only tried. Evicting a block by hand enters by the same door as the walk.
@@ -158,5 +163,6 @@ private:
     std::atomic<std::uint64_t> hardwareLimit{std::uint64_t(1) << 30};
     std::atomic<std::uint64_t> diskWarningLimit{std::uint64_t(4) << 30};
     std::atomic<bool> diskWarningLatched{false};
+    std::atomic<void (*)()> failureReporter{nullptr};
 };
 }

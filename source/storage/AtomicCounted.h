@@ -19,6 +19,9 @@ public:
     /// Acquire: pairs with `Exchange`, so the object is seen complete.
     T * Get() const noexcept { return pointer.load(std::memory_order_acquire); }
 
+    /// For an owner of nothing that no other thread sees yet: `Exchange` at no cost.
+    void Init(Kernel::Counted<T> object) noexcept { pointer.store(object.Detach(), std::memory_order_relaxed); }
+
     /// One thread at a time may replace.
     /// @return what was held before; letting it go may delete it.
     Kernel::Counted<T> Exchange(Kernel::Counted<T> object) noexcept {

@@ -2,6 +2,8 @@
 
 #include "kernel/ScopedLock.h"
 #include "kernel/Trace.h"
+#include "pixel/MemoryManager.h"
+#include "pixel/PixelMemory.h"
 #include "storage/BackstoreReadError.h"
 #include "storage/Block.h"
 #include "storage/PrivateFile.h"
@@ -63,6 +65,7 @@ private:
 BackstoreFile & BackstoreFile::Instance() {
     static BackstoreFile & instance = *[] {
         auto const made = new BackstoreFile;
+        MemoryManager::Instance().SetFailureReporter([] { Instance().ReportFailure(); });
         std::atexit([] { Instance().UnlinkAll(); });
         return made;
     }();
@@ -100,10 +103,11 @@ void BackstoreFile::UnlinkAll() noexcept {
         array->file.Unlink();
 }
 
-BackstoreSlot BackstoreFile::TakeSlot() {
+// Returns 0, or why there is no slot.
+int BackstoreFile::TakeSlot(BackstoreSlot & slot) {
     Kernel::ScopedLock const guard(lock);
     if (!current)
-        return {};
+        return EBADF; // never opened
     auto & array = *current;
     std::uint32_t number;
     if (!array.freeSlots.empty()) {
@@ -111,15 +115,18 @@ BackstoreSlot BackstoreFile::TakeSlot() {
         array.freeSlots.pop_back();
     } else {
         try {
-            if (array.freeSlots.capacity() <= array.slots.size())
+            if (array.freeSlots.capacity() <= array.slots.size()) {
+                PixelMemory::CheckFault();
                 array.freeSlots.reserve(2 * array.slots.size() + BackstoreArray::initialCapacity);
+            }
             array.slots.push_back(nullptr);
         } catch (std::bad_alloc const &) {
-            return {};
+            return ENOMEM;
         }
         number = static_cast<std::uint32_t>(array.slots.size() - 1);
     }
-    return {&array, number};
+    slot = {&array, number};
+    return 0;
 }
 
 void BackstoreFile::ReturnSlot(BackstoreSlot slot) noexcept {
@@ -166,9 +173,9 @@ void BackstoreFile::ReportFailure() {
 }
 
 bool BackstoreFile::WriteSlot(Block const & block, void const * buffer) {
-    auto const slot = TakeSlot();
-    if (!slot.array) {
-        NoteFailure(EBADF); // never opened
+    BackstoreSlot slot;
+    if (int const error = TakeSlot(slot)) {
+        NoteFailure(error);
         return false;
     }
     if (!WriteFully(slot, buffer)) {

@@ -64,7 +64,7 @@ private:
     BackstoreFile() = default;
     ~BackstoreFile() = delete;
 
-    BackstoreSlot TakeSlot();
+    int TakeSlot(BackstoreSlot & slot);
     void ReturnSlot(BackstoreSlot slot) noexcept;
     void UnlinkAll() noexcept;
     bool WriteFully(BackstoreSlot slot, void const * buffer);

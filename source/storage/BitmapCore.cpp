@@ -49,7 +49,7 @@ std::unique_ptr<BitmapCore> BitmapCore::CloneCore() const {
     {
         // Pixels and marks belong together: a load that ends between the two would leave a clone pending with pixels.
         Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
-        clone->CopyTilesFrom(*this);
+        clone->ShareTilesIntoNew(*this);
         clone->pendingDelayLoad.store(IsPendingDelayLoad(), std::memory_order_release);
         clone->backing = backing;
         clone->profile = profile;
@@ -63,13 +63,18 @@ std::unique_ptr<BitmapCore> BitmapCore::CloneCore() const {
 std::unique_ptr<BitmapCore> BitmapCore::CloneTiles() const {
     auto clone = CreateSame(GetWidth(), GetHeight(), MipmapModeNone);
     Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
-    clone->CopyTilesFrom(*this);
+    clone->ShareTilesIntoNew(*this);
     return clone;
 }
 
 void BitmapCore::CopyTilesFrom(BitmapCore const & source) {
     for (std::size_t i = 0; i < planes.size(); ++i)
         planes[i].ShareTilesFrom(source.planes[i]);
+}
+
+void BitmapCore::ShareTilesIntoNew(BitmapCore const & source) {
+    for (std::size_t i = 0; i < planes.size(); ++i)
+        planes[i].ShareTilesIntoNew(source.planes[i]);
 }
 
 void BitmapCore::CopyPlanesFrom(BitmapCore const * source) {
@@ -104,11 +109,37 @@ void BitmapCore::ForceDelayLoad(bool * abort) const {
     Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
     if (!IsPendingDelayLoad() || IsLoadedByThisThread())
         return;
-    if (!CallLoader(abort) || Kernel::IsAborted(abort))
-        return;
+    bool const isRead = FillFromBacking(abort);
+    guard.Release();
+    if (!isRead && !Kernel::IsAborted(abort))
+        Kernel::Trace("Bitmap<> can't read its backing and stays pending.\r\n");
+}
+
+// Under `delayLoadLock`. Returns whether the backing could be read.
+bool BitmapCore::FillFromBacking(bool * abort) const {
+    bool isRead = false;
+    try {
+        isRead = CallLoader(abort);
+    } catch (...) {
+        DropPixels();
+        throw;
+    }
+    if (!isRead || Kernel::IsAborted(abort)) {
+        DropPixels();
+        return isRead;
+    }
     for (auto & plane : planes)
         plane.SetBacking(backing);
     pendingDelayLoad.store(false, std::memory_order_release);
+    return true;
+}
+
+// Half a picture must not be taken for the picture, should the next attempt write nothing. Marks stay as they are.
+void BitmapCore::DropPixels() const {
+    Tile const empty;
+    for (auto & plane : planes)
+        for (std::size_t i = 0; i < plane.GetTileCount(); ++i)
+            plane.GetTile(i).CopyAndPreserveBacking(&empty);
 }
 
 bool BitmapCore::IsLoadedByThisThread() const { return loadingThread.load() == std::this_thread::get_id(); }
@@ -121,11 +152,7 @@ bool BitmapCore::CallLoader(bool * abort) const {
     loadingThread = std::this_thread::get_id();
     auto const loader = bitmapLoader.load();
     // Everything that a loader may change is mutable.
-    if (loader && backing && loader(const_cast<BitmapCore &>(*this), *backing, abort))
-        return true;
-    if (!Kernel::IsAborted(abort))
-        Kernel::Trace("Bitmap<> can't read its backing and stays pending.\r\n");
-    return false;
+    return loader && backing && loader(const_cast<BitmapCore &>(*this), *backing, abort);
 }
 
 Kernel::JailCounted<Kernel::DelayLoadHolder> BitmapCore::GetBackingData() const { return backing; }

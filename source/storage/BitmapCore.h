@@ -31,10 +31,10 @@ struct BitmapType {
 };
 
 /// Fills a pending bitmap from its backing: decodes it and writes the pixels through pipeline sessions or
-/// `CopyPlanesFrom`. Runs under the bitmap's `delayLoadLock`. An abort that it notices leaves any pixels it likes.
+/// `CopyPlanesFrom`. Runs under the bitmap's `delayLoadLock`. What it has written when it is aborted, returns false or
+/// throws is dropped.
 /// @return false if the backing can't be read, so that the bitmap has to stay pending. A backing that is there but
-/// can't
-///         be decoded is true, with no pixels written.
+///         can't be decoded is true, with no pixels written.
 using BitmapLoader = bool (*)(BitmapCore & bitmap, Kernel::DelayLoadHolder & backing, bool * abort);
 
 /// Sets how pending bitmaps are filled, for the process; the part of the library that decodes documents' images does so
@@ -170,10 +170,13 @@ private:
     static int GetReducedSize(int size, int level);
     std::unique_ptr<BitmapCore> CreateSame(int width, int height, MipmapMode mode) const;
     void CopyTilesFrom(BitmapCore const & source);
+    void ShareTilesIntoNew(BitmapCore const & source);
     void CopyLevelsFrom(BitmapCore const & source);
     void SetBackingAndProfile(Kernel::Counted<Kernel::DelayLoadHolder>, Kernel::Counted<Kernel::Countable const>);
     void LoadFor(char const * operation) const;
+    bool FillFromBacking(bool * abort) const;
     bool CallLoader(bool * abort) const;
+    void DropPixels() const;
     /// Whether it is the loader that asks: what it writes is the load.
     bool IsLoadedByThisThread() const;
     template<class Box>

@@ -36,6 +36,12 @@ void TraceFailedLoad(Kernel::DelayLoadHolder const & holder, char const * conseq
     Kernel::Trace("An item of type %1 can't be loaded: %2\n", holder.GetItemType().GetTag().GetText().data(),
                   consequence);
 }
+
+void TraceLostItem(std::exception_ptr const & reason) noexcept try {
+    std::rethrow_exception(reason);
+} catch (std::exception const & exception) {
+    Kernel::Trace("An item that is yet to be saved is lost: %1\n", exception.what());
+}
 }
 
 Block::Block() {
@@ -118,11 +124,7 @@ void Block::Recover() const {
     place.store(Place::Memory, std::memory_order_seq_cst);
 }
 
-bool Block::DisposeIfPossible() const {
-    bool const isDone = MemoryManager::Instance().Evict(this);
-    BackstoreFile::Instance().ReportFailure();
-    return isDone;
-}
+bool Block::DisposeIfPossible() const { return MemoryManager::Instance().Evict(this); }
 
 Eviction Block::TryEvict() const {
     if (pinCount.load(std::memory_order_relaxed) != 0)
@@ -157,9 +159,10 @@ void Block::ForgetDelayed() const {
         MemoryManager::Instance().DetachDelayed();
 }
 
-// Another block has made the holder's item its own. Each counts and evicts its own bytes, so this one gets a copy.
-// Under the holder's lock, which the owner needs in order to go, and this block's `bufferLock`.
-Kernel::Counted<Data> Block::CopyOfOwned(Data const & owned) {
+// Another block has made the holder's item its own. Each counts and evicts its own bytes, so this one gets a copy: of
+// what is stored, if the owner has changed the item since or may be changing it now. Null if that can't be had. Under
+// the holder's lock, which the owner needs in order to go, and this block's `bufferLock`.
+Kernel::Counted<Data> Block::CopyOfOwned(Data const & owned, Kernel::DelayLoadHolder & holder) {
     auto copy = Kernel::MakeCounted<Data>();
     auto const owner = owned.GetOwner();
     for (;;) {
@@ -169,12 +172,16 @@ Kernel::Counted<Data> Block::CopyOfOwned(Data const & owned) {
             std::this_thread::yield();
             continue;
         }
+        // A writer that comes later waits for this lock in `GetMutableBuffer`.
+        if (owner->HasMutableSession() || (!owned.GetState().CanShare() && holder.CanReload()))
+            break;
         if (owner->IsDisposed())
             BackstoreFile::Instance().ReadSlot(*owner, copy->GetBuffer());
         else
             std::memcpy(copy->GetBuffer(), owned.GetBuffer(), ByteCount);
         return copy;
     }
+    return Kernel::DynamicCast<Data>(holder.LoadStoredItem());
 }
 
 // Under `bufferLock`, without `data`. Makes the holder's item this block's own.
@@ -184,9 +191,9 @@ bool Block::LoadThroughHolder() const {
     if (!holder->LoadItemI())
         return false;
     auto loaded = Kernel::DynamicCast<Data>(holder->GetItem());
-    if (loaded && !loaded->Own(this))
-        loaded = CopyOfOwned(*loaded);
-    if (!loaded || !loaded->GetBuffer())
+    if (loaded && loaded->GetOwner())
+        loaded = CopyOfOwned(*loaded, *holder);
+    if (!loaded || !loaded->GetBuffer()) // an item loses its buffer when the disk does
         return false;
     AdoptData(std::move(loaded));
     return true;
@@ -268,39 +275,51 @@ unsigned int * Block::GetMutableBuffer() {
         MakeBuffer();
         held = data.Get();
     }
-    held->GetState().MarkAsDirty();
+    if (delayLoad.Get()) { // another block of this item may be copying the bytes
+        Kernel::ScopedLock const guard(bufferLock);
+        held->GetState().MarkAsDirty();
+    } else {
+        held->GetState().MarkAsDirty();
+    }
     version.fetch_add(1, std::memory_order_acq_rel);
     return held->GetBuffer();
 }
 
 // Puts the bytes of a block that goes while on disk back into its item, for those who still hold that, such as a save
-// that has yet to write it.
-void Block::RestoreShared(Data const & shared) const noexcept {
+// that has yet to write it. Returns why that failed, or null.
+std::exception_ptr Block::RestoreShared(Data const & shared) const noexcept {
     try {
         OwnedBuffer buffer;
         BackstoreFile::Instance().ReadSlot(*this, buffer.Get());
         shared.SetBuffer(buffer.Release());
-    } catch (std::exception const & exception) {
-        Kernel::Trace("An item that is yet to be saved is lost: %1\n", exception.what());
+        return nullptr;
+    } catch (std::exception const &) {
+        return std::current_exception();
     }
+}
+
+// What remains in memory of an item without a block isn't counted, so the holder lets go of it if it can. Returns why
+// bytes that are still wanted were lost, or null.
+std::exception_ptr Block::GiveBackData(Data & held, Kernel::DelayLoadHolder * holder) const noexcept {
+    std::optional<Kernel::ScopedLock<Kernel::DelayLoadHolder>> guard;
+    if (holder)
+        guard.emplace(*holder);
+    if (holder && holder->GetItem().Get() == &held)
+        holder->DropItem();
+    // Who else holds it: a document that keeps a changed item, or a save that has yet to write it.
+    auto const loss = IsDisposed() && held.GetCount() > 1 ? RestoreShared(held) : nullptr;
+    held.Disown();
+    return loss;
 }
 
 // Back to unallocated, with everything that was counted taken back.
 void Block::GiveBackContent() {
-    MemoryManager::Instance().Detach(this); // from here on no walk can reach this block
+    if (data.Get())
+        MemoryManager::Instance().Detach(this); // from here on no walk can reach this block
     auto const holder = delayLoad.Exchange(nullptr);
-    if (auto const held = data.Exchange(nullptr)) {
-        if (holder) {
-            Kernel::ScopedLock const guard(*holder);
-            if (IsDisposed() && held->GetCount() > 1 && !(holder->DropItem() && held->GetCount() == 1))
-                RestoreShared(*held);
-            held->Disown();
-        } else {
-            if (IsDisposed() && held->GetCount() > 1) // a save that has not written it yet
-                RestoreShared(*held);
-            held->Disown();
-        }
-    }
+    if (auto const held = data.Exchange(nullptr))
+        if (auto const loss = GiveBackData(*held, holder.Get()))
+            TraceLostItem(loss);
     if (IsDisposed()) {
         BackstoreFile::Instance().FreeSlot(*this);
         MemoryManager::Instance().TileRecovered();
@@ -339,9 +358,14 @@ void Block::CopyRects(Block const & source) {
     std::copy_n(copied, rectKinds, rects);
 }
 
-bool Block::IsRectValid(RectKind kind) const {
+bool Block::IsRectValid(RectKind kind) const { return FindRect(kind).has_value(); }
+
+std::optional<RectT<int>> Block::FindRect(RectKind kind) const {
     Kernel::ScopedLock const guard(rectLock);
-    return rects[int(kind)].version == version.load(std::memory_order_acquire);
+    auto const & cached = rects[int(kind)];
+    if (cached.version != version.load(std::memory_order_acquire))
+        return std::nullopt;
+    return cached.rect;
 }
 
 RectT<int> Block::GetRect(RectKind kind, int width, int height) const {
@@ -350,17 +374,21 @@ RectT<int> Block::GetRect(RectKind kind, int width, int height) const {
     width = std::clamp(width, 0, Stride);
     height = std::clamp(height, 0, Height);
     bool const isWhole = width == Stride && height == Height;
-    auto & cached = rects[int(kind)];
-    Kernel::ScopedLock const guard(rectLock);
+    if (auto const known = isWhole ? FindRect(kind) : std::nullopt)
+        return *known;
     // Read before the bytes are: a writer that comes later raises it, which makes what is cached stale at once.
     auto const present = version.load(std::memory_order_acquire);
-    if (isWhole && cached.version == present)
-        return cached.rect;
+    // Before the lock: both may wait for the disk, and send messages.
     ConstBlockPin const pin(*this);
     auto const buffer = GetConstBuffer();
-    bool const isQuiet = !HasMutableSession();
+    // Zeros in place of what couldn't be loaded are no lasting answer either.
+    bool const isLasting = !HasMutableSession() && !(delayLoad.Get() && buffer == GetStaticBlock(false, false));
+    Kernel::ScopedLock const guard(rectLock);
+    auto & cached = rects[int(kind)];
+    if (isWhole && cached.version == version.load(std::memory_order_acquire))
+        return cached.rect; // somebody else was here first
     auto const rect = scans[int(kind)](buffer, width, height);
-    if (isWhole && isQuiet)
+    if (isWhole && isLasting)
         cached = {rect, present};
     return rect;
 }

@@ -14,6 +14,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <exception>
+#include <optional>
 
 namespace Kernel {
 class DelayLoadHolder;
@@ -128,14 +130,16 @@ private:
     void Recover() const;
     void RecoverForPin() const;
     bool LoadThroughHolder() const;
-    static Kernel::Counted<Data> CopyOfOwned(Data const & owned);
+    static Kernel::Counted<Data> CopyOfOwned(Data const & owned, Kernel::DelayLoadHolder & holder);
     void AdoptData(Kernel::Counted<Data> made) const;
     void ForgetDelayed() const;
     void MakeBuffer();
-    void RestoreShared(Data const & shared) const noexcept;
+    std::exception_ptr RestoreShared(Data const & shared) const noexcept;
+    std::exception_ptr GiveBackData(Data & held, Kernel::DelayLoadHolder * holder) const noexcept;
     void GiveBackContent();
     void CopyRects(Block const & source);
     bool IsRectValid(RectKind kind) const;
+    std::optional<RectT<int>> FindRect(RectKind kind) const;
     RectT<int> GetRect(RectKind kind, int width, int height) const;
 
     AtomicCounted<Kernel::DelayLoadHolder> mutable delayLoad; // where the bytes can be loaded from, or null
@@ -146,8 +150,8 @@ private:
     // `place` to Leaving before it reads `pinCount`: with sequentially consistent operations one of them sees the
     // other, so a pin takes the lock only if the buffer is gone or going.
     Kernel::CriticalSectionSpin mutable bufferLock{Kernel::LockRank::BlockBuffer};
-    // Guards the cached rects. Held over the scan, and over recovery if the bytes are on disk, so that they are
-    // looked at once. Taken before `bufferLock`.
+    // Guards the cached rects. Held over the scan, so that the bytes are looked at once, but not while they are loaded.
+    // Stands before `bufferLock`.
     Kernel::CriticalSectionSpin mutable rectLock{Kernel::LockRank::BlockRect};
     CachedRect mutable rects[rectKinds];
     std::atomic<std::uint64_t> version{0}; // raised before each change of the bytes

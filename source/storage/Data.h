@@ -33,6 +33,7 @@ public:
 
     /// Belongs to `block` from now on, unless it belongs to another one.
     /// @return whether it belongs to `block`.
+    /// The owner of a holder's item changes under the holder's lock.
     bool Own(Block const * block) noexcept;
     void Disown() noexcept { owner.store(nullptr, std::memory_order_release); }
     Block const * GetOwner() const noexcept { return owner.load(std::memory_order_acquire); }

@@ -188,6 +188,11 @@ void PlaneCore::ShareTilesFrom(PlaneCore const & source) {
     Tile::CopyRange(tiles.get(), source.tiles.get(), GetTileCount());
 }
 
+void PlaneCore::ShareTilesIntoNew(PlaneCore const & source) {
+    if (grid == source.grid && this != &source)
+        Tile::CopyRangeToNew(tiles.get(), source.tiles.get(), GetTileCount());
+}
+
 void PlaneCore::SetBacking(Kernel::Counted<Kernel::DelayLoadHolder> const & backing) {
     for (std::size_t i = 0, count = GetTileCount(); i < count; ++i)
         tiles[i].SetBacking(backing);

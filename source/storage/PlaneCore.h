@@ -75,6 +75,8 @@ public:
 
     /// Shares every tile of a plane with the same grid, backing included. Another grid: does nothing.
     void ShareTilesFrom(PlaneCore const & source);
+    /// The same for a plane that was just made and that no other thread sees yet: at less cost.
+    void ShareTilesIntoNew(PlaneCore const & source);
     /// Marks every tile as equal to what the holder holds; null takes the mark away.
     void SetBacking(Kernel::Counted<Kernel::DelayLoadHolder> const & backing);
 

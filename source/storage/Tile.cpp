@@ -65,6 +65,17 @@ void Tile::CopyRange(Tile * dest, Tile const * source, std::size_t count) noexce
     }
 }
 
+void Tile::CopyRangeToNew(Tile * dest, Tile const * source, std::size_t count) noexcept {
+    for (auto const end = dest + count; dest != end;) {
+        auto const part = std::min(static_cast<std::size_t>(end - dest), TileLocks::CountInGroup(source));
+        TileLock const guard(TileLocks::Of(source));
+        for (auto const partEnd = dest + part; dest != partEnd; ++dest, ++source) {
+            dest->inner.Init(Kernel::Counted<Block>(source->inner.Get()));
+            dest->backing = source->backing;
+        }
+    }
+}
+
 bool Tile::IsZeroTileBuffer() const { return StaticTiles::Is(inner.Get(), StaticTiles::Zero); }
 
 bool Tile::IsFullTileBuffer() const { return StaticTiles::Is(inner.Get(), StaticTiles::Full); }

@@ -40,6 +40,8 @@ public:
     ~Tile();
     /// As `count` assignments, at less cost. The ranges don't overlap.
     static void CopyRange(Tile * dest, Tile const * source, std::size_t count) noexcept;
+    /// The same to tiles that were just made and that no other thread sees yet, at the cost of the increments.
+    static void CopyRangeToNew(Tile * dest, Tile const * source, std::size_t count) noexcept;
 
     /// Makes the zero, full and full float tiles, which stay in memory until they are destroyed. Must run once before
     /// planes are used; a second time does nothing.

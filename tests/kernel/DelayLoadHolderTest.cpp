@@ -112,6 +112,30 @@ TEST(DelayLoadHolder, DropsOnlyWhatTheStoreStillHas) {
     EXPECT_TRUE(holder->IsLoaded());
 }
 
+TEST(DelayLoadHolder, LoadsTheStoredItemBesideAChangedOne) {
+    auto const holder = MakeCounted<StoredHolder>();
+    ScopedLock const lock(*holder);
+    ASSERT_TRUE(holder->LoadItemI());
+    auto const kept = holder->GetItem();
+    kept->GetState().MarkAsDirty();
+    auto const stored = holder->LoadStoredItem();
+    ASSERT_TRUE(stored);
+    EXPECT_NE(stored, kept);
+    EXPECT_TRUE(stored->GetState().CanShare());
+    EXPECT_EQ(holder->GetItem(), kept);
+    holder->failuresLeft = 1;
+    EXPECT_FALSE(holder->LoadStoredItem());
+    EXPECT_EQ(holder->GetItem(), kept) << "also when the store fails";
+    EXPECT_TRUE(holder->IsLoaded());
+}
+
+TEST(DelayLoadHolder, HasNoStoredItemWithoutAStore) {
+    auto const holder = DelayLoadHolder::Create(Item::GetType(), MakeCounted<Item>());
+    ScopedLock const lock(*holder);
+    EXPECT_FALSE(holder->LoadStoredItem());
+    EXPECT_TRUE(holder->IsLoaded());
+}
+
 TEST(DelayLoadHolder, GivesNoItemForANullHolder) {
     DelayLoadHolder::TempLoadItem const temp(Counted<DelayLoadHolder>{});
     EXPECT_EQ(temp.GetItem(), nullptr);

@@ -139,14 +139,14 @@ TEST_F(LockOrderTest, IgnoresSectionsWithoutRank) {
     EXPECT_TRUE(violations.empty());
 }
 
-TEST_F(LockOrderTest, ForbidsCallingOutUnderALeafOnly) {
-    CriticalSection registry(LockRank::ProfileRegistry), leaf(LockRank::Leaf);
-    ScopedLock const first(registry);
-    LockOrder::WillCallOut();
-    EXPECT_TRUE(violations.empty());
-    ScopedLock const second(leaf);
-    LockOrder::WillCallOut();
-    EXPECT_EQ(violations.size(), 1u);
+TEST_F(LockOrderTest, ForbidsCallingOutUnderLocksOfTilesAndBelow) {
+    for (auto rank = LockRank::Bitmap; rank <= LockRank::Leaf; rank = LockRank(int(rank) + 1)) {
+        CriticalSection section(rank);
+        ScopedLock const lock(section);
+        LockOrder::WillCallOut();
+        EXPECT_EQ(violations.size(), rank < LockRank::BlockRect ? 0u : 1u) << int(rank);
+        violations.clear();
+    }
 }
 
 TEST_F(LockOrderTest, KeepsAStackForEachThread) {

@@ -1,5 +1,7 @@
 #include "pixel/MemoryManager.h"
 
+#include "kernel/LockOrder.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -116,6 +118,34 @@ TEST_F(MemoryManagerTest, StopsTheWalkWhenTheDiskRefuses) {
     Add();
     EXPECT_EQ(Present(), "11111111111111111") << "the second could have gone, but asking would have been in vain";
     EXPECT_EQ(ledger.GetPlanarUsage(), 17 * block);
+}
+
+TEST_F(MemoryManagerTest, ADiskThatEndsAWalkIsReportedOnceTheLedgerIsFree) {
+    static int reports;
+    reports = 0;
+    ledger.SetFailureReporter([] {
+        ++reports;
+        EXPECT_EQ(Kernel::LockOrder::GetHeldCount(), 0);
+        std::thread([] { MemoryManager::Instance().CountListedBlocks(); }).join(); // waits for the main lock
+    });
+    Add(32);
+    (*this)[0].isDiskFailing = true;
+    ledger.SetDRAMLimit(1);
+    EXPECT_EQ(reports, 1);
+    ledger.AttachInterleaved(0);
+    EXPECT_EQ(reports, 2);
+    EXPECT_FALSE(ledger.Evict(&(*this)[0]));
+    EXPECT_EQ(reports, 3);
+    Add();
+    EXPECT_EQ(reports, 3) << "who attaches reports when his own locks are released";
+    (*this)[1].isPinned = true;
+    EXPECT_FALSE(ledger.Evict(&(*this)[1]));
+    (*this)[0].isDiskFailing = false;
+    ledger.AttachInterleaved(0);
+    EXPECT_EQ(reports, 3) << "neither a busy block nor success is news";
+    ledger.SetFailureReporter(nullptr);
+    (*this)[2].isDiskFailing = true;
+    ledger.SetDRAMLimit(0);
 }
 
 TEST_F(MemoryManagerTest, NeverEvictsTheBlockThatIsAttached) {

@@ -1,5 +1,6 @@
 #include "storage/BackstoreFile.h"
 
+#include "pixel/PixelMemory.h"
 #include "storage/BlockEnvironment.h"
 #include "storage/TraceCapture.h"
 
@@ -7,6 +8,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 
 namespace Raster {
@@ -105,6 +107,23 @@ TEST_F(BackstoreFileTest, WithoutAPlaceNothingIsEvictedAndItIsSaid) {
         EXPECT_EQ(Read(*block), MakeNoise(1));
     }
     backstore.Open(folder.GetPath());
+}
+
+TEST_F(BackstoreFileTest, MemoryThatIsExhaustedIsNotTakenForAMissingFile) {
+    std::vector<Kernel::Counted<Block>> blocks;
+    for (unsigned i = 0; i < 1024; ++i) { // room for so many slots is had from the start
+        blocks.push_back(MakeNoiseBlock(i));
+        ASSERT_TRUE(blocks.back()->DisposeIfPossible());
+    }
+    auto const block = MakeNoiseBlock(1024);
+    TraceCapture trace;
+    PixelMemory::FailAllocation(1);
+    EXPECT_FALSE(block->DisposeIfPossible());
+    auto const messages = trace.Take();
+    ASSERT_EQ(messages.size(), 1);
+    EXPECT_NE(messages[0].find(std::generic_category().message(ENOMEM)), std::string::npos) << messages[0];
+    EXPECT_TRUE(block->DisposeIfPossible());
+    EXPECT_EQ(Read(*block), MakeNoise(1024));
 }
 
 TEST_F(BackstoreFileTest, ANewPlaceKeepsTheOldFileWhileSlotsInItAreInUse) {

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -18,7 +19,16 @@ using Rect = Kernel::RectT<int>;
 
 /// Stands in for the decoder: what it does is set by each test.
 struct TestLoader {
-    enum class Mode { Paint, Unreadable, Undecodable, AbortHalfway, PaintByCopy, PaintOutsideAPipeline };
+    enum class Mode {
+        Paint,
+        Unreadable,
+        Undecodable,
+        AbortHalfway,
+        UnreadableHalfway,
+        ThrowHalfway,
+        PaintByCopy,
+        PaintOutsideAPipeline,
+    };
     static inline std::atomic<Mode> mode{Mode::Paint};
     static inline std::atomic<int> calls{0};
 
@@ -38,10 +48,13 @@ struct TestLoader {
         }
         if (mode == Mode::PaintOutsideAPipeline) // which asks for the very load that is running
             ModelAccessor<RGBA8Bitmap>(&typed, nullptr, /*nonPipeline=*/true).Write({});
-        Paint(typed, {0, 0, typed.GetWidth(), mode == Mode::AbortHalfway ? 1 : typed.GetHeight()});
+        bool const isHalf = mode == Mode::AbortHalfway || mode == Mode::UnreadableHalfway || mode == Mode::ThrowHalfway;
+        Paint(typed, {0, 0, typed.GetWidth(), isHalf ? 1 : typed.GetHeight()});
         if (mode == Mode::AbortHalfway)
             Kernel::RequestAbort(abort);
-        return true;
+        if (mode == Mode::ThrowHalfway)
+            throw std::bad_alloc();
+        return mode != Mode::UnreadableHalfway;
     }
 };
 
@@ -100,6 +113,7 @@ TEST_F(BitmapLoadTest, AbortLeavesItPendingAndChangesNoMark) {
     EXPECT_TRUE(abort);
     EXPECT_TRUE(bitmap->IsPendingDelayLoad());
     EXPECT_FALSE(bitmap->GetPlane(0).GetTile(0).IsBackedBy(holder)); // written, and so no longer marked
+    EXPECT_FALSE(bitmap->GetPlane(0).GetTile(0).IsAllocated());
     TestLoader::mode = TestLoader::Mode::Paint;
     bitmap->ForceDelayLoad(nullptr);
     ExpectLoaded(*bitmap);
@@ -209,6 +223,26 @@ TEST_F(BitmapLoadTest, UndecodableBackingGivesAnEmptyPictureThatIsBacked) {
     EXPECT_TRUE(bitmap->GetBackingData() == holder.Get());
     EXPECT_TRUE(bitmap->GetPlane(0).GetTile(0).IsBackedBy(holder));
     EXPECT_EQ(Rect(), bitmap->GetAllocatedBoundingBox());
+}
+
+TEST_F(BitmapLoadTest, HalfALoadIsNeverTakenForThePicture) {
+    for (auto const mode :
+         {TestLoader::Mode::AbortHalfway, TestLoader::Mode::UnreadableHalfway, TestLoader::Mode::ThrowHalfway}) {
+        auto const bitmap = MakePending();
+        bool abort = false;
+        TestLoader::mode = mode;
+        if (mode == TestLoader::Mode::ThrowHalfway)
+            EXPECT_THROW(bitmap->ForceDelayLoad(&abort), std::bad_alloc);
+        else
+            bitmap->ForceDelayLoad(&abort);
+        EXPECT_TRUE(bitmap->IsPendingDelayLoad());
+        EXPECT_FALSE(bitmap->GetPlane(0).GetTile(0).IsAllocated());
+        TestLoader::mode = TestLoader::Mode::Undecodable;
+        bitmap->ForceDelayLoad(nullptr);
+        EXPECT_FALSE(bitmap->IsPendingDelayLoad());
+        EXPECT_EQ(Rect(), bitmap->GetNonZeroBoundingBox());
+        EXPECT_TRUE(bitmap->GetPlane(0).GetTile(0).IsBackedBy(holder));
+    }
 }
 
 TEST_F(BitmapLoadTest, ScrubAndDeduplicateLoadNothing) {

@@ -21,6 +21,11 @@ using Rect = Kernel::RectT<int>;
 using Bytes = std::vector<unsigned char>;
 Bytes const zeros(65536, 0);
 
+/// Items of tiles refer to nothing, so they never look at their store.
+alignas(16) char standIn[16];
+auto & noStoreOut = reinterpret_cast<Kernel::FileStoreOut &>(standIn);
+auto & noStore = reinterpret_cast<Kernel::FileStore &>(standIn);
+
 TEST_F(BlockTest, IsBornUnallocatedAndDescribedExactly) {
     auto const block = Kernel::MakeCounted<Block>();
     EXPECT_FALSE(block->IsAllocated());
@@ -305,6 +310,49 @@ TEST_F(BlockTest, AFailedLoadReadsAsZerosAndIsTriedAgain) {
     ExpectAtRest(1, 0, 0);
 }
 
+TEST_F(BlockTest, ZerosOfAFailedLoadAreNotRememberedInRects) {
+    std::vector<unsigned char> stored(bytes);
+    stored[3 * 256 + 4] = 1;
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(stored);
+    auto const block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    holder->isBroken = true;
+    TraceCapture trace;
+    EXPECT_EQ(block->GetDataRect(), Rect{});
+    EXPECT_EQ(trace.Take().size(), 1);
+    EXPECT_FALSE(block->IsDataRectValid());
+    holder->isBroken = false;
+    EXPECT_EQ(block->GetDataRect(), (Rect{4, 3, 5, 4}));
+    EXPECT_TRUE(block->IsDataRectValid());
+}
+
+TEST_F(BlockTest, ARectThatMeetsAFailingDiskSendsItsMessageWithNoLockHeld) {
+    ledger.SetDRAMLimit(0);
+    auto const disposed = MakeNoiseBlock(34), resident = MakeNoiseBlock(35);
+    ASSERT_TRUE(disposed->IsDisposed());
+    TestDisk::writeFault = TestDisk::Fault::Error;
+    TraceCapture trace; // looks at what is held
+    disposed->GetDataRect();
+    EXPECT_EQ(trace.Take().size(), 1);
+    TestDisk::writeFault = TestDisk::Fault::None;
+}
+
+TEST_F(BlockTest, AnItemThatIsLostWithItsBlockIsToldOfAndNeverSaved) {
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(29));
+    auto block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    Write(*block, MakeNoise(32));
+    ASSERT_TRUE(block->DisposeIfPossible());
+    TestDisk::readFault = TestDisk::Fault::Error;
+    TraceCapture trace;
+    block.Reset();
+    EXPECT_EQ(trace.Take().size(), 1);
+    TestDisk::readFault = TestDisk::Fault::None;
+    Kernel::MemoryOutStream stream;
+    EXPECT_THROW(holder->GetItem()->Save(stream, noStoreOut), Kernel::OutStream::WriteException);
+    EXPECT_EQ(stream.GetSize(), 0);
+}
+
 TEST_F(BlockTest, AWriteToWhatCannotBeLoadedStandsOnZeros) {
     TraceCapture trace;
     auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(23));
@@ -374,6 +422,112 @@ TEST_F(BlockTest, AnUnchangedItemOnDiskIsDroppedWithItsBlockAndLoadedAgain) {
     EXPECT_EQ(holder->loads, 2);
 }
 
+TEST_F(BlockTest, AnUnchangedItemInMemoryIsDroppedWithItsBlockToo) {
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(28));
+    auto block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    Read(*block);
+    block.Reset();
+    ExpectAtRest(0, 0, 0); // the buffer is gone with what was counted
+    EXPECT_FALSE(holder->IsLoaded());
+}
+
+TEST_F(BlockTest, AChangedItemInMemoryStaysWithItsHolderAndServesTheNextBlock) {
+    auto holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(28));
+    auto block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    Write(*block, MakeNoise(29));
+    block.Reset();
+    EXPECT_EQ(SlabAllocator::Instance().GetUsedCount(), 1) << "that of the holder";
+    block = Kernel::MakeCounted<Block>();
+    block->SetDelayLoad(holder);
+    EXPECT_EQ(Read(*block), MakeNoise(29));
+    ExpectAtRest(1, 0, 0);
+}
+
+TEST_F(BlockTest, ACopyOfAnItemThatGoesLeavesTheItemOfItsOwner) {
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(25));
+    auto const owner = Kernel::MakeCounted<Block>();
+    auto copy = Kernel::MakeCounted<Block>();
+    owner->SetDelayLoad(holder);
+    Read(*owner);
+    copy->SetDelayLoad(holder);
+    Read(*copy);
+    auto const item = holder->GetItem();
+    copy.Reset();
+    EXPECT_EQ(holder->GetItem(), item);
+    ExpectAtRest(1, 0, 0);
+}
+
+TEST_F(BlockTest, AnItemWithoutBytesIsNobodys) {
+    auto const item = Kernel::MakeCounted<Data>();
+    item->FreeBuffer(); // as a failed disk leaves it
+    auto const holder = Kernel::DelayLoadHolder::Create(Data::GetItemType(), item);
+    TraceCapture trace;
+    {
+        auto const block = Kernel::MakeCounted<Block>();
+        block->SetDelayLoad(holder);
+        EXPECT_EQ(Read(*block), zeros);
+        EXPECT_EQ(item->GetOwner(), nullptr);
+    }
+    Kernel::MemoryOutStream stream;
+    EXPECT_THROW(item->Save(stream, noStoreOut), Kernel::OutStream::WriteException);
+}
+
+TEST_F(BlockTest, WhatOneBlockChangesInAnItemAnotherLoadsAsItWasStored) {
+    auto const holder = Kernel::MakeCounted<DocumentHolder>(MakeNoise(25));
+    auto const first = Kernel::MakeCounted<Block>(), second = Kernel::MakeCounted<Block>(),
+               third = Kernel::MakeCounted<Block>();
+    for (auto const & block : {first, second, third})
+        block->SetDelayLoad(holder);
+    Write(*first, MakeNoise(26));
+    EXPECT_EQ(Read(*second), MakeNoise(25));
+    ASSERT_TRUE(first->DisposeIfPossible());
+    EXPECT_EQ(Read(*third), MakeNoise(25));
+    EXPECT_EQ(Read(*first), MakeNoise(26));
+    EXPECT_EQ(Kernel::DynamicCast<Data>(holder->GetItem())->GetOwner(), first.Get());
+    ExpectAtRest(3, 0, 0);
+}
+
+TEST_F(BlockTest, AnItemIsNotCopiedWhileItsOwnerIsWritten) {
+    Bytes const ones(bytes, 1);
+    for (int round = 0; round < 50; ++round) {
+        auto const holder = Kernel::MakeCounted<DocumentHolder>(zeros);
+        auto const owner = Kernel::MakeCounted<Block>(), other = Kernel::MakeCounted<Block>();
+        owner->SetDelayLoad(holder);
+        other->SetDelayLoad(holder);
+        Read(*owner);
+        std::atomic<bool> isWriting{false};
+        std::thread writer([&] {
+            isWriting = true;
+            Write(*owner, ones);
+        });
+        while (!isWriting)
+            std::this_thread::yield();
+        EXPECT_TRUE(Read(*other) == zeros) << "round " << round;
+        writer.join();
+    }
+}
+
+TEST_F(BlockTest, WhatHoldsNoBytesGoesWithoutWaitingForAnEviction) {
+    static std::atomic<int> gone;
+    gone = 0;
+    auto const block = MakeNoiseBlock(36);
+    backstore.SetFileFunctions(nullptr, [](int file, void const * content, size_t count, off_t offset) {
+        std::thread([] { // the ledger's lock is held by the thread that writes
+            Kernel::MakeCounted<Block>().Reset();
+            auto const pending = Kernel::MakeCounted<Block>();
+            pending->SetDelayLoad(Kernel::MakeCounted<DocumentHolder>(zeros));
+            ++gone;
+        })
+            .join();
+        return pwrite(file, content, count, offset);
+    });
+    EXPECT_TRUE(block->DisposeIfPossible());
+    EXPECT_EQ(gone, 1);
+    TestDisk::Install();
+}
+
 TEST_F(BlockTest, ACopyOnWriteHolderCopiesWhatIsShared) {
     Kernel::COW<Block> const empty;
     EXPECT_FALSE(empty->IsAllocated());
@@ -386,11 +540,6 @@ TEST_F(BlockTest, ACopyOnWriteHolderCopiesWhatIsShared) {
     EXPECT_EQ(first.GetMutable(), shared) << "nobody else holds it now";
     EXPECT_EQ(Read(*first), MakeNoise(70));
 }
-
-/// Items of tiles refer to nothing, so they never look at their store.
-alignas(16) char standIn[16];
-auto & noStoreOut = reinterpret_cast<Kernel::FileStoreOut &>(standIn);
-auto & noStore = reinterpret_cast<Kernel::FileStore &>(standIn);
 
 TEST_F(BlockTest, AnItemIsStoredAsItsBytesAlsoFromDisk) {
     auto const block = Kernel::MakeCounted<Block>();
@@ -498,6 +647,24 @@ TEST_P(FailingDiskTest, AFailedWriteEndsTheWalkAndTheLimitGivesWay) {
     EXPECT_LE(ledger.GetPlanarUsage(), 1 << 20);
     for (unsigned i = 0; i < 41; ++i)
         EXPECT_EQ(Read(*blocks[i]), MakeNoise(i)) << i;
+}
+
+TEST_P(FailingDiskTest, AWalkThatBuffersOrANewLimitBeginSaysSoAtOnce) {
+    TraceCapture trace;
+    ledger.SetDRAMLimit(2);
+    std::vector<Kernel::Counted<Block>> blocks;
+    for (unsigned i = 0; i < 20; ++i)
+        blocks.push_back(MakeNoiseBlock(i));
+    TestDisk::writeFault = GetParam();
+    ledger.SetDRAMLimit(1);
+    EXPECT_EQ(trace.Take().size(), 1);
+    TestDisk::writeFault = TestDisk::Fault::None;
+    ASSERT_TRUE(blocks[0]->DisposeIfPossible()); // the episode is over
+    TestDisk::writeFault = GetParam();
+    ledger.AttachInterleaved(1);
+    ledger.DetachInterleaved(1);
+    EXPECT_EQ(trace.Take().size(), 1);
+    TestDisk::writeFault = TestDisk::Fault::None;
 }
 
 INSTANTIATE_TEST_SUITE_P(Writes, FailingDiskTest, testing::Values(TestDisk::Fault::Error, TestDisk::Fault::Short));

@@ -1,3 +1,5 @@
+#include "pixel/PixelMemory.h"
+#include "storage/BackstoreReadError.h"
 #include "storage/BlockDeduplicationSupport.h"
 #include "storage/BlockEnvironment.h"
 #include "storage/Tile.h"
@@ -5,10 +7,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <list>
 #include <mutex>
+#include <new>
 #include <shared_mutex>
 #include <thread>
+#include <unistd.h>
 
 namespace Raster {
 namespace {
@@ -25,6 +30,8 @@ class TileRaceTest : public BlockTest {
 protected:
     TileRaceTest() { Tile::InitStaticTiles(); }
     ~TileRaceTest() override { Tile::DestroyStaticTiles(); }
+    /// Every tile holds what it should, no session is open, and the ledger counts what there is.
+    void ExpectAllHeld(std::vector<Subject> & subjects);
 };
 
 bool Holds(Tile const & tile, std::vector<std::uint32_t> const & content) {
@@ -38,9 +45,15 @@ public:
 
     void Run(int steps) {
         for (int i = 0; i < steps; ++i)
-            Step(Pick());
+            try {
+                Step(Pick());
+            } catch (BackstoreReadError const &) { // nothing was done then
+                ++failedReads;
+            } catch (std::bad_alloc const &) { // nor then
+                ++failedAllocations;
+            }
     }
-    int mismatches = 0;
+    int mismatches = 0, failedReads = 0, failedAllocations = 0;
 
 private:
     Subject & Pick() { return subjects[random() % subjects.size()]; }
@@ -103,13 +116,14 @@ private:
     void FillWhole(Subject & subject) {
         static constexpr std::uint32_t words[] = {0, 0xFFFFFFFF, 0x3F800000, 1};
         std::unique_lock const guard(subject.lock);
-        std::fill(subject.content.begin(), subject.content.end(), words[random() % 4]);
-        if (random() % 4 == 0 && subject.content[0] == 0) {
+        auto const word = words[random() % 4];
+        if (word == 0 && random() % 4 == 0) {
             subject.tile.Unallocate();
-            return;
+        } else {
+            MutableTileGuard const session(subject.tile);
+            std::fill_n(session.GetBuffer(), 16384, word); // what throws does so before anything has changed
         }
-        MutableTileGuard const session(subject.tile);
-        std::memcpy(session.GetBuffer(), subject.content.data(), 65536);
+        std::fill(subject.content.begin(), subject.content.end(), word);
     }
 
     void Copy(Subject & dest, Subject & source) {
@@ -134,26 +148,36 @@ private:
     std::mt19937 random;
 };
 
-TEST_F(TileRaceTest, EightThreadsWorkOnAHundredTilesUnderOneMebibyte) {
-    ledger.SetDRAMLimit(1);
-    std::vector<Subject> subjects(100);
 #ifdef RASTER_SANITIZED
-    int const steps = 600;
+constexpr int workerSteps = 600;
 #else
-    int const steps = 4000;
+constexpr int workerSteps = 4000;
 #endif
-    {
-        std::list<Worker> workers;
-        for (unsigned i = 0; i < 8; ++i)
-            workers.emplace_back(subjects, i);
-        std::vector<std::thread> threads;
-        for (auto & worker : workers)
-            threads.emplace_back([&worker, steps] { worker.Run(steps); });
-        for (auto & thread : threads)
-            thread.join();
-        for (auto const & worker : workers)
-            EXPECT_EQ(worker.mismatches, 0);
+
+struct Failures {
+    int reads = 0, allocations = 0;
+};
+
+/// Eight workers at once. Returns how often something kept one of them from its work.
+Failures RunWorkers(std::vector<Subject> & subjects) {
+    std::list<Worker> workers;
+    for (unsigned i = 0; i < 8; ++i)
+        workers.emplace_back(subjects, i);
+    std::vector<std::thread> threads;
+    for (auto & worker : workers)
+        threads.emplace_back([&worker] { worker.Run(workerSteps); });
+    for (auto & thread : threads)
+        thread.join();
+    Failures failures;
+    for (auto const & worker : workers) {
+        EXPECT_EQ(worker.mismatches, 0);
+        failures.reads += worker.failedReads;
+        failures.allocations += worker.failedAllocations;
     }
+    return failures;
+}
+
+void TileRaceTest::ExpectAllHeld(std::vector<Subject> & subjects) {
     std::uint64_t resident = 3, disposed = 0; // the static tiles are resident
     std::vector<Block const *> blocks;
     for (auto & subject : subjects) {
@@ -172,6 +196,48 @@ TEST_F(TileRaceTest, EightThreadsWorkOnAHundredTilesUnderOneMebibyte) {
         disposed += block->IsDisposed();
     }
     ExpectAtRest(resident, disposed, 0);
+}
+
+TEST_F(TileRaceTest, EightThreadsWorkOnAHundredTilesUnderOneMebibyte) {
+    ledger.SetDRAMLimit(1);
+    std::vector<Subject> subjects(100);
+    auto const failures = RunWorkers(subjects);
+    EXPECT_EQ(failures.reads + failures.allocations, 0);
+    ExpectAllHeld(subjects);
+}
+
+/// A disk that goes wrong and right again as it is used, and memory with it: by the number of calls, so that no run is
+/// spared.
+struct FickleDisk {
+    static ssize_t Write(int file, void const * bytes, size_t count, off_t offset) {
+        return IsWrong() ? Fail() : pwrite(file, bytes, count, offset);
+    }
+    static ssize_t Read(int file, void * bytes, size_t count, off_t offset) {
+        return IsWrong() ? Fail() : pread(file, bytes, count, offset);
+    }
+    static ssize_t Fail() {
+        errno = EIO;
+        return -1;
+    }
+    static bool IsWrong() {
+        auto const call = calls.fetch_add(1, std::memory_order_relaxed);
+        if (call % 8 == 0)
+            PixelMemory::FailAllocation(1 + call / 8 % 4);
+        return call / 32 % 2 != 0;
+    }
+    static inline std::atomic<unsigned> calls{0};
+};
+
+TEST_F(TileRaceTest, NoPixelIsLostWhenDiskAndMemoryFailNowAndThen) {
+    ledger.SetDRAMLimit(1);
+    std::vector<Subject> subjects(100);
+    backstore.SetFileFunctions(&FickleDisk::Read, &FickleDisk::Write);
+    auto const failures = RunWorkers(subjects);
+    TestDisk::Install();
+    PixelMemory::FailAllocation(0);
+    EXPECT_GT(failures.reads, 0) << "the faults were felt";
+    EXPECT_GT(failures.allocations, 0);
+    ExpectAllHeld(subjects);
 }
 
 TEST_F(TileRaceTest, WritersOfDifferentTilesOfOneBlockDoNotDisturbEachOther) {

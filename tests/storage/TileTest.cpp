@@ -194,6 +194,30 @@ TEST_F(TileTest, RangesAreCopiedAsSingleTilesAre) {
     }
 }
 
+TEST_F(TileTest, RangesAreCopiedToNewTilesToo) {
+    std::vector<Tile> source(50);
+    for (unsigned i = 0; i < 50; i += 3)
+        Write(source[i], MakeNoise(i));
+    auto const holder = MakeHolder();
+    source[7].SetBacking(holder);
+    source[9].SetBacking(holder);
+    for (std::size_t from = 0; from < 50; from += 7) {
+        std::vector<Tile> dest(51);
+        Tile::CopyRangeToNew(dest.data() + 1, source.data() + from, 50 - from);
+        EXPECT_FALSE(dest[0].IsAllocated());
+        for (std::size_t i = 0; i < 50 - from; ++i) {
+            ASSERT_EQ(dest[i + 1].IsAllocated(), source[from + i].IsAllocated()) << from << ", " << i;
+            ASSERT_EQ(dest[i + 1].GetBacking(), source[from + i].GetBacking());
+            ASSERT_EQ(dest[i + 1].GetConstBuffer(), source[from + i].GetConstBuffer());
+        }
+        for (std::size_t i = 50 - from; i < 50; ++i)
+            EXPECT_FALSE(dest[i + 1].IsAllocated()) << "behind the range";
+        EXPECT_EQ(source[48].GetConstInner()->GetCount(), from <= 48 ? 2 : 1)
+            << "each tile holds a reference of its own";
+    }
+    EXPECT_EQ(source[48].GetConstInner()->GetCount(), 1);
+}
+
 TEST_F(TileTest, NullIsNobodysBacking) {
     Tile tile;
     auto const holder = MakeHolder();
@@ -479,6 +503,17 @@ TEST_F(TileTest, DeduplicationLetsEqualTilesShareTheFirstBlock) {
         tile.Deduplicate(support, nullptr);
     EXPECT_EQ(support.records.size(), 3);
     EXPECT_EQ(support.begun, 3) << "known blocks are left alone";
+}
+
+TEST_F(TileTest, WhatIsRecordedIsNotHashedAgain) {
+    CountingSupport support;
+    auto tile = MakeNoiseTile(1);
+    tile.Deduplicate(support, nullptr);
+    // Behind everybody's back: whoever looked at the bytes again would find a hash that is not recorded.
+    const_cast<unsigned int *>(tile.GetConstBuffer())[0] ^= 1;
+    tile.Deduplicate(support, nullptr);
+    EXPECT_EQ(support.records.size(), 1);
+    EXPECT_EQ(support.begun, 0);
 }
 
 TEST_F(TileTest, DeduplicationFindsTheStaticContents) {

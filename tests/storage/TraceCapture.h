@@ -1,7 +1,10 @@
-/// Keeps the messages that are traced while it lives.
+/// Keeps the messages that are traced while it lives, and sees to it that none comes under a lock.
 #pragma once
 
+#include "kernel/LockOrder.h"
 #include "kernel/Trace.h"
+
+#include <gtest/gtest.h>
 
 #include <mutex>
 #include <string>
@@ -25,6 +28,7 @@ public:
 private:
     struct Sink : Kernel::TraceSink {
         void Write(std::string_view message) override {
+            EXPECT_EQ(Kernel::LockOrder::GetHeldCount(), 0u) << message;
             std::lock_guard const guard(mutex);
             messages.emplace_back(message);
         }
