@@ -16,27 +16,36 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <vector>
 
 namespace {
 using namespace Raster;
 
-/// The planes of some pixels, one behind the other, filled with ordinary values.
+/// The planes of some pixels, filled with ordinary values. Each begins at a cache line, as rows of tiles do.
 template<class Tuple>
 struct Planes {
-    std::vector<typename Tuple::Storage> samples;
+    static constexpr std::size_t line = 64;
+    using Sample = typename Tuple::Storage;
+
+    std::size_t count;
+    std::unique_ptr<void, decltype(&std::free)> memory{nullptr, &std::free};
     void * planes[Tuple::channelCount];
 
-    explicit Planes(std::size_t count) : samples(count * Tuple::channelCount) {
+    explicit Planes(std::size_t pixels) : count(pixels) {
+        std::size_t const planeBytes = (count * sizeof(Sample) + line - 1) / line * line;
+        memory.reset(std::aligned_alloc(line, planeBytes * Tuple::channelCount));
         std::uint32_t random = 1;
-        for (auto & sample : samples) {
-            random = random * 1664525 + 1013904223;
-            sample = Rules::ConvertSample<typename Tuple::Storage>(static_cast<std::uint16_t>(random >> 16));
+        for (int channel = 0; channel < Tuple::channelCount; ++channel) {
+            planes[channel] = static_cast<char *>(memory.get()) + std::size_t(channel) * planeBytes;
+            for (std::size_t i = 0; i < count; ++i) {
+                random = random * 1664525 + 1013904223;
+                static_cast<Sample *>(planes[channel])[i] =
+                    Rules::ConvertSample<Sample>(static_cast<std::uint16_t>(random >> 16));
+            }
         }
-        for (int channel = 0; channel < Tuple::channelCount; ++channel)
-            planes[channel] = samples.data() + channel * count;
     }
-    std::size_t GetBytes() const { return samples.size() * sizeof(samples[0]); }
+    std::size_t GetBytes() const { return count * Tuple::pixelSize; }
 };
 
 template<auto Kernel, class Dest, class Source>
@@ -46,10 +55,9 @@ void EachPlane(void * const * dest, void const * const * source, std::size_t cou
 }
 
 void GreyTwin(void * const * dest, void const * const * source, std::size_t count) {
-    std::uint8_t const * const rgb[]{static_cast<std::uint8_t const *>(source[0]),
-                                     static_cast<std::uint8_t const *>(source[1]),
-                                     static_cast<std::uint8_t const *>(source[2])};
-    Scalar::ConvertGrey8From8(static_cast<std::uint8_t *>(dest[0]), rgb, count);
+    Scalar::ConvertGrey8From8(static_cast<std::uint8_t *>(dest[0]), static_cast<std::uint8_t const *>(source[0]),
+                              static_cast<std::uint8_t const *>(source[1]),
+                              static_cast<std::uint8_t const *>(source[2]), count);
     std::memcpy(dest[1], source[3], count);
 }
 

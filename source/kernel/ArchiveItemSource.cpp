@@ -2,7 +2,6 @@
 
 #include "kernel/FileStoreItem.h"
 #include "kernel/MemoryInStream.h"
-#include "kernel/Trace.h"
 
 #include <exception>
 #include <utility>
@@ -12,10 +11,10 @@ ArchiveItemSource::ArchiveItemSource(Counted<Archive> itemArchive, Counted<Archi
                                      ItemID itemID)
     : archive(std::move(itemArchive)), snapshot(std::move(itemSnapshot)), id(itemID) {}
 
-Counted<FileStoreItem> ArchiveItemSource::LoadItem(FileStoreItemType const & type) const {
+Counted<FileStoreItem> ArchiveItemSource::LoadItem(FileStoreItemType const & type, std::string & why) const {
     auto const * const entry = snapshot->Find(id);
     if (!entry) {
-        Trace("%1: an item of type %2 is missing\n", snapshot->GetPath().c_str(), type.GetTag().GetText().data());
+        why = snapshot->GetPath() + ": an item of type " + type.GetTag().GetText().data() + " is missing";
         return {};
     }
     try {
@@ -26,9 +25,9 @@ Counted<FileStoreItem> ArchiveItemSource::LoadItem(FileStoreItemType const & typ
             item->GetState().MarkAsStored(item->GetState().GetDirtyGeneration());
             return item;
         }
-        Trace("%1: item %2 holds nothing of use\n", snapshot->GetPath().c_str(), entry->name.c_str());
+        why = snapshot->GetPath() + ": item " + entry->name + " holds nothing of use";
     } catch (ArchiveError const & error) {
-        Trace("%1\n", error.what());
+        why = error.what();
     }
     return {};
 }

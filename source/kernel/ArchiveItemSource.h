@@ -10,7 +10,7 @@ class ArchiveItemSource final : public FileStoreItemSource {
 public:
     ArchiveItemSource(Counted<Archive> itemArchive, Counted<ArchiveSnapshot const> itemSnapshot, ItemID itemID);
 
-    Counted<FileStoreItem> LoadItem(FileStoreItemType const & type) const override;
+    Counted<FileStoreItem> LoadItem(FileStoreItemType const & type, std::string & why) const override;
     void ForgetHolder(DelayLoadHolder const & holder) const noexcept override { archive->ForgetHolder(id, holder); }
 
     ArchiveSnapshot const & GetSnapshot() const { return *snapshot; }

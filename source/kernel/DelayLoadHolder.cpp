@@ -1,6 +1,7 @@
 #include "kernel/DelayLoadHolder.h"
 
 #include "kernel/ScopedLock.h"
+#include "kernel/Trace.h"
 
 namespace Kernel {
 namespace {
@@ -41,8 +42,10 @@ void DelayLoadHolder::SetSource(Counted<FileStoreItemSource const> newSource) no
 }
 
 bool DelayLoadHolder::LoadItemI() {
-    if (!keptItem && source)
-        SetItem(source->LoadItem(keptType));
+    if (!keptItem && source) {
+        failure.clear();
+        SetItem(source->LoadItem(keptType, failure));
+    }
     return static_cast<bool>(keptItem);
 }
 
@@ -77,9 +80,16 @@ Counted<FileStoreItem> DelayLoadHolder::LoadStoredItem() {
 DelayLoadHolder::TempLoadItem::TempLoadItem(DelayLoadHolder * itemHolder) : holder(itemHolder) {
     if (!holder)
         return;
-    ScopedLock const lock(*holder);
-    if (holder->LoadItemI())
-        item = holder->GetItem();
+    std::string failure;
+    {
+        ScopedLock const lock(*holder);
+        if (holder->LoadItemI())
+            item = holder->GetItem();
+        else
+            failure = holder->GetFailure();
+    }
+    if (!failure.empty())
+        Trace("%1\n", failure.c_str());
 }
 
 DelayLoadHolder::TempLoadItem::~TempLoadItem() {

@@ -4,6 +4,7 @@
 #include "kernel/FileStoreItem.h"
 
 #include <atomic>
+#include <string>
 
 namespace Kernel {
 class DelayLoadHolder;
@@ -13,9 +14,10 @@ class RASTER_API FileStoreItemSource : public virtual Countable {
 public:
     ~FileStoreItemSource() override;
 
-    /// A new item, marked as stored. Called under the holder's lock.
-    /// @return null if it can't be had, which the source traces with the item's name.
-    virtual Counted<FileStoreItem> LoadItem(FileStoreItemType const & type) const = 0;
+    /// A new item, marked as stored. Called under the holder's lock, so it sends no messages.
+    /// @param why  receives what is wrong if the item can't be had, with its name.
+    /// @return null then.
+    virtual Counted<FileStoreItem> LoadItem(FileStoreItemType const & type, std::string & why) const = 0;
     /// A holder that stands for this source is being destroyed.
     virtual void ForgetHolder(DelayLoadHolder const & holder) const noexcept;
 };
@@ -48,6 +50,9 @@ public:
     /// Sees to it that the item is loaded, and keeps it. Under the lock. A failed load may be tried again.
     /// @return whether there is an item now.
     virtual bool LoadItemI();
+
+    /// Why the last load failed, for those who trace it once they have released the lock. Under the lock.
+    std::string const & GetFailure() const noexcept { return failure; }
 
     /// Where the item can be loaded from; null if nowhere. Under the lock.
     Counted<FileStoreItemSource const> const & GetSource() const noexcept { return source; }
@@ -101,5 +106,6 @@ private:
     std::atomic<bool> isLoaded;
     Counted<FileStoreItem> keptItem;           // guarded by holderLock
     Counted<FileStoreItemSource const> source; // guarded by holderLock
+    std::string failure;                       // guarded by holderLock
 };
 }

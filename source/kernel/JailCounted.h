@@ -43,9 +43,10 @@ public:
     explicit operator bool() const noexcept { return pointer != nullptr; }
     Counted<Countable const> const & GetKeeper() const noexcept { return keeper; }
 
-    /// An owner by the object's own count, which only an object that is its own keeper may give away.
+    /// An owner by the object's own count. Null if somebody else keeps the object: then that count rules nothing, and
+    /// would delete it in the middle of its keeper.
     operator Counted<T>() const noexcept requires std::convertible_to<T *, Countable const *> {
-        return Counted<T>(pointer);
+        return keeper == static_cast<Countable const *>(pointer) ? Counted<T>(pointer) : nullptr;
     }
 
     template<class U>

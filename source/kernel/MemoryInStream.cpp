@@ -18,9 +18,17 @@ bool MemoryInStream::Seek(SeekOrigin origin, std::int64_t offset) {
 bool MemoryInStream::WillDelegateCopyToStream(OutStream const &) const { return true; }
 
 std::uint64_t MemoryInStream::DelegateCopyToStream(OutStream & dest, std::uint64_t byteCount) {
+    constexpr std::uint64_t pieceBytes = 65536;
     auto const count = std::min(byteCount, size - position);
-    dest.WriteAll(data + position, count);
-    position += count;
+    dest.Reserve(count);
+    for (std::uint64_t copied = 0; copied < count;) {
+        auto const piece = std::min(count - copied, pieceBytes);
+        dest.WriteAll(data + position, piece);
+        position += piece;
+        copied += piece;
+        SlowProgressInStream(copied);
+        dest.SlowProgressOutStream(copied);
+    }
     return count;
 }
 

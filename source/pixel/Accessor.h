@@ -10,6 +10,7 @@
 #include "pixel/Transform.h"
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <type_traits>
@@ -29,6 +30,10 @@ namespace Raster {
 //                                               whole model.
 //   void ReadSpan(int x, int y, Span &)         for each shape on its own: 32 pixels to the right, all of them within
 //   void WriteSpan(int x, int y, Span const &)  that rectangle
+//   std::size_t GetRow(int left, int y)         a number by which the cursor finds a row of that rectangle again, from
+//                                               x = left on
+//   void ReadInRow(std::size_t row, std::size_t column, Pixel &)         `Read` at (left + column, y), and
+//   void WriteInRow(std::size_t row, std::size_t column, Pixel const &)  `Write`: what walks along a row do fast
 //   RectT<int> GetBounds()                      where the pixels are, if not (0, 0, width, height): empty if a decoder
 //                                               failed and there is nothing to read
 //   void Reset()                                lets go of what is pinned; a `Seek` comes before anything else
@@ -49,7 +54,8 @@ inline constexpr Kernel::RectT<int> unboundedRect{std::numeric_limits<int>::min(
 ///
 /// A position is resolved while it lies in the window, the rectangle that the cursor sought last. Steps only move the
 /// position; the next read or write of an unresolved one seeks. A step and a read together are one increment and one
-/// comparison: `reach` is the window's width, and 0 while y lies above or below the window.
+/// comparison: x is kept as the column of the window, and `reach` is the window's width, or 0 while y lies above or
+/// below it.
 template<class Tuple, class Cursor, class Extend, class Transform>
 class AccessorCore {
 public:
@@ -62,22 +68,24 @@ public:
     AccessorCore & operator=(AccessorCore const &) = delete;
 
     void SetToXY(int newX, int newY) {
-        x = newX;
+        SetX(newX);
         MoveToRow(newY);
     }
-    void Increment() { ++x; }
-    void Decrement() { --x; }
+    void Increment() { ++column; }
+    void Decrement() { --column; }
     void IncrementRow() {
-        if (++y >= window.bottom)
-            reach = 0;
+        ++y;
+        if (reach != 0)
+            EnterRow();
     }
     void DecrementRow() {
-        if (--y < window.top)
-            reach = 0;
+        --y;
+        if (reach != 0)
+            EnterRow();
     }
     /// `n` steps to the right at once; a negative number goes left. `Rewind` is the opposite.
-    void Advance(int n) { x += n; }
-    void Rewind(int n) { x -= n; }
+    void Advance(int n) { column += n; }
+    void Rewind(int n) { column -= n; }
     /// `n` steps down at once; a negative number goes up. `RewindRow` is the opposite.
     void AdvanceRow(int n) { MoveToRow(y + n); }
     void RewindRow(int n) { MoveToRow(y - n); }
@@ -91,10 +99,12 @@ public:
 
     /// The pixel at the position, by the edge policy and the transform. The position does not move.
     void Read(PixelType & pixel) requires ReadableCursor<Cursor, Tuple> {
-        if (IsResolved()) [[likely]]
-            cursor.Read(static_cast<int>(x), static_cast<int>(y), pixel);
+        if (!IsResolved()) [[unlikely]]
+            pixel = ReadUnresolved(); // a value: the caller's pixel may stay in a register
+        else if constexpr (requires { cursor.ReadInRow(row, std::size_t(), pixel); })
+            cursor.ReadInRow(row, static_cast<std::size_t>(column), pixel);
         else
-            ReadUnresolved(pixel);
+            cursor.Read(GetX(), GetY(), pixel);
     }
 
     /// `Read`, each channel then as a float that is not scaled.
@@ -110,15 +120,15 @@ public:
     void SpanRead(InterleavedSpan & span) requires ReadableCursor<Cursor, Tuple> {
         if (ResolveRun()) [[likely]] {
             ReadRun(span);
-            x += spanLength - 1;
+            column += spanLength - 1;
         } else
             ReadPixelByPixel(span, &AccessorCore::Increment);
     }
     void SpanRead(PlanarSpan & span) requires ReadableCursor<Cursor, Tuple> {
         if constexpr (requires { cursor.ReadSpan(0, 0, span); }) {
             if (ResolveRun()) [[likely]] {
-                cursor.ReadSpan(static_cast<int>(x), static_cast<int>(y), span);
-                x += spanLength - 1;
+                cursor.ReadSpan(GetX(), GetY(), span);
+                column += spanLength - 1;
                 return;
             }
         }
@@ -152,8 +162,7 @@ public:
     void Reset() {
         if constexpr (requires { cursor.Reset(); })
             cursor.Reset();
-        window = {};
-        reach = 0;
+        SetWindow({});
     }
 
 protected:
@@ -170,19 +179,19 @@ protected:
     /// Whether the cursor may be asked for the pixel at the position as things stand.
     bool IsResolved() const {
         if constexpr (isIdentity)
-            return static_cast<std::uint64_t>(x - window.left) < reach;
+            return static_cast<std::uint64_t>(column) < reach;
         else
             return false;
     }
 
     /// The pixel of the model that the position stands for, the cursor being made ready to answer for it.
     /// @return false if there is none: the position reads as zeros.
-    bool Resolve(int & column, int & row) {
-        if (!Locate(column, row))
+    bool Resolve(int & modelX, int & modelY) {
+        if (!Locate(modelX, modelY))
             return false;
-        if (!window.Contains(column, row))
-            SeekWindow(column, row);
-        reach = y >= window.top && y < window.bottom ? GetWindowWidth() : 0;
+        if (!window.Contains(modelX, modelY))
+            SeekWindow(modelX, modelY);
+        EnterRow();
         return true;
     }
 
@@ -191,13 +200,18 @@ protected:
         if constexpr (isIdentity) {
             if (!IsResolved() && !ResolveHere())
                 return false;
-            return static_cast<std::uint64_t>(x - window.left) + (spanLength - 1) < reach;
+            return static_cast<std::uint64_t>(column) + (spanLength - 1) < reach;
         } else
             return false;
     }
 
+    // Of a position that is resolved, so that both lie in the model.
+    int GetX() const { return static_cast<int>(window.left + column); }
+    int GetY() const { return static_cast<int>(y); }
+
     Cursor cursor;
-    std::int64_t x = 0, y = 0; ///< the position
+    std::int64_t column = 0; ///< x of the position, counted from the left edge of the window
+    std::size_t row = 0;     ///< what the cursor calls the row of the position, if that is resolved
 
 private:
     template<class Model>
@@ -210,54 +224,66 @@ private:
             return {0, 0, model.GetWidth(0), model.GetHeight(0)};
     }
 
-    std::uint64_t GetWindowWidth() const {
-        return static_cast<std::uint64_t>(std::int64_t(window.right) - window.left);
-    }
+    void SetX(std::int64_t newX) { column = newX - window.left; }
 
     void MoveToRow(std::int64_t newY) {
         y = newY;
-        reach = y >= window.top && y < window.bottom ? GetWindowWidth() : 0;
+        EnterRow();
     }
 
-    bool Locate(int & column, int & row) const {
-        if constexpr (isIdentity)
-            return Extend::Resolve(x, bounds.left, bounds.right, column) &
-                   Extend::Resolve(y, bounds.top, bounds.bottom, row);
-        else
-            return Extend::Resolve(Transform::MapX(transform, CentreOf(x)), bounds.left, bounds.right, column) &
-                   Extend::Resolve(Transform::MapY(transform, CentreOf(y)), bounds.top, bounds.bottom, row);
+    /// Finds out if the window has the row of the position, and where.
+    void EnterRow() {
+        bool const isInside = y >= window.top && y < window.bottom;
+        reach = isInside ? static_cast<std::uint64_t>(std::int64_t(window.right) - window.left) : 0;
+        if constexpr (requires { cursor.GetRow(0, 0); })
+            if (isInside)
+                row = cursor.GetRow(window.left, GetY());
     }
 
-    void SeekWindow(int column, int row) {
-        // The old window is gone before `Seek` can throw.
-        window = {};
+    void SetWindow(Kernel::RectT<int> const & newWindow) {
+        column += std::int64_t(window.left) - newWindow.left;
+        window = newWindow;
         reach = 0;
-        if constexpr (requires { cursor.Seek(column, row); })
-            window = cursor.Seek(column, row).Intersect(bounds);
+    }
+
+    bool Locate(int & modelX, int & modelY) const {
+        std::int64_t const x = window.left + column;
+        if constexpr (isIdentity)
+            return Extend::Resolve(x, bounds.left, bounds.right, modelX) &
+                   Extend::Resolve(y, bounds.top, bounds.bottom, modelY);
         else
-            window = bounds;
+            return Extend::Resolve(Transform::MapX(transform, CentreOf(x)), bounds.left, bounds.right, modelX) &
+                   Extend::Resolve(Transform::MapY(transform, CentreOf(y)), bounds.top, bounds.bottom, modelY);
+    }
+
+    void SeekWindow(int modelX, int modelY) {
+        SetWindow({}); // the old one is gone before `Seek` can throw
+        if constexpr (requires { cursor.Seek(modelX, modelY); })
+            SetWindow(cursor.Seek(modelX, modelY).Intersect(bounds));
+        else
+            SetWindow(bounds);
     }
 
     /// Resolves a position that lies in the model itself; an edge policy's stand-in does not count.
     [[gnu::noinline]] bool ResolveHere() {
-        int column = 0, row = 0;
-        return Resolve(column, row) && IsResolved();
+        int modelX = 0, modelY = 0;
+        return Resolve(modelX, modelY) && IsResolved();
     }
 
-    [[gnu::noinline]] void ReadUnresolved(PixelType & pixel) requires ReadableCursor<Cursor, Tuple> {
-        int column = 0, row = 0;
-        if (Resolve(column, row))
-            cursor.Read(column, row, pixel);
-        else
-            pixel = PixelType{};
+    [[gnu::noinline]] PixelType ReadUnresolved() requires ReadableCursor<Cursor, Tuple> {
+        PixelType pixel{};
+        int modelX = 0, modelY = 0;
+        if (Resolve(modelX, modelY))
+            cursor.Read(modelX, modelY, pixel);
+        return pixel;
     }
 
     void ReadRun(InterleavedSpan & span) requires ReadableCursor<Cursor, Tuple> {
         if constexpr (requires { cursor.ReadSpan(0, 0, span); })
-            cursor.ReadSpan(static_cast<int>(x), static_cast<int>(y), span);
+            cursor.ReadSpan(GetX(), GetY(), span);
         else
             for (int i = 0; i < spanLength; ++i)
-                cursor.Read(static_cast<int>(x) + i, static_cast<int>(y), span.pixels[i]);
+                cursor.Read(GetX() + i, GetY(), span.pixels[i]);
     }
 
     // One copy for rows and columns: this is for where a span can't be had in one piece, and code size counts more.
@@ -268,8 +294,9 @@ private:
         Read(span.pixels[spanLength - 1]);
     }
 
-    Kernel::RectT<int> window; ///< where the cursor may be asked without seeking
     std::uint64_t reach = 0;
+    std::int64_t y = 0;
+    Kernel::RectT<int> window; ///< where the cursor may be asked without seeking
     Kernel::RectT<int> const bounds;
     [[no_unique_address]] typename Transform::Params transform;
 };
@@ -314,25 +341,27 @@ public:
 
     /// The position does not move.
     void Write(PixelType const & pixel) {
-        if (this->IsResolved()) [[likely]]
-            cursor.Write(static_cast<int>(x), static_cast<int>(y), pixel);
-        else
+        if (!this->IsResolved()) [[unlikely]]
             WriteUnresolved(pixel);
+        else if constexpr (requires { cursor.WriteInRow(row, std::size_t(), pixel); })
+            cursor.WriteInRow(row, static_cast<std::size_t>(column), pixel);
+        else
+            cursor.Write(this->GetX(), this->GetY(), pixel);
     }
 
     /// Writes 32 pixels to the right. The position ends on the last of them, 31 on.
     void SpanWrite(InterleavedSpan const & span) {
         if (this->ResolveRun()) [[likely]] {
             WriteRun(span);
-            x += spanLength - 1;
+            column += spanLength - 1;
         } else
             WritePixelByPixel(span, &ModelAccessor::Increment);
     }
     void SpanWrite(PlanarSpan const & span) {
         if constexpr (requires { cursor.WriteSpan(0, 0, span); }) {
             if (this->ResolveRun()) [[likely]] {
-                cursor.WriteSpan(static_cast<int>(x), static_cast<int>(y), span);
-                x += spanLength - 1;
+                cursor.WriteSpan(this->GetX(), this->GetY(), span);
+                column += spanLength - 1;
                 return;
             }
         }
@@ -356,18 +385,19 @@ public:
     }
 
 private:
-    [[gnu::noinline]] void WriteUnresolved(PixelType const & pixel) {
-        int column = 0, row = 0;
-        if (this->Resolve(column, row))
-            cursor.Write(column, row, pixel);
+    /// Takes a value, so that the caller's pixel may stay in a register.
+    [[gnu::noinline]] void WriteUnresolved(PixelType pixel) {
+        int modelX = 0, modelY = 0;
+        if (this->Resolve(modelX, modelY))
+            cursor.Write(modelX, modelY, pixel);
     }
 
     void WriteRun(InterleavedSpan const & span) {
         if constexpr (requires { cursor.WriteSpan(0, 0, span); })
-            cursor.WriteSpan(static_cast<int>(x), static_cast<int>(y), span);
+            cursor.WriteSpan(this->GetX(), this->GetY(), span);
         else
             for (int i = 0; i < spanLength; ++i)
-                cursor.Write(static_cast<int>(x) + i, static_cast<int>(y), span.pixels[i]);
+                cursor.Write(this->GetX() + i, this->GetY(), span.pixels[i]);
     }
 
     [[gnu::noinline]] void WritePixelByPixel(InterleavedSpan const & span, void (Core::*step)()) {
@@ -376,8 +406,8 @@ private:
         Write(span.pixels[spanLength - 1]);
     }
 
+    using Core::column;
     using Core::cursor;
-    using Core::x;
-    using Core::y;
+    using Core::row;
 };
 }

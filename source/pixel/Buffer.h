@@ -39,7 +39,8 @@ public:
     void Clear() { core.Clear(layoutOf<Tuple>); }
     /// Zeroes the pixels of a rectangle that lies in the buffer; of any other, the part that does.
     void ClearRect(Kernel::RectT<int> rect) { core.ClearRect(rect, layoutOf<Tuple>); }
-    /// Around all pixels whose alpha has a byte that is not 0. The zero rectangle if there are none, or no alpha.
+    /// Around all pixels whose alpha has a byte that is not 0, so that a float of -0.0 counts. The zero rectangle if
+    /// there are none, or no alpha.
     Kernel::RectT<int> GetAlphaBoundingBox() const { return core.GetAlphaBoundingBox(layoutOf<Tuple>); }
 
     /// A buffer that owns a copy of the pixels. Its count is 0: the caller puts it into a `Counted`.

@@ -36,7 +36,10 @@ void ConvertDepth(std::uint8_t * dest, std::uint16_t const * source, std::size_t
 }
 template<class Sample>
 void ConvertDepth(Sample * dest, Sample const * source, std::size_t count) {
-    std::memcpy(dest, source, count * sizeof(Sample));
+    if (count == spanLength) // needs no call
+        std::memcpy(dest, source, spanLength * sizeof(Sample));
+    else
+        std::memcpy(dest, source, count * sizeof(Sample));
 }
 
 /// The depth rule on a whole plane.
@@ -67,7 +70,7 @@ struct TypedPlanes {
 
 /// A run of colours as normalised floats, some of them in place in the source.
 struct UnitRun {
-    float samples[3][chunkLength];
+    alignas(64) float samples[3][chunkLength]; // a vector that crosses two cache lines costs twice
     float const * planes[3];
 };
 
@@ -129,9 +132,9 @@ template<class D>
 void StoreRun(DestPlanes dest, UnitRun const & run, std::size_t position, std::size_t count) {
     TypedPlanes<typename D::Storage, D::colourCount> const to(dest, position);
     if constexpr (viewOf<D> == PixelView::IA8) {
-        ConvertGrey8FromFloat(to.planes[0], run.planes, count);
+        ConvertGrey8FromFloat(to.planes[0], run.planes[0], run.planes[1], run.planes[2], count);
     } else if constexpr (viewOf<D> == PixelView::IA16) {
-        ConvertGrey16FromFloat(to.planes[0], run.planes, count);
+        ConvertGrey16FromFloat(to.planes[0], run.planes[0], run.planes[1], run.planes[2], count);
     } else if constexpr (familyOf<D> == ColourFamily::CMYK) {
         ConvertCMYKFromFloat(to.planes, run.planes, count);
     } else if constexpr (familyOf<D> == ColourFamily::Lab) {
@@ -178,7 +181,8 @@ void ConvertColours(DestPlanes dest, SourcePlanes source, std::size_t count) {
         for (int channel = 0; channel < D::colourCount; ++channel)
             ConvertColourPlane<D, S>(dest[channel], source[S::colourCount == 1 ? 0 : channel], count);
     else if constexpr (bothBytes && familyOf<D> == ColourFamily::Grey && familyOf<S> == ColourFamily::RGB)
-        ConvertGrey8From8(static_cast<std::uint8_t *>(dest[0]), TypedPlanes<std::uint8_t const, 3>(source, 0).planes,
+        ConvertGrey8From8(static_cast<std::uint8_t *>(dest[0]), static_cast<std::uint8_t const *>(source[0]),
+                          static_cast<std::uint8_t const *>(source[1]), static_cast<std::uint8_t const *>(source[2]),
                           count);
     else if constexpr (bothBytes && familyOf<D> == ColourFamily::CMYK && familyOf<S> == ColourFamily::RGB)
         ConvertCMYKFrom8(TypedPlanes<std::uint8_t, 4>(dest, 0).planes,

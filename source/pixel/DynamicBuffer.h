@@ -26,7 +26,8 @@ public:
 
     /// Zeroes the part of `rect` that lies in the buffer.
     void ClearRect(Kernel::RectT<int> rect);
-    /// Around all pixels whose alpha is not 0; the zero rectangle if there are none.
+    /// Around all pixels whose alpha has a byte that is not 0, so that a float of -0.0 counts; the zero rectangle if
+    /// there are none.
     Kernel::RectT<int> GetAlphaBoundingBox() const;
 
     Kernel::StringUtf8 GetDescription() const { return "DynamicBuffer"; }

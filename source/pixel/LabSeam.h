@@ -18,8 +18,9 @@ struct LabConversions {
 /// Lab without colour management: every colour becomes black, (0, 32896, 32896), and every Lab colour becomes black.
 RASTER_API LabConversions GetPlainLabConversions();
 
-/// Puts conversions in place for the whole process, at start. A null member restores the plain one. Any thread may
-/// call; conversions that run at that moment may still use the ones before.
+/// Puts a pair of conversions in place for the whole process, at start: the two belong together, each undoing the
+/// other. A null member restores the plain one. Any thread may call, but the two change one after the other: who
+/// converts meanwhile may still use the ones before, or one of each pair.
 RASTER_API void SetLabConversions(LabConversions const & conversions);
 
 /// Through the conversions in place. Cheap when called for whole rows.

@@ -12,12 +12,6 @@
 namespace Raster {
 namespace {
 std::atomic<BitmapLoader> bitmapLoader{CompressedRasterData::LoadBitmap};
-
-int GetLevelSize(int size, int level) {
-    for (; level > 0 && size > 1; --level)
-        size = MipmapTable::GetHalf(size);
-    return size;
-}
 }
 
 BitmapLoader SetBitmapLoader(BitmapLoader loader) noexcept { return bitmapLoader.exchange(loader); }
@@ -36,8 +30,11 @@ BitmapCore::BitmapCore(BitmapType const & bitmapType, int width, int height, Mip
 
 BitmapCore::~BitmapCore() = default;
 
-int BitmapCore::GetWidth(int level) const { return GetLevelSize(planes.front().GetWidth(), level); }
-int BitmapCore::GetHeight(int level) const { return GetLevelSize(planes.front().GetHeight(), level); }
+int BitmapCore::GetReducedSize(int size, int level) {
+    for (; level > 0 && size > 1; --level)
+        size = MipmapTable::GetHalf(size);
+    return size;
+}
 
 std::unique_ptr<BitmapCore> BitmapCore::CreateSame(int width, int height, MipmapMode mode) const {
     return std::unique_ptr<BitmapCore>(type.create(width, height, mode, hardwarePolicy));

@@ -60,8 +60,8 @@ public:
     TupleLayout const & GetLayout() const { return type.layout; }
     /// The size in pixels at a level: 0 is the bitmap itself, and each further level is half as large, rounded up. A
     /// level need not exist.
-    int GetWidth(int level = 0) const;
-    int GetHeight(int level = 0) const;
+    int GetWidth(int level = 0) const { return GetLevelSize(planes.front().GetWidth(), level); }
+    int GetHeight(int level = 0) const { return GetLevelSize(planes.front().GetHeight(), level); }
     Kernel::RectT<int> GetBounds() const { return planes.front().GetGrid().GetBounds(); }
 
     /// One plane for each real channel, all of one grid, in the order of the tuple.
@@ -174,6 +174,9 @@ protected:
 private:
     friend class MipmapTable;
 
+    // Loops over pixels ask for the size at level 0: that has to be no call.
+    static int GetLevelSize(int size, int level) { return level == 0 ? size : GetReducedSize(size, level); }
+    static int GetReducedSize(int size, int level);
     std::unique_ptr<BitmapCore> CreateSame(int width, int height, MipmapMode mode) const;
     void CopyTilesFrom(BitmapCore const & source);
     void ShareTilesIntoNew(BitmapCore const & source);

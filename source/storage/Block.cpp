@@ -33,8 +33,13 @@ private:
 };
 
 void TraceFailedLoad(Kernel::DelayLoadHolder const & holder, char const * consequence) {
-    Kernel::Trace("An item of type %1 can't be loaded: %2\n", holder.GetItemType().GetTag().GetText().data(),
-                  consequence);
+    std::string why;
+    {
+        Kernel::ScopedLock const guard(holder);
+        why = holder.GetFailure();
+    }
+    Kernel::Trace("An item of type %1 can't be loaded: %2. %3\n", holder.GetItemType().GetTag().GetText().data(),
+                  consequence, why.c_str());
 }
 
 void TraceLostItem(std::exception_ptr const & reason) noexcept try {

@@ -32,8 +32,10 @@ public:
     }
     void Reset() { pins.Reset(); }
 
-    void Read(int x, int y, PixelOf<Tuple> & pixel) const {
-        auto const offset = OffsetOf(x, y);
+    std::size_t GetRow(int left, int y) const { return OffsetOf(left, y); }
+    void Read(int x, int y, PixelOf<Tuple> & pixel) const { ReadInRow(OffsetOf(x, y), 0, pixel); }
+    void ReadInRow(std::size_t row, std::size_t column, PixelOf<Tuple> & pixel) const {
+        auto const offset = row + column * sizeof(Storage);
         for (std::size_t i = 0; i < channelCount; ++i)
             std::memcpy(&pixel.channels[i], buffers[i] + offset, sizeof(Storage));
     }
@@ -100,8 +102,9 @@ public:
             model->LoadForMutableSession();
     }
 
-    void Write(int x, int y, PixelOf<Tuple> const & pixel) const {
-        auto const offset = Core::OffsetOf(x, y);
+    void Write(int x, int y, PixelOf<Tuple> const & pixel) const { WriteInRow(Core::OffsetOf(x, y), 0, pixel); }
+    void WriteInRow(std::size_t row, std::size_t column, PixelOf<Tuple> const & pixel) const {
+        auto const offset = row + column * sizeof(Storage);
         for (std::size_t i = 0; i < Core::channelCount; ++i)
             std::memcpy(buffers[i] + offset, &pixel.channels[i], sizeof(Storage));
     }

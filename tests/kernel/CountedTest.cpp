@@ -152,5 +152,25 @@ TEST(JailCounted, OfACountedObjectIsAnOwnerLikeAnyOther) {
     EXPECT_EQ(1u, counted->GetCount());
     EXPECT_EQ(1, alive);
     EXPECT_FALSE(jailed);
+    EXPECT_FALSE(Counted<Left>(jailed)) << "null gives null";
+}
+
+TEST(JailCounted, OfACountableThatAnotherKeepsGivesNoOwnerAway) {
+    int alive = 0;
+    struct Box : Kernel::Countable {
+        explicit Box(int & counter) : inner(counter) {}
+        Both inner;
+    };
+    JailCounted<Left> jailed;
+    {
+        auto const box = MakeCounted<Box>(alive);
+        jailed = JailCounted<Left>(&box->inner, box);
+    }
+    EXPECT_FALSE(Counted<Left>(jailed));
+    EXPECT_EQ(1, alive);
+    EXPECT_EQ(0u, jailed->GetCount()) << "the count of the object itself is not touched";
+    EXPECT_EQ(1u, jailed.GetKeeper()->GetCount());
+    jailed = nullptr;
+    EXPECT_EQ(0, alive);
 }
 }

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -260,4 +261,34 @@ TEST(CopyToStream, ReportsSlowProgressToBothSides) {
     slow.CopyToStream(sink);
     EXPECT_EQ(slow.reports, (std::vector<std::uint64_t>{65536, 131072, 150000}));
     EXPECT_EQ(sink.reports, slow.reports);
+}
+
+TEST(CopyToStream, ReportsSlowProgressFromMemoryToo) {
+    struct Reporting final : MemoryInStream {
+        using MemoryInStream::MemoryInStream;
+        void SlowProgressInStream(std::uint64_t copied) override { reports.push_back(copied); }
+        std::vector<std::uint64_t> reports;
+    };
+    std::string const text(150001, 'x');
+    Reporting memory(text.data(), text.size());
+    SmallOutStream sink(1000000);
+    memory.Seek(SeekOrigin::Start, 1);
+    EXPECT_EQ(memory.CopyToStream(sink), 150000u);
+    EXPECT_EQ(memory.reports, (std::vector<std::uint64_t>{65536, 131072, 150000}));
+    EXPECT_EQ(sink.reports, memory.reports);
+    EXPECT_EQ(memory.CopyToStream(sink), 0u);
+    EXPECT_EQ(sink.reports.size(), 3u);
+}
+
+TEST(CopyToStream, GivesUpWhereAReportThrows) {
+    struct Impatient final : MemoryInStream {
+        using MemoryInStream::MemoryInStream;
+        void SlowProgressInStream(std::uint64_t) override { throw std::runtime_error("enough"); }
+    };
+    std::string const text(150000, 'x');
+    Impatient memory(text.data(), text.size());
+    MemoryOutStream sink;
+    EXPECT_THROW(memory.CopyToStream(sink), std::runtime_error);
+    EXPECT_EQ(memory.Tell(), 65536u);
+    EXPECT_EQ(sink.GetSize(), 65536u);
 }

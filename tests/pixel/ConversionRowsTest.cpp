@@ -206,10 +206,9 @@ TEST(ConversionRows, EveryColourOf24BitsBecomesGreyAndCMYKLikePixels) {
 
 TEST(ConversionRows, ALatticeOfInksAndRandomOnesBecomeAllViewsLikePixels) {
     std::vector<PixelOf<CMYKA8Tuple>> inks;
-    auto const onLattice = [](int step) { return std::uint8_t(step == 16 ? 255 : step * 16); };
-    for (int i = 0; i < 17 * 17 * 17 * 17; ++i)
-        inks.push_back({{onLattice(i % 17), onLattice(i / 17 % 17), onLattice(i / 289 % 17), onLattice(i / 4913),
-                         std::uint8_t(i)}});
+    auto const onLattice = [](int place) { return std::uint8_t(place % 18 * 15); }; // 17 steps from 0 to 255
+    for (int i = 0; i < 18 * 18 * 18 * 18; ++i)
+        inks.push_back({{onLattice(i), onLattice(i / 18), onLattice(i / 324), onLattice(i / 5832), std::uint8_t(i)}});
     std::mt19937 random(4);
     for (int i = 0; i < randomInks; ++i) {
         auto const bits = std::uint32_t(random());

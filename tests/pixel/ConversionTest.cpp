@@ -32,9 +32,9 @@ testing::AssertionResult ConvertsLikeSlowModel(PixelOf<S> const & source) {
 }
 
 #ifdef RASTER_SANITIZED
-constexpr int wordStep = 257, randomPixels = 200, colourStep = 15;
+constexpr int wordStep = 257, randomPixels = 200, colourStep = 15, inkStep = 51, randomInks = 1 << 12;
 #else
-constexpr int wordStep = 1, randomPixels = 20000, colourStep = 1;
+constexpr int wordStep = 1, randomPixels = 20000, colourStep = 1, inkStep = 15, randomInks = 1 << 20;
 #endif
 }
 
@@ -208,6 +208,38 @@ TEST(Conversion, EveryColourOf24BitsBecomesGreyAndCMYKLikeTheSlowModel) {
                     inks[0] == actual[0] && inks[1] == actual[1] && inks[2] == actual[2] && inks[3] == actual[3];
                 ASSERT_TRUE(greysFit && inksFit) << red << ' ' << green << ' ' << blue;
             }
+}
+
+TEST(Conversion, ALatticeOfInksConvertsToAllViewsLikeTheSlowModel) {
+    MadeUpLab const lab;
+    constexpr int end = 255 + inkStep;
+    for (int cyan = 0; cyan < end; cyan += inkStep)
+        for (int magenta = 0; magenta < end; magenta += inkStep)
+            for (int yellow = 0; yellow < end; yellow += inkStep)
+                for (int black = 0; black < end; black += inkStep)
+                    ASSERT_TRUE(ConvertsLikeSlowModel<CMYKA8Tuple>(
+                        {{std::uint8_t(cyan), std::uint8_t(magenta), std::uint8_t(yellow), std::uint8_t(black),
+                          std::uint8_t(cyan ^ magenta ^ yellow ^ black)}}));
+}
+
+// All views would take long: these four are made by four different rules, and the others by one of them each.
+TEST(Conversion, RandomInksConvertLikeTheSlowModel) {
+    std::mt19937 random(2);
+    for (int i = 0; i < randomInks; ++i) {
+        auto const bits = std::uint32_t(random());
+        PixelOf<CMYKA8Tuple> const source{{std::uint8_t(bits), std::uint8_t(bits >> 8), std::uint8_t(bits >> 16),
+                                           std::uint8_t(bits >> 24), std::uint8_t(bits >> 4)}};
+        auto const colour = Slow::GetColour(Slow::ToAny<CMYKA8Tuple>(source));
+        auto const bytes = Convert<RGBA8Tuple, CMYKA8Tuple>(source);
+        auto const floats = Convert<RGBAUFTuple, CMYKA8Tuple>(source);
+        bool const coloursFit = floats[0] == colour.r && floats[1] == colour.g && floats[2] == colour.b &&
+                                bytes[0] == Slow::Quantise(colour.r, Slow::Depth::Byte) &&
+                                bytes[1] == Slow::Quantise(colour.g, Slow::Depth::Byte) &&
+                                bytes[2] == Slow::Quantise(colour.b, Slow::Depth::Byte);
+        bool const greysFit = Slow::GetGrey8(colour) == (Convert<IA8Tuple, CMYKA8Tuple>(source)[0]) &&
+                              Slow::GetGrey16(colour) == (Convert<IA16Tuple, CMYKA8Tuple>(source)[0]);
+        ASSERT_TRUE(coloursFit && greysFit && bytes[3] == source[4]) << Slow::ToAny<CMYKA8Tuple>(source);
+    }
 }
 
 TEST(Conversion, OddFloatsInEachPlaceConvertLikeTheSlowModel) {

@@ -55,6 +55,12 @@ TEST(PaddedBuffer, ClearRectLeavesPaddingAlone) {
         for (int column = 0; column < 16; ++column)
             ASSERT_EQ(y >= 1 && y < 3 && column >= 3 && column < 15 ? 0 : 9, memory[1 + std::size_t(y * 16 + column)])
                 << column << ", " << y;
+    auto const before = memory;
+    buffer.ClearRect({1, 3, 5, 3}); // empty
+    buffer.ClearRect({0, 3, 5, 1}); // upside down
+    buffer.ClearRect({4, 0, 1, 4}); // the wrong way round
+    buffer.ClearRect({5, 0, 100, 4});
+    EXPECT_EQ(before, memory);
     buffer.ClearRect({lowest, lowest, highest, highest});
     for (int y = 0; y < 4; ++y)
         EXPECT_EQ(9, memory[1 + std::size_t(y * 16 + 15)]);
@@ -85,6 +91,53 @@ TEST(PaddedBuffer, OwnsAccountsAndClones) {
         EXPECT_EQ(48u, empty->GetBufferSize());
     }
     EXPECT_EQ(before, GetUsage());
+}
+
+TEST(PaddedBuffer, WrapsWithoutOwningAndItsCloneOwns) {
+    std::vector<unsigned char> memory(3 * 16);
+    for (std::size_t i = 0; i < memory.size(); ++i)
+        memory[i] = static_cast<unsigned char>(i + 1);
+    auto const original = memory;
+    auto const before = GetUsage();
+    Kernel::Counted<BGRBuffer> clone, empty;
+    {
+        BGRBuffer const wrapped(5, 3, 4, memory.data());
+        EXPECT_EQ(memory.data(), wrapped.GetData());
+        EXPECT_EQ(before, GetUsage()) << "foreign memory is not accounted for";
+        clone = wrapped.Clone();
+        empty = wrapped.CloneEmpty();
+        EXPECT_EQ(before + 96, GetUsage());
+    }
+    EXPECT_EQ(before + 96, GetUsage()) << "the wrapper gives back nothing that it never had";
+    EXPECT_NE(memory.data(), clone->GetData());
+    EXPECT_EQ(0, std::memcmp(original.data(), clone->GetData(), original.size())) << "padding too";
+    clone->Clear();
+    empty->Clear();
+    EXPECT_EQ(original, memory);
+    EXPECT_EQ(16u, empty->GetStride());
+    clone.Reset();
+    empty.Reset();
+    EXPECT_EQ(before, GetUsage());
+}
+
+TEST(PaddedBuffer, AFailedAllocationChangesNoUsage) {
+    auto const before = GetUsage();
+    {
+        BGRBuffer const buffer(5, 3, 4, nullptr);
+        for (auto const clone : {&BGRBuffer::Clone, &BGRBuffer::CloneEmpty}) {
+            PixelMemory::FailAllocation(1);
+            EXPECT_THROW((buffer.*clone)(), std::bad_alloc);
+            EXPECT_EQ(before + 48, GetUsage());
+        }
+        Kernel::Counted<BGRBuffer> const copy(buffer.Clone()); // and the next one succeeds
+        EXPECT_EQ(before + 96, GetUsage());
+    }
+    EXPECT_EQ(before, GetUsage());
+    // Wrapping allocates nothing that could fail.
+    std::vector<unsigned char> memory(48);
+    PixelMemory::FailAllocation(1);
+    BGRBuffer const wrapped(5, 3, 4, memory.data());
+    PixelMemory::FailAllocation(0);
 }
 
 TEST(PaddedBuffer, PixelsAreBlueGreenRedInPaddedRows) {

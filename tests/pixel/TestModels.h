@@ -25,7 +25,8 @@ PixelType RandomPixel(std::mt19937 & random) {
     return pixel;
 }
 
-/// A tiled model whose cursors fail the test if they are asked for anything outside the tile that was sought last.
+/// A tiled model whose cursors fail the test if they are asked for anything outside the tile that was sought last. The
+/// mutable one hands out rows, the other does not.
 template<class C1, class C2 = X2, class C3 = X3, class C4 = X4, class C5 = X5>
 class TiledTestModel : public ModelBase<TiledTestModel<C1, C2, C3, C4, C5>, C1, C2, C3, C4, C5> {
     using Base = ModelBase<TiledTestModel, C1, C2, C3, C4, C5>;
@@ -83,6 +84,16 @@ public:
             this->Check(x, y);
             model->At(x, y) = pixel;
         }
+        std::size_t GetRow(int left, int y) const {
+            this->Check(left, y);
+            return static_cast<std::size_t>(y) * rowFactor + static_cast<std::size_t>(left);
+        }
+        void ReadInRow(std::size_t row, std::size_t column, PixelType & pixel) const {
+            this->Read(static_cast<int>(row % rowFactor + column), static_cast<int>(row / rowFactor), pixel);
+        }
+        void WriteInRow(std::size_t row, std::size_t column, PixelType const & pixel) {
+            Write(static_cast<int>(row % rowFactor + column), static_cast<int>(row / rowFactor), pixel);
+        }
         void WriteSpan(int x, int y, PlanarSpan const & span) {
             this->Check(x, y);
             this->Check(x + spanLength - 1, y);
@@ -92,6 +103,7 @@ public:
         }
 
     private:
+        static constexpr std::size_t rowFactor = 1 << 20;
         TiledTestModel * model;
     };
 
