@@ -2,8 +2,6 @@
 
 #include "kernel/Dispatch.h"
 #include "pixel/transfer/BitmapTransfer.h"
-#include "pixel/transfer/Fill.h"
-#include "pixel/transfer/Invert.h"
 #include "transfer/TransferPixels.h"
 
 #include <limits>
@@ -226,61 +224,5 @@ TEST_F(DrawTest, ErasedBitmapOntoBufferConvertsOtherFormats) {
                 expected = {};
             ASSERT_EQ(expected, pixels[std::size_t(y * 100 + x)]) << x << ", " << y;
         }
-}
-
-TEST_F(DrawTest, FillLaysOneColourOverARectangle) {
-    DynamicPixel const colour(PixelOf<RGBA8Tuple>{{200, 100, 50, 128}});
-    for (float const opacity : {1.0f, 0.5f}) {
-        auto expected = MakePicture<RGBA8Tuple>(300, 300, 5);
-        DynamicBitmap bitmap(MakeBitmap<RGBA8Tuple>(expected));
-        DynamicBuffer buffer;
-        buffer.Create(300, 300, RGBA8);
-        std::memcpy(buffer.GetTyped<RGBA8Tuple>()->GetData(), expected.pixels.data(), 300 * 300 * 4);
-        Rect const rect{-5, 20, 280, 310};
-        Fill(bitmap, rect, colour, opacity);
-        Fill(buffer, rect, colour, opacity);
-        for (int y = 20; y < 300; ++y)
-            for (int x = 0; x < 280; ++x)
-                Slow::Blend<RGBA8Tuple>(expected.At(x, y), {{200, 100, 50, 128}}, opacity, opacity == 1.0f);
-        EXPECT_EQ(expected.pixels, ReadAll(*bitmap.GetTyped<RGBA8Tuple>()));
-        EXPECT_EQ(expected.pixels, ReadBuffer(*buffer.GetTyped<RGBA8Tuple>()));
-    }
-}
-
-TEST_F(DrawTest, OpaqueFillsShareTheirTiles) {
-    DynamicBitmap bitmap(1024, 1024, RGBA8, MipmapModeNone, HardwareCachePolicy());
-    auto const before = MemoryManager::Instance().GetPlanarUsage();
-    Fill(bitmap, {0, 0, 1024, 1024}, DynamicPixel(PixelOf<RGBA8Tuple>{{200, 0, 255, 255}}), 1.0f);
-    EXPECT_LE(MemoryManager::Instance().GetPlanarUsage(), before + 2 * 65536); // one for red; the rest is static
-    EXPECT_EQ((PixelOf<RGBA8Tuple>{{200, 0, 255, 255}}), ReadAll(*bitmap.GetTyped<RGBA8Tuple>())[1024 * 700 + 900]);
-}
-
-TEST_F(DrawTest, InvertTurnsColoursAndLeavesAlphaAndTransparentPixels) {
-    auto const check = [](auto tuple) {
-        using Tuple = decltype(tuple);
-        using Sample = typename Tuple::Storage;
-        auto expected = MakePicture<Tuple>(300, 270, 6);
-        DynamicBitmap bitmap(MakeBitmap<Tuple>(expected));
-        Invert(bitmap, nullptr);
-        for (auto & pixel : expected.pixels)
-            for (std::size_t channel = 0; channel + 1 < Tuple::channelCount; ++channel)
-                if (pixel[Tuple::channelCount - 1] != Sample(0))
-                    pixel[channel] = Sample(Sample(Tuple::First::maximum) - pixel[channel]);
-        EXPECT_EQ("", FindDifference<Tuple>(expected, *bitmap.GetTyped<Tuple>())) << formatOf<Tuple>;
-        return true;
-    };
-    for (std::uint32_t format = 0; format < formatCount; ++format)
-        VisitFormat(static_cast<Format>(format), check);
-}
-
-TEST_F(DrawTest, InvertLeavesTransparentTilesUnallocatedAndCopiesNone) {
-    DynamicBitmap bitmap(512, 256, RGBA8, MipmapModeNone, HardwareCachePolicy());
-    Fill(bitmap, {0, 0, 100, 100}, DynamicPixel(PixelOf<RGBA8Tuple>{{200, 0, 255, 200}}), 1.0f);
-    auto & core = *bitmap.GetCore();
-    auto const * const block = core.GetPlane(0).GetTile(0).GetConstInner();
-    Invert(bitmap, nullptr);
-    EXPECT_EQ(block, core.GetPlane(0).GetTile(0).GetConstInner());
-    EXPECT_FALSE(core.GetPlane(0).GetTile(1).IsAllocated());
-    EXPECT_EQ((PixelOf<RGBA8Tuple>{{55, 255, 0, 200}}), ReadAll(*bitmap.GetTyped<RGBA8Tuple>())[50]);
 }
 }
