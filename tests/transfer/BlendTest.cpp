@@ -274,7 +274,8 @@ TEST_P(EveryTarget, NothingIsLeftOfAFloatColourThatIsCoveredWhole) {
     for (float const below : {infinity, -infinity, nan})
         for (auto const & [sourceAlpha, destAlpha] :
              {std::pair{1.0f, 1.0f}, {1.0f, 0.3f}, {1.0f, 0.0f}, {0.4f, 0.0f}, {1e-30f, 0.0f}}) {
-            std::vector<std::vector<float>> dest{std::vector<float>(count, below), std::vector<float>(count, destAlpha)};
+            std::vector<std::vector<float>> dest{std::vector<float>(count, below),
+                                                 std::vector<float>(count, destAlpha)};
             std::vector<std::vector<float>> const source{std::vector<float>(count, -0.0f),
                                                          std::vector<float>(count, sourceAlpha)};
             Blend(GetBlendRows(SampleType::Float), dest, source, 1.0f, 0, count);

@@ -146,7 +146,8 @@ TEST_F(TransferManagedTest, PixelsOutsideEitherSizeOrTheClipStayAsTheyAre) {
     auto const before = MakePicture<RGBA16Tuple>(120, 290, 2);
     for (Kernel::RectT<int> const & clip :
          {Kernel::RectT<int>{-10, -10, 1000, 1000}, {60, 50, 400, 60}, {0, 150, 120, 290}, {50, 50, 50, 90}}) {
-        auto const expected = Convert<RGBA16Tuple, RGBA8Tuple>(before, source, nullptr, clip.Intersect({0, 0, 120, 100}));
+        auto const expected =
+            Convert<RGBA16Tuple, RGBA8Tuple>(before, source, nullptr, clip.Intersect({0, 0, 120, 100}));
         DynamicBitmap dest(MakeBitmap<RGBA16Tuple>(before));
         TransferParams params;
         params.clip = &clip;
@@ -234,15 +235,15 @@ TEST_F(TransferManagedTest, ALevelMayReceiveItsPictureAndAPictureItsLevel) {
     Slow::Picture<RGBA8Tuple> levelBefore(150, 140);
     levelBefore.pixels = ReadAll(*level->GetTyped<RGBA8Tuple>());
     TransferManaged(*level, bitmap, nullptr, nullptr);
-    EXPECT_EQ("", FindDifference<RGBA8Tuple>(
-                      Convert<RGBA8Tuple, RGBA8Tuple>(levelBefore, picture, nullptr, {0, 0, 150, 140}),
-                      *level->GetTyped<RGBA8Tuple>()));
+    EXPECT_EQ(
+        "", FindDifference<RGBA8Tuple>(Convert<RGBA8Tuple, RGBA8Tuple>(levelBefore, picture, nullptr, {0, 0, 150, 140}),
+                                       *level->GetTyped<RGBA8Tuple>()));
     auto const now = level->GetTyped<RGBA8Tuple>();
     levelBefore.pixels = ReadAll(*now);
     TransferManaged(bitmap, *level, nullptr, nullptr);
-    EXPECT_EQ("", FindDifference<RGBA8Tuple>(
-                      Convert<RGBA8Tuple, RGBA8Tuple>(picture, levelBefore, nullptr, {0, 0, 150, 140}),
-                      *bitmap.GetTyped<RGBA8Tuple>()));
+    EXPECT_EQ(
+        "", FindDifference<RGBA8Tuple>(Convert<RGBA8Tuple, RGBA8Tuple>(picture, levelBefore, nullptr, {0, 0, 150, 140}),
+                                       *bitmap.GetTyped<RGBA8Tuple>()));
 }
 
 TEST_F(TransferManagedTest, WithoutATransformFormulasConvert) {

@@ -6,8 +6,8 @@
 ///     d = k s + (1 - k) d
 ///
 /// In integers the cases "a is 0" (nothing changes) and "dAlpha is full" (k = a, alpha stays) come out of the same
-/// formulas, so they need no branch. In floats rounding tells them apart, and they are tested. So is a share of 1, under
-/// which nothing of the old colour is left: it may be infinite or no number, as under alpha 0 it may well be.
+/// formulas, so they need no branch. In floats rounding tells them apart, and they are tested. So is a share of 1,
+/// under which nothing of the old colour is left: it may be infinite or no number, as under alpha 0 it may well be.
 #pragma once
 
 #include <algorithm>

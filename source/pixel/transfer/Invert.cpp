@@ -20,7 +20,8 @@ void InvertRow(Sample * colour, Sample const * alpha, std::size_t count) {
 template<class Sample, std::size_t count>
 class ColourTiles {
 public:
-    ColourTiles(BitmapCore & tilesOf, int tileColumn, int tileRow) : bitmap(tilesOf), column(tileColumn), row(tileRow) {}
+    ColourTiles(BitmapCore & tilesOf, int tileColumn, int tileRow)
+        : bitmap(tilesOf), column(tileColumn), row(tileRow) {}
 
     std::array<Sample *, count> const & Open() {
         if (isOpen)

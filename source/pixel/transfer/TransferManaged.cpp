@@ -52,8 +52,7 @@ class ManagedTile {
 public:
     ManagedTile(BitmapCore & destBitmap, BitmapCore const & sourceBitmap, bool readsAsEmpty, void * colourTransform)
         : dest(destBitmap), source(sourceBitmap), isEmpty(readsAsEmpty), tiles(sourceBitmap),
-          transform(colourTransform),
-          convert(GetConvertRows(dest.GetLayout().format, source.GetLayout().format)),
+          transform(colourTransform), convert(GetConvertRows(dest.GetLayout().format, source.GetLayout().format)),
           convertAlpha(GetConvertRows(GetCompatibleMaskFormat(dest.GetLayout().format),
                                       GetCompatibleMaskFormat(source.GetLayout().format))) {}
 
@@ -131,7 +130,8 @@ void TransferManaged(DynamicBitmap & dest, DynamicBitmap const & source, void * 
         from = before.Get();
     auto const rect = GetWorkRect(to->GetBounds(), params).Intersect(from->GetBounds());
     ForEachTile(*to, rect, params, [&](TileTask const & task) {
-        std::make_unique<ManagedTile>(*to, *from, isEmpty, transform)->Run(task); // too large for the stack of a helper thread
+        std::make_unique<ManagedTile>(*to, *from, isEmpty, transform)
+            ->Run(task); // too large for the stack of a helper thread
     });
     to->RecordWrite(rect, abort);
 }
