@@ -167,7 +167,7 @@ TEST_F(ICCCorpus, AScannerOfInksIsNoDestination) {
     auto const scanner = LoadNamed("CGATS001Compat-v2-micro.icc"), sRGB = manager.GetDefaultProfile(ColourSpaceRGB);
     ASSERT_TRUE(scanner);
     EXPECT_TRUE(manager.GetTransformForProfiles(CMYKA8, scanner, RGBA8, sRGB, Intent::Saturation, false));
-    Messages messages;
+    TraceCapture messages;
     for (int i = 0; i < 2; ++i)
         EXPECT_FALSE(manager.GetTransformForProfiles(RGBA8, sRGB, CMYKA8, scanner, Intent::Saturation, false));
     EXPECT_EQ((std::vector<std::string>{"Colour engine failed to create transform between " + NameOf(sRGB) + " and " +

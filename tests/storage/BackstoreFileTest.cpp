@@ -1,7 +1,7 @@
 #include "storage/BackstoreFile.h"
 
+#include "kernel/TraceCapture.h"
 #include "storage/BlockEnvironment.h"
-#include "storage/TraceCapture.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
