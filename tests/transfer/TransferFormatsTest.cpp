@@ -78,6 +78,49 @@ TYPED_TEST(TransferOfFormat, SpansAndPixelsAgreeForEveryLeftOffset) {
         }
 }
 
+TYPED_TEST(TransferOfFormat, MatricesOfEveryKindEqualTheSlowModel) {
+    using Tuple = TypeParam;
+    constexpr int width = 290, height = 70;
+    auto const source = MakePicture<Tuple>(200, 150, 8);
+    auto const sourceBitmap = MakeBitmap<Tuple>(source);
+    auto const before = MakePicture<Tuple>(width, height, 9);
+    std::mt19937 random(2);
+    auto const number = [&](double low, double high) { return low + (high - low) * double(random()) / 4294967295.0; };
+    for (int round = 0; round < 36; ++round) {
+        double const sx = number(0.2, 2.0) * (random() % 3 ? 1 : -1), sy = number(0.2, 2.0) * (random() % 3 ? 1 : -1);
+        double const sign = random() % 2 ? 1 : -1, angle = number(0, 6.28);
+        double const c = std::cos(angle), s = std::sin(angle);
+        double const linear[6][4]{{sx, 0, 0, sy},                                // scaled, perhaps mirrored
+                                  {sign, 0, 0, 1},                               // mirrored, or as it is
+                                  {0, sign, -sign, 0},                           // turned by a quarter
+                                  {-1, 0, 0, -1},                                // by a half
+                                  {sx * c, -sy * s, sx * s, sy * c},             // by anything
+                                  {1, number(-1.5, 1.5), number(-1.5, 1.5), 1}}; // slanted
+        auto const & l = linear[round % 6];
+        double const x = number(0, 200), y = number(0, 150); // shown in the middle
+        double cx = x - l[0] * width / 2 - l[1] * height / 2, cy = y - l[2] * width / 2 - l[3] * height / 2;
+        if (round % 4 == 1) {
+            cx = std::round(cx);
+            cy = std::round(cy);
+        }
+        double const matrix[6]{l[0], l[1], cx, l[2], l[3], cy};
+        float const opacity = round % 5 ? 1.0f : 0.6f;
+        Rect const clip = round % 2 ? Rect{0, 0, width, height}
+                                    : Rect{int(random() % 100), int(random() % 30), 110 + int(random() % 180),
+                                           32 + int(random() % 38)};
+        auto expected = before;
+        auto const dest = MakeBitmap<Tuple>(before);
+        TransferParams params;
+        params.clip = &clip;
+        Slow::Transfer<Tuple, Tuple>(expected, source, {clip.left, clip.top, clip.right, clip.bottom}, this->tileWidth,
+                                     opacity, matrix);
+        Transfer(*dest, *sourceBitmap, &params, &opacity, matrix);
+        ASSERT_EQ("", FindDifference<Tuple>(expected, *dest))
+            << "round " << round << ": " << l[0] << ", " << l[1] << ", " << cx << ", " << l[2] << ", " << l[3] << ", "
+            << cy;
+    }
+}
+
 TYPED_TEST(TransferOfFormat, TheSourceMayBeTheDestination) {
     using Tuple = TypeParam;
     auto const before = MakePicture<Tuple>(280, 270, 8);

@@ -217,6 +217,37 @@ TEST_F(TransferTest, ImmediateAndOnDemandLevelsAreUsed) {
     }
 }
 
+TEST_F(TransferTest, WhereNoLevelIsSmallEnoughThePictureIsSampled) {
+    auto picture = MakePicture<RGBA8Tuple>(300, 280, 1);
+    for (auto & pixel : picture.pixels)
+        pixel[3] = 255;
+    auto const source = MakeBitmap<RGBA8Tuple>(picture, MipmapModeOnDemand);
+    auto const dest = MakeEmpty(8, 8);
+    double const matrix[6]{5000, 0, -22350, 0, 5000, -22350}; // pixel (4, 4) shows (150, 150)
+    RGBA8Picture expected(8, 8);
+    Slow::Transfer<RGBA8Tuple, RGBA8Tuple>(expected, picture, {0, 0, 8, 8}, 256, opaque, matrix);
+    EXPECT_EQ(255, expected.At(4, 4)[3]);
+    Transfer(*dest, *source, nullptr, &opaque, matrix);
+    EXPECT_EQ("", FindDifference<RGBA8Tuple>(expected, *dest));
+}
+
+TEST_F(TransferTest, PixelsThatLieOnDiskMakeNoDifference) {
+    auto const source = MakeBitmap<RGBA8Tuple>(MakePicture<RGBA8Tuple>(1100, 900, 1), MipmapModeOnDemand);
+    auto const before = MakePicture<RGBA8Tuple>(1000, 800, 2);
+    Turn const turn(0.4, 1.2, 500, 400), shrunk(0.4, 2.3, 500, 400);
+    for (double const * const matrix : {static_cast<double const *>(nullptr), turn.matrix, shrunk.matrix}) {
+        auto const resident = MakeBitmap<RGBA8Tuple>(before), evicted = MakeBitmap<RGBA8Tuple>(before);
+        Transfer(*resident, *source, nullptr, &opaque, matrix);
+        source->InvalidateMipmaps();
+        auto & ledger = MemoryManager::Instance();
+        auto const limit = ledger.GetDRAMLimit();
+        ledger.SetDRAMLimit(1); // sixteen tiles
+        Transfer(*evicted, *source, nullptr, &opaque, matrix);
+        ledger.SetDRAMLimit(limit >> 20);
+        EXPECT_EQ(ReadAll(*resident), ReadAll(*evicted));
+    }
+}
+
 TEST_F(TransferTest, NoLevelsWithoutAModeOfTheirs) {
     auto const picture = MakePicture<RGBA8Tuple>(300, 280, 1);
     auto const source = MakeBitmap<RGBA8Tuple>(picture);
