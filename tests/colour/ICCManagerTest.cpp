@@ -28,6 +28,7 @@ double Evaluate(Profile const & profile, double x) {
 }
 
 TEST(ICCManager, MakesItsDefaultsOnFirstUse) {
+    ICCManager::CreateInstance();
     auto & manager = Manager();
     EXPECT_EQ(&manager, &ICCManager::GetInstance());
     EXPECT_EQ(&manager, &ICCManager::GetInstanceInternal());

@@ -55,7 +55,7 @@ TEST_F(TransferTest, DestinationOfAlphaZeroTakesTheSourceAsItIs) {
 TEST_F(TransferTest, OpacityCloseToOneIsOne) {
     auto const source = MakeSolid(8, 8, {10, 20, 30, 255});
     for (auto const & [opacity, alpha] :
-         std::map<float, int>{{0.9999995f, 255}, {0.99f, 252}, {2.0f, 255}, {-1.0f, 0}}) {
+         std::map<float, int>{{0.9999995f, 255}, {0.999998f, 254}, {0.99f, 252}, {2.0f, 255}, {-1.0f, 0}}) {
         auto const dest = MakeEmpty(8, 8);
         Transfer(*dest, *source, nullptr, &opacity, nullptr);
         EXPECT_EQ(alpha, ReadPixel(*dest, 0, 0)[3]) << opacity;
