@@ -2,6 +2,7 @@
 
 #include "kernel/Dispatch.h"
 #include "pixel/transfer/BitmapTransfer.h"
+#include "pixel/transfer/Fill.h"
 #include "transfer/EveryFormat.h"
 #include "transfer/TransferPixels.h"
 
@@ -256,6 +257,35 @@ TEST_F(DrawTest, FeedFromAnEndlessModelFillsTheSink) {
     EXPECT_EQ(70 * 40, writer.next);
     EXPECT_EQ(EndlessRamp::At(69, 39), writer.picture.At(69, 39));
 }
+
+TEST_F(DrawTest, FeedWritesNothingBeyondASmallerSink) {
+    auto const source = MakePicture<RGBA8Tuple>(100, 90, 1);
+    RGBA8Buffer sink(50, 40, nullptr);
+    Feed(sink, *MakeBitmap<RGBA8Tuple>(source), nullptr);
+    auto const pixels = ReadBuffer(sink);
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 50; ++x)
+            ASSERT_EQ(source.At(x, y), pixels[std::size_t(y * 50 + x)]) << x << ", " << y;
+}
+
+#ifndef RASTER_SANITIZED
+TEST_F(DrawTest, TheWidestBitmapIsDrawnOnUpToItsLastPixel) {
+    constexpr int widest = std::numeric_limits<int>::max();
+    DynamicBitmap dest(widest, 1, A8, MipmapModeNone, HardwareCachePolicy());
+    auto const source = MakePicture<A8Tuple>(100, 1, 1);
+    Draw(*dest.GetTyped<A8Tuple>(), *MakeBitmap<A8Tuple>(source), nullptr, &opaque, widest - 60, 0);
+    Fill(dest, {widest - 5, 0, widest, 1}, DynamicPixel(PixelOf<A8Tuple>{{255}}), 1.0f);
+    ModelConstAccessor<A8Bitmap, Zero, IdentityTransform> accessor(dest.GetTyped<A8Tuple>());
+    for (int i = 0; i < 60; ++i) {
+        PixelOf<A8Tuple> pixel;
+        accessor.SetToXY(widest - 60 + i, 0);
+        accessor.Read(pixel);
+        EXPECT_EQ(i < 55 ? source.At(i, 0)[0] : 255, pixel[0]) << i;
+    }
+    EXPECT_EQ((Rect{widest - 60 - (widest - 60) % 256, 0, widest, 1}),
+              dest.GetAllocatedBoundingBox().Intersect({0, 0, widest, 1}));
+}
+#endif
 
 TEST_F(DrawTest, FeedHandsOverRowsInOrderAndFlushesOnce) {
     auto const source = MakePicture<RGBA8Tuple>(333, 270, 1);
