@@ -50,9 +50,9 @@ void VisitSample(SampleType type, Function && function) {
 
 class ManagedTile {
 public:
-    ManagedTile(BitmapCore & destBitmap, BitmapCore const & sourceBitmap, void * colourTransform)
-        : dest(destBitmap), source(sourceBitmap), tiles(sourceBitmap), transform(colourTransform),
-          convert(GetConvertRows(dest.GetLayout().format, source.GetLayout().format)),
+    ManagedTile(BitmapCore & destBitmap, BitmapCore const & sourceBitmap, bool readsAsEmpty, void * colourTransform)
+        : dest(destBitmap), source(sourceBitmap), isEmpty(readsAsEmpty), tiles(sourceBitmap),
+          transform(colourTransform), convert(GetConvertRows(dest.GetLayout().format, source.GetLayout().format)),
           convertAlpha(GetConvertRows(GetCompatibleMaskFormat(dest.GetLayout().format),
                                       GetCompatibleMaskFormat(source.GetLayout().format))) {}
 
@@ -71,7 +71,7 @@ public:
 
 private:
     void RunPiece(DestTile & tile, int x, int y, std::size_t count) {
-        if (tiles.IsTransparent(x / tiles.GetGrid().tileWidth, y / TileGrid::tileHeight))
+        if (isEmpty || tiles.IsTransparent(x / tiles.GetGrid().tileWidth, y / TileGrid::tileHeight))
             Clear(tile, x, y, count);
         else if (transform)
             Transform(tile.GetRows(x, y), tiles.GetRows(x, y), count);
@@ -103,6 +103,7 @@ private:
 
     BitmapCore & dest;
     BitmapCore const & source;
+    bool const isEmpty; ///< whatever its tiles hold
     SourceTiles tiles;
     void * const transform;
     ConvertRows const convert, convertAlpha;
@@ -119,14 +120,18 @@ void TransferManaged(DynamicBitmap & dest, DynamicBitmap const & source, void * 
     if (!to || !from)
         return;
     to->ForceDelayLoad(abort);
-    if (to->IsPendingDelayLoad() || Kernel::IsAborted(abort) || !LoadSource(*from, params))
+    if (to->IsPendingDelayLoad() || Kernel::IsAborted(abort))
+        return;
+    bool const isEmpty = params && params->sourceMayStayUnloaded && from->IsPendingDelayLoad();
+    if (!isEmpty && !LoadSource(*from, params))
         return;
     Kernel::Counted<BitmapCore const> const before(AreEntangled(*to, *from) ? from->CloneTiles().release() : nullptr);
     if (before)
         from = before.Get();
     auto const rect = GetWorkRect(to->GetBounds(), params).Intersect(from->GetBounds());
     ForEachTile(*to, rect, params, [&](TileTask const & task) {
-        std::make_unique<ManagedTile>(*to, *from, transform)->Run(task); // too large for the stack of a helper thread
+        std::make_unique<ManagedTile>(*to, *from, isEmpty, transform)
+            ->Run(task); // too large for the stack of a helper thread
     });
     to->RecordWrite(rect, abort);
 }

@@ -213,6 +213,7 @@ void BlendRows16(void * const * dest, void const * const * source, int colours, 
 }
 
 // Floats: the pixels whose source alpha is 0 keep every bit, also where the source's colour is infinite or no number.
+// Those whose share is 1 get every bit of the source, whatever was there.
 void BlendRowsFloat(void * const * dest, void const * const * source, int colours, std::size_t count, float opacity) {
     hn::ScalableTag<float> const d;
     auto const zero = hn::Zero(d);
@@ -238,12 +239,13 @@ void BlendRowsFloat(void * const * dest, void const * const * source, int colour
             hn::StoreU(hn::IfThenElse(hn::Or(opaque, nothing), da, alpha), d, destAlpha + i);
         }
         auto const rest = hn::Sub(one, share);
+        auto const replaced = hn::Eq(share, one);
         for (int c = 0; c < colours; ++c) {
             float * const row = static_cast<float *>(dest[c]) + i;
             auto const old = hn::LoadU(d, row);
             auto const s = hn::LoadU(d, static_cast<float const *>(source[c]) + i);
             auto const mixed = hn::Add(hn::Mul(share, s), hn::Mul(rest, old));
-            hn::StoreU(hn::IfThenElse(nothing, old, mixed), d, row);
+            hn::StoreU(hn::IfThenElse(nothing, old, hn::IfThenElse(replaced, s, mixed)), d, row);
         }
     }
     for (; i < count; ++i) {
