@@ -2,6 +2,7 @@
 
 #include "pixel/transfer/Coverage.h"
 #include "pixel/transfer/TransferTiles.h"
+#include "pixel/transfer/UprightSampler.h"
 
 #include <algorithm>
 #include <array>
@@ -45,8 +46,8 @@ class TileTransfer {
 public:
     TileTransfer(TransferJob const & transferJob, TileTask const & tileTask)
         : job(transferJob), task(tileTask), source(*job.source), dest(*job.dest, task.rect),
-          sourceColours(job.source->GetLayout().channelCount - 1), destColours(job.dest->GetLayout().channelCount - 1) {
-    }
+          sourceColours(job.source->GetLayout().channelCount - 1), destColours(job.dest->GetLayout().channelCount - 1),
+          upright(source, job.source->GetLayout()) {}
 
     void RunDirect();
     void RunSampled();
@@ -60,6 +61,7 @@ private:
     bool ShareWholeTile(Rect const & work);
     void LayRun(int x, int y, std::array<void const *, 5> samples, std::size_t count);
 
+    void RunUpright();
     void SampleBand(int top, int rows);
     void SampleBlock(Rect const & block);
     void FillWindow(SampleBounds const & bounds);
@@ -73,6 +75,7 @@ private:
     int const sourceColours, destColours;
     SampleRows converted, sampled;
 
+    UprightSampler upright;
     // Of the band of rows being sampled: where it begins, and the position of each row's next pixel.
     int bandLeft = 0, bandTop = 0;
     float nextU[sampleBlockSize], nextV[sampleBlockSize];
@@ -156,6 +159,10 @@ void TileTransfer::CopyFromSourceRow(int sourceTileRow, Rect const & work) {
 }
 
 void TileTransfer::RunSampled() {
+    if (upright.Begin(job.matrix, task.rect)) {
+        RunUpright();
+        return;
+    }
     int const height = task.rect.GetHeight();
     for (int done = 0; done < height && !task.IsAborted(); done += sampleBlockSize) {
         int const top = task.rect.top + done, rows = std::min(sampleBlockSize, height - done);
@@ -164,18 +171,22 @@ void TileTransfer::RunSampled() {
     }
 }
 
-// Far beyond where positions count as outside, and within what a float holds.
-float ToPosition(double position) { return static_cast<float>(std::clamp(position, -1e30, 1e30)); }
+void TileTransfer::RunUpright() {
+    auto const rows = sampled.Get();
+    for (int y = task.rect.top; y < task.rect.bottom && !task.IsAborted(); ++y) {
+        if (upright.SampleRow(y, rows.data()))
+            LayRun(task.rect.left, y, AsConst(rows), static_cast<std::size_t>(task.rect.GetWidth()));
+        ReportRows(y, y + 1);
+    }
+}
 
 // Positions of each row begin at the left edge of the task and are stepped from there.
 void TileTransfer::SampleBand(int top, int rows) {
-    auto const step = [&](Kernel::PointT<double> const & right, Kernel::PointT<double> const & origin) {
-        return Kernel::PointT<double>{right.x - origin.x, right.y - origin.y};
-    }(job.matrix.Apply({1.0, 0.0}), job.matrix.Apply({0.0, 0.0}));
+    auto const step = GetSampleStep(job.matrix);
     for (int row = 0; row < sampleBlockSize; ++row) { // rows past the last are stepped too, and not looked at
         auto const start = job.matrix.Apply({task.rect.left + 0.5, double(top) + row + 0.5});
-        nextU[row] = ToPosition(start.x);
-        nextV[row] = ToPosition(start.y);
+        nextU[row] = ToSamplePosition(start.x);
+        nextV[row] = ToSamplePosition(start.y);
     }
     bandTop = top;
     int const width = task.rect.GetWidth();

@@ -7,6 +7,8 @@
 #include <hwy/foreach_target.h> // before highway.h
 #include <hwy/highway.h>
 
+#include "pixel/transfer/kernels/SampleRules-inl.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <type_traits>
@@ -14,50 +16,6 @@
 HWY_BEFORE_NAMESPACE();
 namespace Raster::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
-
-template<class Sample, class D>
-HWY_INLINE auto LoadFloats(D d, Sample const * samples) {
-    if constexpr (std::is_same_v<Sample, float>) {
-        return hn::LoadU(d, samples);
-    } else {
-        hn::RebindToSigned<D> const whole;
-        hn::Rebind<Sample, D> const narrow;
-        return hn::ConvertTo(d, hn::PromoteTo(whole, hn::LoadU(narrow, samples)));
-    }
-}
-
-template<class Sample, class V>
-HWY_INLINE void StoreSamples(V value, Sample * samples) {
-    hn::DFromV<V> const d;
-    if constexpr (std::is_same_v<Sample, float>) {
-        hn::StoreU(value, d, samples);
-    } else {
-        hn::Rebind<Sample, decltype(d)> const narrow;
-        auto const bounded =
-            hn::IfThenElseZero(hn::Gt(value, hn::Zero(d)), hn::Min(value, hn::Set(d, SampleRules::maximum<Sample>)));
-        hn::StoreU(hn::DemoteTo(narrow, hn::NearestInt(bounded)), narrow, samples);
-    }
-}
-
-template<class Sample, class V>
-HWY_INLINE V Premultiply(V colour, V alpha) {
-    hn::DFromV<V> const d;
-    auto product = hn::Mul(colour, alpha);
-    if constexpr (std::is_same_v<Sample, std::uint8_t>)
-        product = hn::Mul(product, hn::Set(d, 0.003921569f));
-    else if constexpr (std::is_same_v<Sample, std::uint16_t>)
-        product = hn::Mul(product, hn::Set(d, 1.5259022e-5f));
-    auto const full = hn::Eq(alpha, hn::Set(d, SampleRules::maximum<Sample>));
-    return hn::IfThenElse(full, colour, hn::IfThenZeroElse(hn::Eq(alpha, hn::Zero(d)), product));
-}
-
-template<class Sample>
-PremultiplyRow PlainPremultiplyRow() {
-    constexpr SampleType type = std::is_same_v<Sample, std::uint8_t>    ? SampleType::Integer8
-                                : std::is_same_v<Sample, std::uint16_t> ? SampleType::Integer16
-                                                                        : SampleType::Float;
-    return Scalar::GetPremultiplyRow(type);
-}
 
 template<class Sample>
 void PremultiplyPixels(float * const * groups, void const * const * source, int colours, std::size_t count) {
@@ -80,7 +38,7 @@ void PremultiplyPixels(float * const * groups, void const * const * source, int 
     void const * rest[5];
     for (int c = 0; c <= colours; ++c)
         rest[c] = row(c) + i;
-    PlainPremultiplyRow<Sample>()(restGroups, rest, colours, count - i);
+    Scalar::GetPremultiplyRow(SampleRules::sampleTypeOf<Sample>)(restGroups, rest, colours, count - i);
 }
 
 // Samples are taken in three passes over a short run: cells and weights, the sums, and back to samples. The middle one
@@ -136,17 +94,6 @@ HWY_INLINE hn::Vec<D> GatherPixels(D d, float const * pixels, std::int32_t const
     }
 }
 
-// A sample without weight is left out if it could be infinite; a product with 0 of a finite one changes no sum.
-template<bool MayBeInfinite, class V>
-HWY_INLINE V Accumulate(V sum, V weight, V pixels) {
-    hn::DFromV<V> const d;
-    auto const added = hn::Add(sum, hn::Mul(weight, pixels));
-    if constexpr (MayBeInfinite)
-        return hn::IfThenElse(hn::Eq(weight, hn::Zero(d)), sum, added);
-    else
-        return added;
-}
-
 template<bool MayBeInfinite, class D>
 HWY_INLINE void SumPixels(D d, Run & run, SampleWindow const & window, int group, std::size_t i) {
     HWY_ALIGN static constexpr std::int32_t lanesOfPixels[16]{0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3};
@@ -186,45 +133,29 @@ HWY_INLINE void SumCells(Run & run, SampleWindow const & window, int group, std:
 }
 #endif
 
-template<class Sample, class V>
-HWY_INLINE V Unpremultiply(V colour, V alpha, V reciprocal) {
-    hn::DFromV<V> const d;
-    auto const full = hn::Set(d, SampleRules::maximum<Sample>);
-    auto value = hn::Mul(hn::Mul(colour, full), reciprocal);
-    if constexpr (!std::is_same_v<Sample, float>)
-        value = hn::Min(value, full);
-    return hn::IfThenElse(hn::Or(hn::Eq(alpha, hn::Zero(d)), hn::Eq(alpha, full)), colour, value);
-}
-
 // The lanes past `count` hold whatever an earlier run left: they are computed, and never stored.
-template<class Sample>
-HWY_INLINE void StoreRun(void * const * dest, Run const & run, int colours, std::size_t begin, std::size_t count) {
+template<class Sample, int colours>
+HWY_INLINE void StoreRun(void * const * dest, Run const & run, std::size_t begin, std::size_t count) {
     hn::ScalableTag<float> const d;
     std::size_t const lanes = hn::Lanes(d);
-    HWY_ALIGN Sample spill[5][runLength];
+    HWY_ALIGN Sample spill[colours + 1][runLength];
     for (std::size_t i = 0; i < count; i += lanes) {
         bool const whole = i + lanes <= count;
-        auto const target = [&](int channel) {
-            return whole ? static_cast<Sample *>(dest[channel]) + begin + i : spill[channel];
-        };
-        hn::Vec<decltype(d)> first, second, third, alpha, fourth = hn::Zero(d);
-        hn::LoadInterleaved4(d, run.sums[0] + i * 4, first, second, third, alpha);
-        if (colours == 4) {
-            fourth = alpha;
+        Sample * target[colours + 1];
+        for (int c = 0; c <= colours; ++c)
+            target[c] = whole ? static_cast<Sample *>(dest[c]) + begin + i : spill[c];
+        hn::Vec<decltype(d)> first, second, third, fourth, alpha;
+        hn::LoadInterleaved4(d, run.sums[0] + i * 4, first, second, third, fourth);
+        alpha = fourth;
+        if constexpr (colours == 4) {
             hn::Vec<decltype(d)> unused0, unused1, unused2;
             hn::LoadInterleaved4(d, run.sums[1] + i * 4, unused0, unused1, unused2, alpha);
         }
-        StoreSamples(alpha, target(colours));
-        if (colours > 0) {
-            auto const reciprocal = hn::Div(hn::Set(d, 1.0f), alpha);
-            StoreSamples(Unpremultiply<Sample>(first, alpha, reciprocal), target(0));
-            if (colours > 1) {
-                StoreSamples(Unpremultiply<Sample>(second, alpha, reciprocal), target(1));
-                StoreSamples(Unpremultiply<Sample>(third, alpha, reciprocal), target(2));
-            }
-            if (colours == 4)
-                StoreSamples(Unpremultiply<Sample>(fourth, alpha, reciprocal), target(3));
-        }
+        StoreSums<Sample, colours>(
+            [&](int c) {
+                return c == colours ? alpha : c == 0 ? first : c == 1 ? second : c == 2 ? third : fourth;
+            },
+            target);
         if (!whole)
             for (int c = 0; c <= colours; ++c)
                 std::copy_n(spill[c], count - i, static_cast<Sample *>(dest[c]) + begin + i);
@@ -241,7 +172,8 @@ void SamplePixels(void * const * dest, SampleWindow const & window, float const 
         SumCells<std::is_same_v<Sample, float>>(run, window, 0, length);
         if (colours == 4)
             SumCells<std::is_same_v<Sample, float>>(run, window, 1, length);
-        StoreRun<Sample>(dest, run, colours, begin, length);
+        VisitColours(colours,
+                     [&](auto number) { StoreRun<Sample, decltype(number)::value>(dest, run, begin, length); });
     }
 }
 
