@@ -2,31 +2,21 @@
 // once before timing; figures are taken on one thread unless the name says otherwise.
 #include "kernel/Abort.h"
 #include "kernel/Dispatch.h"
-#include "pixel/MemoryManager.h"
 #include "pixel/transfer/BitmapTransfer.h"
-#include "storage/Block.h"
-#include "storage/Tile.h"
+#include "transfer/BenchmarkBitmaps.h"
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace Raster {
 namespace {
-// Sides of pictures. Ordinary test runs only see that everything still runs.
-int Side(int full) {
-    static bool const isSmoke = std::getenv("RASTER_BENCHMARK_SMOKE") != nullptr;
-    return isSmoke ? full / 8 : full;
-}
-
 // The median seconds of a memcpy of 64 MiB.
 double MeasureMemcpy() {
     static double const seconds = [] {
@@ -42,33 +32,6 @@ double MeasureMemcpy() {
         return times[times.size() / 2];
     }();
     return seconds;
-}
-
-enum class Alpha { Soft, Full };
-
-template<class Tuple>
-Kernel::Counted<BitmapOf<Tuple>> MakeBitmap(int width, int height, Alpha kind, unsigned seed,
-                                            MipmapMode mode = MipmapModeNone) {
-    static bool const initialised = [] {
-        Tile::InitStaticTiles();
-        Block::InitStaticBlock();
-        MemoryManager::Instance().SetDRAMLimit(16384);
-        return true;
-    }();
-    (void)initialised;
-    using Storage = typename Tuple::Storage;
-    Kernel::Counted<BitmapOf<Tuple>> bitmap(new BitmapOf<Tuple>(width, height, mode, HardwareCachePolicy()));
-    std::mt19937 random(seed);
-    for (int plane = 0; plane < Tuple::channelCount; ++plane)
-        for (std::size_t i = 0; i < bitmap->GetPlane(plane).GetTileCount(); ++i) {
-            MutableTileGuard guard(bitmap->GetPlane(plane).GetTile(i));
-            auto * const samples = reinterpret_cast<Storage *>(guard.GetBuffer());
-            bool const full = plane == Tuple::channelCount - 1 && kind == Alpha::Full;
-            for (std::size_t s = 0; s < 65536 / sizeof(Storage); ++s)
-                samples[s] = full ? Storage(Tuple::First::maximum)
-                                  : Storage(Tuple::First::maximum * float(random() & 0xffff) / 65535.0f);
-        }
-    return bitmap;
 }
 
 struct Case {
