@@ -28,6 +28,49 @@ struct SampleRows {
     std::array<void *, 5> Get() { return {samples[0], samples[1], samples[2], samples[3], samples[4]}; }
 };
 
+// Planes of floats that grow as they must, and forget what they held.
+class Lanes {
+public:
+    float * Get(std::size_t count) {
+        if (count > size) {
+            floats = std::make_unique_for_overwrite<float[]>(count + count / 4);
+            size = count + count / 4;
+        }
+        return floats.get();
+    }
+
+private:
+    std::unique_ptr<float[]> floats;
+    std::size_t size = 0;
+};
+
+// What the work on one tile takes place in.
+struct Memory {
+    SampleRows converted, sampled;
+    SamplePositions positions;
+    UprightSampler::Memory upright;
+    Lanes window[2];
+};
+
+// Too large for the stack of a helper thread, and to be got anew for each tile: each thread keeps one of at most some 2
+// MiB for the next. It is taken away while in use, since a callback may begin a transfer inside a transfer.
+class MemoryLease {
+public:
+    MemoryLease() : memory(std::move(spare)) {
+        if (!memory)
+            memory = std::make_unique_for_overwrite<Memory>();
+    }
+    ~MemoryLease() { spare = std::move(memory); }
+    MemoryLease(MemoryLease const &) = delete;
+    MemoryLease & operator=(MemoryLease const &) = delete;
+    Memory & Get() const { return *memory; }
+
+private:
+    static thread_local std::unique_ptr<Memory> spare;
+    std::unique_ptr<Memory> memory;
+};
+thread_local std::unique_ptr<Memory> MemoryLease::spare;
+
 std::array<void const *, 5> AsConst(std::array<void *, 5> const & rows) {
     return {rows[0], rows[1], rows[2], rows[3], rows[4]};
 }
@@ -47,7 +90,8 @@ public:
     TileTransfer(TransferJob const & transferJob, TileTask const & tileTask)
         : job(transferJob), task(tileTask), source(*job.source), dest(*job.dest, task.rect),
           sourceColours(job.source->GetLayout().channelCount - 1), destColours(job.dest->GetLayout().channelCount - 1),
-          upright(source, job.source->GetLayout()) {}
+          converted(memory.Get().converted), sampled(memory.Get().sampled),
+          upright(memory.Get().upright, source, job.source->GetLayout()), positions(memory.Get().positions) {}
 
     void RunDirect();
     void RunSampled();
@@ -73,15 +117,16 @@ private:
     SourceTiles source;
     DestTile dest;
     int const sourceColours, destColours;
-    SampleRows converted, sampled;
+    MemoryLease const memory;
+    SampleRows & converted;
+    SampleRows & sampled;
 
     UprightSampler upright;
     // Of the band of rows being sampled: where it begins, and the position of each row's next pixel.
     int bandLeft = 0, bandTop = 0;
     float nextU[sampleBlockSize], nextV[sampleBlockSize];
-    SamplePositions positions;
+    SamplePositions & positions;
     SampleWindow window{};
-    std::vector<float> windowLanes[2];
 };
 
 // Lays one run of source pixels on the destination. Where nothing would show, its tile stays as it is.
@@ -243,12 +288,8 @@ void TileTransfer::FillWindow(SampleBounds const & bounds) {
     auto const width = static_cast<std::size_t>(bounds.right - bounds.left);
     auto const height = static_cast<std::size_t>(bounds.bottom - bounds.top);
     window = {bounds, static_cast<std::ptrdiff_t>(width * 4), {}};
-    for (int group = 0; group < (sourceColours == 4 ? 2 : 1); ++group) {
-        auto & lanes = windowLanes[group];
-        if (lanes.size() < width * height * 4)
-            lanes.resize(width * height * 4);
-        window.groups[group] = lanes.data();
-    }
+    for (int group = 0; group < (sourceColours == 4 ? 2 : 1); ++group)
+        window.groups[group] = memory.Get().window[group].Get(width * height * 4);
     for (int y = bounds.top; y < bounds.bottom; ++y)
         FillWindowRow(bounds, y);
 }
@@ -290,10 +331,10 @@ void TileTransfer::FillWindowRow(SampleBounds const & bounds, int y) {
 }
 
 void TransferTile(TransferJob const & job, TileTask const & task) {
-    auto const transfer = std::make_unique<TileTransfer>(job, task); // too large for the stack of a helper thread
+    TileTransfer transfer(job, task);
     if (job.isDirect)
-        transfer->RunDirect();
+        transfer.RunDirect();
     else
-        transfer->RunSampled();
+        transfer.RunSampled();
 }
 }

@@ -66,9 +66,9 @@ MixRows GetMixRows(SampleType sampleType) {
     return ChooseBySample<MixRows>(sampleType, MixRows8, MixRows16, MixRowsFloat);
 }
 
-UprightSampler::UprightSampler(SourceTiles & sourceTiles, TupleLayout const & layout)
+UprightSampler::UprightSampler(Memory & memory, SourceTiles & sourceTiles, TupleLayout const & layout)
     : source(sourceTiles), colours(layout.channelCount - 1), premultiply(GetPremultiplyPlanes(layout.sampleType)),
-      mix(GetMixRows(layout.sampleType)) {}
+      mix(GetMixRows(layout.sampleType)), columns(memory.columns), kept(memory.kept), planes(memory.planes) {}
 
 bool UprightSampler::Begin(Kernel::AffineTransform::Params const & taskMatrix, Kernel::RectT<int> const & rect) {
     matrix = taskMatrix;

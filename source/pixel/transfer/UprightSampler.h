@@ -54,7 +54,21 @@ MixRows GetMixRows(SampleType sampleType);
 /// Samples the rows of one task. Tiles of the source stay pinned as `SourceTiles` has it.
 class UprightSampler {
 public:
-    UprightSampler(SourceTiles & source, TupleLayout const & layout);
+    static constexpr int widest = 1024; ///< columns of the source, about four times those of a task
+
+    struct SourceRow {
+        bool isKnown, isEmpty;
+        int y;
+        UprightRow row;
+    };
+    /// What a sampler works in. Nothing needs to be in it at first.
+    struct Memory {
+        UprightColumns columns;
+        SourceRow kept[2]; ///< the last even and the last odd row
+        alignas(64) float planes[5][widest + spreadOverread];
+    };
+
+    UprightSampler(Memory & memory, SourceTiles & source, TupleLayout const & layout);
 
     /// Whether the sampler can do a task with this matrix: it must not turn, and the columns must not lie too far
     /// apart. Rows are sampled after this only.
@@ -64,14 +78,6 @@ public:
     bool SampleRow(int y, void * const * dest);
 
 private:
-    static constexpr int widest = 1024; ///< columns of the source, about four times those of a task
-
-    struct SourceRow {
-        bool isKnown = false, isEmpty = false;
-        int y = 0;
-        UprightRow row;
-    };
-
     bool FindColumns(int width);
     SourceRow const & GetSourceRow(int y);
     bool FillPlanes(int y);
@@ -83,8 +89,8 @@ private:
 
     Kernel::AffineTransform::Params matrix;
     int firstColumn = 0; ///< of the task
-    UprightColumns columns;
-    SourceRow kept[2]; ///< the last even and the last odd row
-    alignas(64) float planes[5][widest + spreadOverread];
+    UprightColumns & columns;
+    SourceRow (&kept)[2];
+    float (&planes)[5][widest + spreadOverread];
 };
 }

@@ -20,25 +20,23 @@ namespace hn = hwy::HWY_NAMESPACE;
 template<class Sample>
 void PremultiplyPixels(float * const * groups, void const * const * source, int colours, std::size_t count) {
     hn::ScalableTag<float> const d;
+    std::size_t const lanes = hn::Lanes(d);
+    if (count < lanes) {
+        Scalar::GetPremultiplyRow(SampleRules::sampleTypeOf<Sample>)(groups, source, colours, count);
+        return;
+    }
     auto const zero = hn::Zero(d);
-    auto const row = [&](int channel) { return static_cast<Sample const *>(source[channel]); };
-    std::size_t i = 0;
-    for (std::size_t const lanes = hn::Lanes(d); i + lanes <= count; i += lanes) {
-        auto const alpha = LoadFloats(d, row(colours) + i);
+    for (std::size_t next = 0; next < count; next += lanes) {
+        std::size_t const i = std::min(next, count - lanes); // the last vector may begin in the one before
+        auto const load = [&](int channel) { return LoadFloats(d, static_cast<Sample const *>(source[channel]) + i); };
+        auto const alpha = load(colours);
         auto const colour = [&](int channel) {
-            return channel < colours ? Premultiply<Sample>(LoadFloats(d, row(channel) + i), alpha) : zero;
+            return channel < colours ? Premultiply<Sample>(load(channel), alpha) : zero;
         };
         hn::StoreInterleaved4(colour(0), colour(1), colour(2), colours == 4 ? colour(3) : alpha, d, groups[0] + i * 4);
         if (colours == 4)
             hn::StoreInterleaved4(zero, zero, zero, alpha, d, groups[1] + i * 4);
     }
-    if (i == count)
-        return;
-    float * const restGroups[2]{groups[0] + i * 4, colours == 4 ? groups[1] + i * 4 : nullptr};
-    void const * rest[5];
-    for (int c = 0; c <= colours; ++c)
-        rest[c] = row(c) + i;
-    Scalar::GetPremultiplyRow(SampleRules::sampleTypeOf<Sample>)(restGroups, rest, colours, count - i);
 }
 
 // Samples are taken in three passes over a short run: cells and weights, the sums, and back to samples. The middle one
@@ -82,15 +80,17 @@ HWY_INLINE void FindCells(Run & run, SampleWindow const & window, float const * 
 using Pixels = hn::CappedTag<float, 16>;
 constexpr std::size_t pixelsAtOnce = hn::MaxLanes(Pixels()) / 4;
 
-// The pixels at so many offsets, one after the other.
+// The pixels at so many offsets, one after the other. Each is loaded into all places and kept in its own: that takes no
+// step which moves lanes, of which processors do fewer at a time.
 template<class D>
 HWY_INLINE hn::Vec<D> GatherPixels(D d, float const * pixels, std::int32_t const * offsets) {
     if constexpr (hn::MaxLanes(d) == 4) {
         return hn::LoadU(d, pixels + offsets[0]);
     } else {
-        hn::Half<D> const half;
-        return hn::Combine(d, GatherPixels(half, pixels, offsets + hn::MaxLanes(half) / 4),
-                           GatherPixels(half, pixels, offsets));
+        auto gathered = hn::LoadDup128(d, pixels + offsets[hn::MaxLanes(d) / 4 - 1]);
+        for (std::size_t i = hn::MaxLanes(d) / 4 - 1; i-- > 0;)
+            gathered = hn::IfThenElse(hn::FirstN(d, (i + 1) * 4), hn::LoadDup128(d, pixels + offsets[i]), gathered);
+        return gathered;
     }
 }
 
@@ -199,48 +199,59 @@ void SampleRowFloat(void * const * dest, SampleWindow const & window, float cons
     SamplePixels<float>(dest, window, u, v, colours, count);
 }
 
-// Rows are chains of additions, each of which waits for the one before: eight rows side by side fill the time.
-constexpr int chainRows = 8;
+#if HWY_TARGET != HWY_SCALAR
+// Rows are chains of additions, each of which waits for the one before: a vector of rows steps at once, and two of them
+// side by side, in u and in v, fill the time.
+using Doubles = hn::CappedTag<double, 8>;
+using Rows = hn::Rebind<float, Doubles>;
+constexpr int columnsAtOnce = 4;
 
-HWY_INLINE void StepChains(float (*positions)[sampleBlockSize], float * start, double step, int columns) {
-    HWY_ALIGN float now[chainRows];
-    HWY_ALIGN float steps[sampleBlockSize][chainRows];
-    std::copy_n(start, chainRows, now);
-    for (int column = 0; column < columns; ++column)
-        for (int row = 0; row < chainRows; ++row) {
-            steps[column][row] = now[row];
-            now[row] = static_cast<float>(now[row] + step);
-        }
-    std::copy_n(now, chainRows, start);
-    for (int row = 0; row < chainRows; ++row)
-        for (int column = 0; column < columns; ++column)
-            positions[row][column] = steps[column][row];
-}
-
-// Without rotation all rows run alike in u, and v stands still.
-HWY_INLINE bool AreEqual(float const * values, int count) {
-    return std::all_of(values, values + count, [first = values[0]](float value) { return value == first; });
-}
-
-HWY_INLINE void StepRows(float (*positions)[sampleBlockSize], float * start, double step, int rows, int columns) {
-    if (step == 0.0) {
-        for (int row = 0; row < rows; ++row)
-            std::fill_n(positions[row], columns, start[row]);
-    } else if (AreEqual(start, rows)) {
-        StepChains(positions, start, step, columns);
-        for (int row = chainRows; row < rows; ++row)
-            std::copy_n(positions[0], columns, positions[row]);
-        std::fill_n(start, sampleBlockSize, start[0]);
-    } else {
-        for (int row = 0; row < rows; row += chainRows) // rows past the last are stepped along with it
-            StepChains(positions + row, start + row, step, columns);
-    }
+// Four columns from `column` on. @return the positions after them.
+template<class V, class Step>
+HWY_INLINE V StepColumns(V now, Step step, float (*positions)[sampleBlockSize], int column) {
+    Rows const d;
+    hn::FixedTag<float, columnsAtOnce> const piece;
+    auto const next = [&](V position) { return hn::DemoteTo(d, hn::Add(hn::PromoteTo(Doubles(), position), step)); };
+    auto const second = next(now), third = next(second), fourth = next(third);
+    HWY_ALIGN float turned[hn::MaxLanes(Doubles()) * columnsAtOnce]; // a row's columns one after the other
+    hn::StoreInterleaved4(now, second, third, fourth, d, turned);
+    for (std::size_t row = 0; row < hn::Lanes(d); ++row)
+        hn::StoreU(hn::LoadU(piece, turned + row * columnsAtOnce), piece, positions[row] + column);
+    return next(fourth);
 }
 
 void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns) {
-    StepRows(positions.u, u, du, rows, columns);
-    StepRows(positions.v, v, dv, rows, columns);
+    Rows const d;
+    auto const lanes = static_cast<int>(hn::Lanes(d));
+    auto const stepU = hn::Set(Doubles(), du), stepV = hn::Set(Doubles(), dv);
+    int const whole = columns - columns % columnsAtOnce;
+    for (int row = 0; row < rows; row += 2 * lanes) { // rows past the last are stepped along with it
+        auto firstU = hn::LoadU(d, u + row), secondU = hn::LoadU(d, u + row + lanes);
+        auto firstV = hn::LoadU(d, v + row), secondV = hn::LoadU(d, v + row + lanes);
+        for (int column = 0; column < whole; column += columnsAtOnce) {
+            firstU = StepColumns(firstU, stepU, positions.u + row, column);
+            secondU = StepColumns(secondU, stepU, positions.u + row + lanes, column);
+            firstV = StepColumns(firstV, stepV, positions.v + row, column);
+            secondV = StepColumns(secondV, stepV, positions.v + row + lanes, column);
+        }
+        hn::StoreU(firstU, d, u + row);
+        hn::StoreU(secondU, d, u + row + lanes);
+        hn::StoreU(firstV, d, v + row);
+        hn::StoreU(secondV, d, v + row + lanes);
+    }
+    for (int row = 0; row < rows; ++row)
+        for (int column = whole; column < columns; ++column) {
+            positions.u[row][column] = u[row];
+            positions.v[row][column] = v[row];
+            u[row] = static_cast<float>(u[row] + du);
+            v[row] = static_cast<float>(v[row] + dv);
+        }
 }
+#else
+void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns) {
+    Scalar::StepPositions(positions, u, v, du, dv, rows, columns);
+}
+#endif
 
 struct Extent {
     float left = 2 * SampleRules::farthest, top = left, right = -left, bottom = right;
