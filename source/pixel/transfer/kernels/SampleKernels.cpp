@@ -56,23 +56,49 @@ HWY_INLINE bool IsInside(float x, float y) {
            (y >= -SampleRules::farthest);
 }
 
-HWY_INLINE void FindCells(Run & run, SampleWindow const & window, float const * u, float const * v, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) { // compilers turn this into vector code
-        float const x = u[i] - 0.5f, y = v[i] - 0.5f;
-        bool const inside = IsInside(x, y);
-        float const safeX = inside ? x : 0.0f, safeY = inside ? y : 0.0f;
-        auto const cellX = static_cast<std::int32_t>(safeX >= 0.0f ? safeX : safeX - 1.0f);
-        auto const cellY = static_cast<std::int32_t>(safeY >= 0.0f ? safeY : safeY - 1.0f);
-        float const fx = safeX - static_cast<float>(cellX), fy = safeY - static_cast<float>(cellY);
-        std::int32_t const offset =
-            (cellY - window.bounds.top) * static_cast<std::int32_t>(window.stride) + (cellX - window.bounds.left) * 4;
-        run.offsets[i] = inside ? offset : 0;
-        float const left = inside ? 1.0f - fx : 0.0f, right = inside ? fx : 0.0f;
-        run.topLeft[i] = (1.0f - fy) * left;
-        run.topRight[i] = (1.0f - fy) * right;
-        run.bottomLeft[i] = fy * left;
-        run.bottomRight[i] = fy * right;
-    }
+// The whole part of a position whose half pixel was taken off; see `SampleRules::ToCell`.
+template<class V>
+HWY_INLINE auto ToCells(V position) {
+    hn::DFromV<V> const d;
+    auto const isNegative = hn::Lt(position, hn::Zero(d));
+    return hn::ConvertTo(hn::RebindToSigned<decltype(d)>(),
+                         hn::IfThenElse(isNegative, hn::Sub(position, hn::Set(d, 1.0f)), position));
+}
+
+// One vector of positions.
+HWY_INLINE void FindCells(Run & run, SampleWindow const & window, float const * u, float const * v, std::size_t at) {
+    hn::CappedTag<float, 16> const d;
+    hn::RebindToSigned<decltype(d)> const whole;
+    auto const half = hn::Set(d, 0.5f), one = hn::Set(d, 1.0f), farthest = hn::Set(d, SampleRules::farthest);
+    auto const x = hn::Sub(hn::LoadU(d, u), half), y = hn::Sub(hn::LoadU(d, v), half);
+    auto const isInside = hn::And(hn::Le(hn::Abs(x), farthest), hn::Le(hn::Abs(y), farthest)); // not where no number
+    auto const insideX = hn::IfThenElseZero(isInside, x), insideY = hn::IfThenElseZero(isInside, y);
+    auto const cellX = ToCells(insideX), cellY = ToCells(insideY);
+    auto const offset = hn::Add(hn::Mul(hn::Sub(cellY, hn::Set(whole, window.bounds.top)),
+                                        hn::Set(whole, static_cast<std::int32_t>(window.stride))),
+                                hn::ShiftLeft<2>(hn::Sub(cellX, hn::Set(whole, window.bounds.left))));
+    hn::StoreU(hn::IfThenElseZero(hn::RebindMask(whole, isInside), offset), whole, run.offsets + at);
+    auto const fx = hn::Sub(insideX, hn::ConvertTo(d, cellX)), fy = hn::Sub(insideY, hn::ConvertTo(d, cellY));
+    auto const left = hn::IfThenElseZero(isInside, hn::Sub(one, fx)), right = hn::IfThenElseZero(isInside, fx);
+    auto const above = hn::Sub(one, fy);
+    hn::StoreU(hn::Mul(above, left), d, run.topLeft + at);
+    hn::StoreU(hn::Mul(above, right), d, run.topRight + at);
+    hn::StoreU(hn::Mul(fy, left), d, run.bottomLeft + at);
+    hn::StoreU(hn::Mul(fy, right), d, run.bottomRight + at);
+}
+
+HWY_INLINE void FindAllCells(Run & run, SampleWindow const & window, float const * u, float const * v,
+                             std::size_t count) {
+    std::size_t const lanes = hn::Lanes(hn::CappedTag<float, 16>());
+    std::size_t i = 0;
+    for (; i + lanes <= count; i += lanes)
+        FindCells(run, window, u + i, v + i, i);
+    if (i == count)
+        return;
+    float lastU[16]{}, lastV[16]{};
+    std::copy(u + i, u + count, lastU);
+    std::copy(v + i, v + count, lastV);
+    FindCells(run, window, lastU, lastV, i);
 }
 
 #if HWY_TARGET != HWY_SCALAR
@@ -168,7 +194,7 @@ void SamplePixels(void * const * dest, SampleWindow const & window, float const 
     Run run; // every lane that is stored was written before
     for (std::size_t begin = 0; begin < count; begin += runLength) {
         std::size_t const length = std::min(runLength, count - begin);
-        FindCells(run, window, u + begin, v + begin, length);
+        FindAllCells(run, window, u + begin, v + begin, length);
         SumCells<std::is_same_v<Sample, float>>(run, window, 0, length);
         if (colours == 4)
             SumCells<std::is_same_v<Sample, float>>(run, window, 1, length);
