@@ -104,6 +104,8 @@ private:
     void CopyFromSourceRow(int sourceTileRow, Rect const & work);
     bool ShareWholeTile(Rect const & work);
     void LayRun(int x, int y, std::array<void const *, 5> samples, std::size_t count);
+    void LayConverted(int x, int y, std::array<void const *, 5> const & samples, std::size_t count);
+    void ConvertRow(std::vector<Rect> const & pieces, int y);
 
     void RunUpright();
     void SampleBand(int top, int rows);
@@ -129,20 +131,51 @@ private:
     SampleWindow window{};
 };
 
-// Lays one run of source pixels on the destination. Where nothing would show, its tile stays as it is.
+// Lays one run of source pixels on the destination.
 void TileTransfer::LayRun(int x, int y, std::array<void const *, 5> samples, std::size_t count) {
-    auto const & sourceLayout = job.source->GetLayout();
-    auto const & destLayout = job.dest->GetLayout();
-    if (job.convert) {
-        if (!HasCoverage(sourceLayout.sampleType, samples[std::size_t(sourceColours)], count, 1.0f))
-            return;
+    if (!job.convert) {
+        LayConverted(x, y, samples, count);
+    } else if (HasCoverage(job.source->GetLayout().sampleType, samples[std::size_t(sourceColours)], count, 1.0f)) {
         auto const rows = converted.Get();
         job.convert(rows.data(), samples.data(), count);
-        samples = AsConst(rows);
+        LayConverted(x, y, AsConst(rows), count);
     }
-    if (!dest.IsOpen() && !HasCoverage(destLayout.sampleType, samples[std::size_t(destColours)], count, job.opacity))
-        return;
-    job.blend(dest.GetRows(x, y).data(), samples.data(), destColours, count, job.opacity);
+}
+
+// Where nothing would show, the destination's tile stays as it is.
+void TileTransfer::LayConverted(int x, int y, std::array<void const *, 5> const & samples, std::size_t count) {
+    auto const & layout = job.dest->GetLayout();
+    if (dest.IsOpen() || HasCoverage(layout.sampleType, samples[std::size_t(destColours)], count, job.opacity))
+        job.blend(dest.GetRows(x, y).data(), samples.data(), destColours, count, job.opacity);
+}
+
+// One row of the source from tile to tile. The tiles of a source with larger samples are narrower: pieces that lie side
+// by side are put together and laid at once.
+void TileTransfer::ConvertRow(std::vector<Rect> const & pieces, int y) {
+    auto const sampleType = job.source->GetLayout().sampleType;
+    auto const sampleSize = static_cast<std::size_t>(job.dest->GetLayout().sampleSize);
+    auto const rows = converted.Get();
+    int begin = 0, end = 0; // what stands converted, in source pixels
+    auto const lay = [&] {
+        if (begin < end)
+            LayConverted(begin - job.offsetX, y - job.offsetY, AsConst(rows), static_cast<std::size_t>(end - begin));
+    };
+    for (auto const & piece : pieces) {
+        auto const samples = source.GetRows(piece.left, y);
+        auto const count = static_cast<std::size_t>(piece.GetWidth());
+        if (!HasCoverage(sampleType, samples[std::size_t(sourceColours)], count, 1.0f))
+            continue;
+        if (piece.left != end) {
+            lay();
+            begin = piece.left;
+        }
+        auto at = rows;
+        for (auto & row : at)
+            row = static_cast<std::byte *>(row) + static_cast<std::size_t>(piece.left - begin) * sampleSize;
+        job.convert(at.data(), samples.data(), count);
+        end = piece.right;
+    }
+    lay();
 }
 
 // The same format, the same place in the grid, all opaque, and nothing cut off: the tile may as well be shared.
@@ -195,9 +228,12 @@ void TileTransfer::CopyFromSourceRow(int sourceTileRow, Rect const & work) {
     int const bottom = pieces[0].bottom;
     for (int y = pieces[0].top; y < bottom && !task.IsAborted();) {
         int const rows = fillsRows ? std::min(rowsAtOnce, bottom - y) : 1;
-        for (auto const & piece : pieces)
-            LayRun(piece.left - job.offsetX, y - job.offsetY, source.GetRows(piece.left, y),
-                   static_cast<std::size_t>(piece.GetWidth()) * static_cast<std::size_t>(rows));
+        if (job.convert)
+            ConvertRow(pieces, y);
+        else
+            for (auto const & piece : pieces)
+                LayRun(piece.left - job.offsetX, y - job.offsetY, source.GetRows(piece.left, y),
+                       static_cast<std::size_t>(piece.GetWidth()) * static_cast<std::size_t>(rows));
         ReportRows(y - job.offsetY, y + rows - job.offsetY);
         y += rows;
     }
