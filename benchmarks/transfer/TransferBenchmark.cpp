@@ -107,8 +107,9 @@ void CompareThreads(benchmark::State & state, Scene const & scene) {
 void FillSmall(benchmark::State & state) {
     int const size = 1024, side = int(state.range(0)), count = 200;
     DynamicBitmap dest(MakeBitmap<RGBA8Tuple>(size, size, Alpha::Full, 2));
-    DynamicPixel colour(RGBA8);
-    colour.SetOpaqueBlack();
+    PixelOf<RGBA8Tuple> pixel{};
+    pixel.channels[3] = 255;
+    DynamicPixel const colour(pixel);
     std::mt19937 random(1);
     for (auto _ : state)
         for (int i = 0; i < count; ++i) {
