@@ -116,8 +116,7 @@ void FillSmall(benchmark::State & state) {
             int const x = int(random() % unsigned(size - side)), y = int(random() % unsigned(size - side));
             Fill(dest, {x, y, x + side, y + side}, colour, 0.5f);
         }
-    state.counters["ns/fill"] =
-        benchmark::Counter(1e-9 * count, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.SetItemsProcessed(std::int64_t(state.iterations()) * count);
 }
 
 // A small picture over and over on pixels that lie in the cache, one destination for each thread.
