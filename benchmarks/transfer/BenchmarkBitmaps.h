@@ -5,6 +5,7 @@
 #include "storage/Bitmap.h"
 #include "storage/Block.h"
 #include "storage/Tile.h"
+#include "storage/TileGuard.h"
 
 #include <cstddef>
 #include <cstdlib>
