@@ -3,12 +3,14 @@
 #include "colour/ICCManager.h"
 #include "pixel/Conversion.h"
 #include "pixel/FormatFunctions.h"
+#include "pixel/kernels/Interleave.h"
 #include "pixel/transfer/Layer.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 namespace Raster {
 namespace {
@@ -17,35 +19,37 @@ constexpr std::size_t longestRow = TileGrid::rowBytes; ///< pixels, of one-byte 
 using Rows = std::array<void *, 5>;
 using ConstRows = std::array<void const *, 5>;
 
-template<class Sample>
-void Interleave(void * pixels, ConstRows const & rows, int channels, std::size_t count) {
-    auto * const out = static_cast<Sample *>(pixels);
-    for (int channel = 0; channel < channels; ++channel) {
-        auto const * const row = static_cast<Sample const *>(rows[std::size_t(channel)]);
-        for (std::size_t i = 0; i < count; ++i)
-            out[i * std::size_t(channels) + std::size_t(channel)] = row[i];
-    }
+void InterleaveRows(SampleType type, void * pixels, ConstRows const & rows, int channels, std::size_t count) {
+    auto const typed = [&](auto interleave, auto * sample) {
+        using Sample = std::remove_pointer_t<decltype(sample)>;
+        Sample const * from[5]{};
+        for (std::size_t channel = 0; channel < std::size_t(channels); ++channel)
+            from[channel] = static_cast<Sample const *>(rows[channel]);
+        interleave(static_cast<Sample *>(pixels), from, channels, count);
+    };
+    if (type == SampleType::Integer8)
+        typed(Interleave8, static_cast<std::uint8_t *>(nullptr));
+    else if (type == SampleType::Integer16)
+        typed(Interleave16, static_cast<std::uint16_t *>(nullptr));
+    else
+        typed(InterleaveFloat, static_cast<float *>(nullptr));
 }
 
 // All channels but alpha, which comes by another way.
-template<class Sample>
-void DeinterleaveColours(void const * pixels, Rows const & rows, int channels, std::size_t count) {
-    auto const * const in = static_cast<Sample const *>(pixels);
-    for (int channel = 0; channel + 1 < channels; ++channel) {
-        auto * const row = static_cast<Sample *>(rows[std::size_t(channel)]);
-        for (std::size_t i = 0; i < count; ++i)
-            row[i] = in[i * std::size_t(channels) + std::size_t(channel)];
-    }
-}
-
-template<class Function>
-void VisitSample(SampleType type, Function && function) {
+void DeinterleaveRows(SampleType type, Rows const & rows, void const * pixels, int channels, std::size_t count) {
+    auto const typed = [&](auto deinterleave, auto * sample) {
+        using Sample = std::remove_pointer_t<decltype(sample)>;
+        Sample * to[5]{};
+        for (std::size_t channel = 0; channel < std::size_t(channels); ++channel)
+            to[channel] = static_cast<Sample *>(rows[channel]);
+        deinterleave(to, static_cast<Sample const *>(pixels), channels, count);
+    };
     if (type == SampleType::Integer8)
-        function(std::uint8_t());
+        typed(DeinterleaveColours8, static_cast<std::uint8_t *>(nullptr));
     else if (type == SampleType::Integer16)
-        function(std::uint16_t());
+        typed(DeinterleaveColours16, static_cast<std::uint16_t *>(nullptr));
     else
-        function(float());
+        typed(DeinterleaveColoursFloat, static_cast<float *>(nullptr));
 }
 
 class ManagedTile {
@@ -92,12 +96,9 @@ private:
     void Transform(Rows const & to, ConstRows const & from, std::size_t count) {
         auto const & in = source.GetLayout();
         auto const & out = dest.GetLayout();
-        VisitSample(in.sampleType,
-                    [&](auto sample) { Interleave<decltype(sample)>(sourcePixels, from, in.channelCount, count); });
+        InterleaveRows(in.sampleType, sourcePixels, from, in.channelCount, count);
         ICCManager::DoTransform(transform, sourcePixels, destPixels, static_cast<int>(count));
-        VisitSample(out.sampleType, [&](auto sample) {
-            DeinterleaveColours<decltype(sample)>(destPixels, to, out.channelCount, count);
-        });
+        DeinterleaveRows(out.sampleType, to, destPixels, out.channelCount, count);
         convertAlpha(&to[std::size_t(out.channelCount - 1)], &from[std::size_t(in.channelCount - 1)], count);
     }
 
