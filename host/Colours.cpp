@@ -77,7 +77,7 @@ void ChooseEmbedded(ColourPlan & plan, Picture const & picture, Profile const & 
     auto const & candidate = asked ? asked : picture.profile;
     if (candidate && ICCManager::CanApplyProfileToFormat(candidate, plan.format))
         plan.embedded = candidate;
-    else if (candidate && !asked)
+    else if (candidate && !asked && !plan.isManaged)
         plan.notes.push_back(fmt::format("the profile {} is for other colours and isn't written", GetName(candidate)));
 }
 }

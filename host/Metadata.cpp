@@ -71,6 +71,21 @@ void FindInJPEG(InStreamSeekable & stream, Found & found) {
     }
 }
 
+/// What PNG files say of colours in other words than a profile; most say sRGB.
+class ColourChunks {
+public:
+    void Take(std::string_view type, std::string_view start) {
+        isProfiled = isProfiled || type == "iCCP" || type == "sRGB";
+        isOther = isOther || (type == "gAMA" && start != "\x00\x00\xB1\x8F"sv) ||
+                  (type == "cHRM" && start != "\x00\x00\x7A\x26\x00\x00\x80\x84\x00\x00\xFA\x00\x00\x00\x80\xE8"
+                                              "\x00\x00\x75\x30\x00\x00\xEA\x60\x00\x00\x3A\x98\x00\x00\x17\x70"sv);
+    }
+    bool AreLost() const { return isOther && !isProfiled; }
+
+private:
+    bool isProfiled = false, isOther = false;
+};
+
 void AddChunk(Found & found, std::string_view type, std::string_view start) {
     if (type == "eXIf")
         found.Add("EXIF");
@@ -80,18 +95,18 @@ void AddChunk(Found & found, std::string_view type, std::string_view start) {
         found.Add("text");
     else if (type == "tIME")
         found.Add("time of change");
-    else if (type == "gAMA" || type == "cHRM")
-        found.Add("gamma and primaries");
 }
 
-void FindInPNG(InStreamSeekable & stream, Found & found) {
+void FindInPNG(InStreamSeekable & stream, Found & found, ColourChunks & colours) {
     for (;;) {
         auto const length = ReadBigEndian<4>(stream);
         std::array<char, 4> type;
         if (!length || !stream.ReadAll(type.data(), type.size()))
             return;
         std::string_view const name(type.data(), type.size());
-        AddChunk(found, name, Peek(stream, *length));
+        auto const content = Peek(stream, *length);
+        AddChunk(found, name, content);
+        colours.Take(name, content);
         constexpr std::uint32_t checksumBytes = 4;
         if (name == "IEND" || !stream.SkipBlock(std::uint64_t(*length) + checksumBytes))
             return;
@@ -107,7 +122,10 @@ std::vector<std::string> FindMetadata(InStreamSeekable & stream) {
         FindInJPEG(stream, found);
     } else if (start == "\x89PNG\r\n\x1A\n") {
         stream.SkipBlock(8);
-        FindInPNG(stream, found);
+        ColourChunks colours;
+        FindInPNG(stream, found, colours);
+        if (colours.AreLost())
+            found.Add("gamma and primaries");
     }
     return std::move(found.names);
 }

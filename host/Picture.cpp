@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -66,7 +67,7 @@ void SourceFile::Open() {
         throw Failure(AddHelp(file.GetFailure(), "JPEG and PNG files can be read"));
     if (file.GetFormat() == Raster::NoFormat || file.GetWidth() <= 0 || file.GetHeight() <= 0)
         throw Failure(fmt::format("this {} file can't be read: {}", GetTypeName(file.GetFileType()),
-                                  AddHelp(file.GetFailure(), "get it anew from where it came from")));
+                                  AddHelp(file.GetFailure(), "another program may open it and save it anew")));
 }
 
 Kernel::Counted<CompressedRasterData const> SourceFile::ReadStandardInput() const {
@@ -135,22 +136,37 @@ Picture SourceFile::Decode(Raster::MipmapMode mipmaps, Progress & progress) {
     picture.bitmap.Create(file.GetWidth(), file.GetHeight(), file.GetFormat(), mipmaps, Raster::HardwareCachePolicy());
     if (!picture.bitmap.GetCore())
         throw Failure("is too large to be held in tiles; cut it into parts");
-    auto const params = progress.GetParams();
-    Raster::Draw(picture.bitmap, file, &params, nullptr, 0, 0);
-    Signals::ThrowIfAborted();
-    ThrowOrWarnAboutFailure(!picture.bitmap.GetAlphaBoundingBox().IsEmpty());
+    DrawOn(picture.bitmap, progress);
+    TellOfDamage();
     file = Raster::DynamicFile(); // its decoded block goes
     data = {};
     return picture;
 }
 
-void SourceFile::ThrowOrWarnAboutFailure(bool hasPixels) const {
-    if (!file.HasFailed())
+void SourceFile::DrawOn(DynamicBitmap & bitmap, Progress & progress) const {
+    constexpr char const * help = "another program may open it and save it anew";
+    auto const params = progress.GetParams();
+    try {
+        Raster::Draw(bitmap, file, &params, nullptr, 0, 0);
+    } catch (std::bad_alloc const &) {
+        throw;
+    } catch (std::exception const & error) {
+        Signals::ThrowIfAborted();
+        throw Failure(AddHelp(error.what(), help));
+    }
+    Signals::ThrowIfAborted();
+    if (file.HasFailed())
+        throw Failure(AddHelp(file.GetFailure(), help));
+}
+
+void SourceFile::TellOfDamage() const {
+    auto const warning = file.GetWarning();
+    if (!file.EndedEarly() && warning.empty())
         return;
-    if (!hasPixels || settings.strict)
-        throw Failure(AddHelp(file.GetFailure(), hasPixels ? "leave --strict out to take what is there"
-                                                           : "get it anew from where it came from"));
-    session.GetMessages().Warn(path, file.GetFailure() + "; what is missing is black");
+    std::string const damage = file.EndedEarly() ? "the file ends early" : fmt::format("is damaged ({})", warning);
+    if (settings.strict)
+        throw Failure(damage + "; leave --strict out to take what is there");
+    session.GetMessages().Warn(path, damage + ", a part of the picture may be wrong; --strict refuses such files");
 }
 
 Profile FindProfile(std::string const & pathOrName) {

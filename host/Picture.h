@@ -46,7 +46,8 @@ private:
     Kernel::Counted<Raster::CompressedRasterData const> ReadStandardInput() const;
     Profile ChooseProfile() const;
     std::vector<std::string> FindMetadataOfFile() const;
-    void ThrowOrWarnAboutFailure(bool hasPixels) const;
+    void DrawOn(DynamicBitmap & bitmap, Progress & progress) const;
+    void TellOfDamage() const;
 
     Session & session;
     std::string path;

@@ -46,6 +46,16 @@ TEST(Metadata, NamesTheChunksOfAPNG) {
                    Chunk("IEND", "") + Chunk("tEXt", "after the end")));
 }
 
+TEST(Metadata, TellsSRGBFromOtherColours) {
+    std::string const gamma("\0\0\xB1\x8F", 4), otherGamma("\0\x01\x86\xA0", 4);
+    auto const find = [](std::string const & chunks) { return Find(pngStart + chunks + Chunk("IEND", "")); };
+    EXPECT_EQ(Names(), find(Chunk("gAMA", gamma)));
+    EXPECT_EQ(Names{"gamma and primaries"}, find(Chunk("gAMA", otherGamma)));
+    EXPECT_EQ(Names{"gamma and primaries"}, find(Chunk("cHRM", std::string(32, 'x'))));
+    EXPECT_EQ(Names(), find(Chunk("gAMA", otherGamma) + Chunk("sRGB", "x")));
+    EXPECT_EQ(Names(), find(Chunk("iCCP", "x") + Chunk("gAMA", otherGamma)));
+}
+
 TEST(Metadata, EndsQuietlyInDamage) {
     std::string const jpeg = jpegStart + Segment(0xE1, "Exif\0\0more"s) + Segment(0xFE, "hello") + jpegScan;
     std::string const png = pngStart + Chunk("eXIf", "MM") + Chunk("tEXt", "a") + Chunk("IEND", "");
