@@ -1,6 +1,7 @@
 #pragma once
 
 #include "colour/ICCProfile.h"
+#include "files/CameraParams.h"
 #include "files/ExportOptions.h"
 #include "kernel/Consolidated.h"
 #include "kernel/Countable.h"
@@ -17,10 +18,12 @@ class OutStreamSeekable;
 }
 
 namespace Raster {
-class CameraParams;
 class CompressedRasterData;
 class DynamicBitmap;
+class FileSource;
 struct FileFormat;
+struct FileReadOptions;
+struct FileTarget;
 
 /// A picture in a file of any type: finds out what the file is when it reads, and writes the types that can be written.
 /// Opening reads the header only; pixels are decoded when they are first drawn. An empty one, and one that failed to
@@ -89,9 +92,14 @@ public:
     static bool IsSupportedFormat(FileType type, Format format) noexcept;
 
 private:
-    friend class FileTransfer;
+    friend RASTER_API void Draw(DynamicBitmap & dest, DynamicFile const & source, TransferParams const * params,
+                                float const * opacity, int dx, int dy);
+    friend RASTER_API bool Feed(DynamicFile & dest, DynamicBitmap const & source, TransferParams const * params);
 
     bool Fail(std::string reason);
+    bool CreateForReading(FileSource const & source, FileReadOptions const & options);
+    bool CreateForWriting(FileTarget const & target, int width, int height, ExportOptions const & options,
+                          FileType newType, Format format);
     bool Commit(FileFormat const & newFormat, Kernel::Counted<Kernel::Countable> newWrapper);
 
     FileFormat const * fileFormat = nullptr; // how to ask the wrapper
