@@ -79,6 +79,8 @@ template<WrapsFile File>
 bool Feed(File & dest, DynamicBitmap const & source, TransferParams const * params) {
     return dest.Dispatch([&](auto & model) {
         using Model = std::remove_reference_t<decltype(model)>;
+        if constexpr (requires { model.SetAbort(params->abort); }) // of codecs that work on long after the last row
+            model.SetAbort(params ? params->abort : nullptr);
         typename Model::template PixelAccessor<AllChannels> writer(&model);
         bool const isComplete =
             FileTransfer::FeedBitmap(MakeRowSink(writer), formatOf<typename Model::Tuple>, source, params);
