@@ -381,7 +381,7 @@ if [ -c /dev/full ]; then
 fi
 
 # --- signals: work that takes long, ended in the middle
-Run 0 resize $photo out/huge.jpg --scale 12 --quality 100
+Run 0 resize $photo out/huge.jpg --scale "$([ -n "$slow" ] && echo 5 || echo 12)" --quality 100
 EndsBySignal() { # SIGNAL CODE SECONDS ARGUMENT...
     local signal=$1 wanted=$2 delay=$3 code began ended
     shift 3
