@@ -20,6 +20,13 @@ target_compile_options(RasterSettings INTERFACE
 target_compile_definitions(RasterSettings INTERFACE
     $<$<BOOL:${RASTER_CHECK_LOCK_ORDER}>:RASTER_CHECK_LOCK_ORDER>
     $<$<BOOL:${RASTER_SCALAR_ONLY}>:HWY_COMPILE_ONLY_SCALAR>)
+if(RASTER_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "RASTER_FUZZ needs clang: libFuzzer is a part of it")
+    endif()
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
+endif()
 if(RASTER_SANITIZE)
     target_compile_definitions(RasterSettings INTERFACE RASTER_SANITIZED)
     add_compile_options(-fsanitize=${RASTER_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
@@ -82,4 +89,43 @@ function(raster_add_benchmark subsystem name)
     add_test(NAME Benchmark.${name} COMMAND ${name} --benchmark_min_time=0.000001)
     set_tests_properties(Benchmark.${name} PROPERTIES LABELS "benchmark;${subsystem}" TIMEOUT ${RASTER_TEST_TIMEOUT}
         ENVIRONMENT RASTER_BENCHMARK_SMOKE=1)
+endfunction()
+
+# raster_add_fuzz_seeds(<subsystem> <name> [<library>...]): fuzz/<subsystem>/<name>.cpp is a program that writes seeds, one a
+# file, into the folder that it is given. They are made by the build and lie in RASTER_FUZZ_SEEDS/<name>.
+set(RASTER_FUZZ_SEEDS "${PROJECT_BINARY_DIR}/fuzz/seeds")
+function(raster_add_fuzz_seeds subsystem name)
+    add_executable(${name} "${PROJECT_SOURCE_DIR}/fuzz/${subsystem}/${name}.cpp")
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/fuzz" "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${name} PRIVATE RasterStatic RasterSettings ${ARGN})
+    set(stamp "${CMAKE_CURRENT_BINARY_DIR}/${name}.stamp")
+    add_custom_command(OUTPUT "${stamp}"
+        COMMAND "${CMAKE_COMMAND}" -E rm -rf "${RASTER_FUZZ_SEEDS}/${name}"
+        COMMAND "${CMAKE_COMMAND}" -E make_directory "${RASTER_FUZZ_SEEDS}/${name}"
+        COMMAND ${name} "${RASTER_FUZZ_SEEDS}/${name}"
+        COMMAND "${CMAKE_COMMAND}" -E touch "${stamp}"
+        COMMENT "Making the seeds of ${name}" VERBATIM)
+    add_custom_target(${name}Made DEPENDS "${stamp}")
+endfunction()
+
+# raster_add_fuzz(<subsystem> <name> SEEDS <seeds>... [LIBRARIES <library>...]): fuzz/<subsystem>/<name>.cpp defines
+# LLVMFuzzerTestOneInput. With RASTER_FUZZ it is a libFuzzer program; otherwise ctest replays the seeds through it, whole,
+# cut and damaged.
+function(raster_add_fuzz subsystem name)
+    cmake_parse_arguments(PARSE_ARGV 2 fuzz "" "" "SEEDS;LIBRARIES")
+    add_executable(${name} "${PROJECT_SOURCE_DIR}/fuzz/${subsystem}/${name}.cpp")
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/fuzz")
+    target_link_libraries(${name} PRIVATE RasterStatic RasterSettings ${fuzz_LIBRARIES})
+    set(folders "")
+    foreach(seeds IN LISTS fuzz_SEEDS)
+        add_dependencies(${name} ${seeds}Made)
+        list(APPEND folders "${RASTER_FUZZ_SEEDS}/${seeds}")
+    endforeach()
+    if(RASTER_FUZZ)
+        target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+        return()
+    endif()
+    target_sources(${name} PRIVATE "${PROJECT_SOURCE_DIR}/fuzz/Replay.cpp")
+    add_test(NAME Fuzz.${name} COMMAND ${name} ${folders})
+    set_tests_properties(Fuzz.${name} PROPERTIES LABELS "fuzz;${subsystem}" TIMEOUT ${RASTER_TEST_TIMEOUT})
 endfunction()

@@ -9,6 +9,17 @@ install(TARGETS RasterStatic RasterDependencies EXPORT RasterStaticTargets)
 set(privateHeaders
     colour/ColourEngine.h
     colour/ProfileBytes.h
+    files/FileFormat.h
+    files/SupportedFormats.h
+    files/jpeg/JPEGMetadata.h
+    files/jpeg/JPEGReader.h
+    files/jpeg/JPEGSession.h
+    files/jpeg/JPEGWriter.h
+    files/png/PNGHeader.h
+    files/png/PNGProfileName.h
+    files/png/PNGReader.h
+    files/png/PNGSession.h
+    files/png/PNGWriter.h
     kernel/DispatchArena.h
     pixel/transfer/BlendRules.h
     pixel/transfer/Coverage.h

@@ -127,6 +127,7 @@ ICCManager::Profile ICCManager::CreateProfile(void * lcmsHandle) {
     if (!name)
         return {};
     profile->name = *std::move(name);
+    ProfileBytes::ForgetTime({profile->rawData.get(), profile->rawDataSize});
     return Profile::ConsolidateObjectSacrifice(profile);
 }
 

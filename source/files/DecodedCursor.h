@@ -37,9 +37,19 @@ public:
         model.TakeRow(At(x, y), spanLength, rows);
     }
     /// A run of any length, within one row.
-    void ReadRow(int x, int y, std::size_t count, void * const * rows) const { model.TakeRow(At(x, y), count, rows); }
+    void ReadRow(int x, int y, std::size_t count, void * const * rows) const {
+        if (y + 1 < pixels.GetHeight())
+            Prefetch(At(x, y + 1), count * pixels.GetPixelBytes());
+        model.TakeRow(At(x, y), count, rows);
+    }
 
 private:
+    /// Of the row below, which comes next when a tile is filled: it is too far away for the hardware to foresee.
+    static void Prefetch(unsigned char const * bytes, std::size_t count) {
+        constexpr std::size_t most = 4096; // a long run is foreseen
+        for (std::size_t i = 0; i < count && i < most; i += 64)
+            __builtin_prefetch(bytes + i, /*write=*/0, /*locality=*/2);
+    }
     unsigned char const * At(int x, int y) const {
         return pixels.GetRow(y) + static_cast<std::size_t>(x) * pixels.GetPixelBytes();
     }

@@ -31,11 +31,11 @@ protected:
 
     int width = 0, height = 0;
     /// Guards the decoding, and what comes of it until it is done.
-    mutable Kernel::CriticalSection lock;
+    mutable Kernel::CriticalSection lock{Kernel::LockRank::FileModel};
 
 private:
     mutable std::atomic<bool> hasFailed{false};
     mutable std::string failure; // guarded by failureLock
-    mutable Kernel::CriticalSection failureLock;
+    mutable Kernel::CriticalSection failureLock{Kernel::LockRank::Leaf};
 };
 }

@@ -6,6 +6,7 @@
 #include "pixel/DynamicBuffer.h"
 #include "pixel/ForEachTile.h"
 #include "pixel/transfer/Layer.h"
+#include "pixel/transfer/RowTransfer.h"
 #include "pixel/transfer/Runs.h"
 #include "storage/Bitmap.h"
 #include "storage/DynamicBitmap.h"
@@ -26,7 +27,8 @@ template<class Model>
 concept SinkModel = requires {
     typename Model::Tuple;
     typename Model::Cursor;
-};
+}
+|| (requires { typename Model::Tuple; } && Model::modelKind == ModelKind::Rows);
 
 /// Models of one tuple.
 template<class A, class B>
@@ -42,6 +44,15 @@ Kernel::RectT<int> GetCoveredRect(Source const & source, Kernel::RectT<int> cons
         return rect;
     else
         return rect.Intersect(MoveRect({0, 0, source.GetWidth(), source.GetHeight()}, dx, dy));
+}
+
+/// Whether a model says that all its pixels have full alpha.
+template<ReadModel Source>
+bool IsOpaque(Source const & source) {
+    if constexpr (requires { source.IsOpaque(); })
+        return source.IsOpaque();
+    else
+        return false;
 }
 
 /// Lays `source` over a bitmap or buffer of the same tuple by the source-over rule: source pixel (x, y) lands on
@@ -72,6 +83,12 @@ void Draw(Dest & dest, Source const & source, TransferParams const * params, flo
     }
     using Reader = ModelConstAccessor<Source, Safe, IdentityTransform>;
     bool * const abort = params ? params->abort : nullptr;
+    if constexpr (std::derived_from<Dest, BitmapCore> && GivesRows<typename Source::ConstCursor>) {
+        if (!IsReadyForLayers(dest))
+            return;
+        typename Source::ConstCursor const cursor(&source, abort, /*nonPipeline=*/false);
+        return DrawRows(dest, MakeRowSource(cursor, IsOpaque(source)), params, ClampOpacity(opacity), dx, dy);
+    }
     auto const work = GetWorkRect({0, 0, dest.GetWidth(), dest.GetHeight()}, params);
     auto const rect = GetCoveredRect(source, work, dx, dy);
     if (rect.IsEmpty() || !IsReadyForLayers(dest))
@@ -107,40 +124,79 @@ Kernel::RectT<int> GetFedRect(Sink const & sink, Source const & source, Transfer
         return GetWorkRect({0, 0, source.GetWidth(), source.GetHeight()}, params);
 }
 
-/// Hands every pixel of `source` in the clip rectangle to `sink`, row by row from the top on the calling thread,
-/// without reading the sink. Rows begin at the rectangle's left edge, which lands on column 0; the sink is flushed in
-/// the end, unless the abort flag stopped the work. Progress comes as for work in line. A pending source is loaded
-/// first.
-template<SinkModel Sink, ReadModel Source>
-    requires SameTuple<Sink, Source>
-void Feed(Sink & sink, Source const & source, TransferParams const * params) {
-    if constexpr (std::derived_from<Source, BitmapCore>) {
-        if (!LoadSource(source, params))
-            return;
-    }
-    TransferParams const own = params ? *params : TransferParams();
-    TileTask const task{GetFedRect(sink, source, params), true, own};
-    if (task.rect.IsEmpty() || task.IsAborted())
-        return;
-    ModelConstAccessor<Source, Safe, IdentityTransform> reader(&source, nullptr, own.abort);
-    ModelAccessor<Sink> writer(&sink);
-    typename ModelAccessor<Sink>::PlanarSpan span;
+/// The work of a transfer that goes row by row on the calling thread.
+inline TileTask MakeRowTask(Kernel::RectT<int> const & rect, TransferParams const * params) {
+    return {rect, true, params ? *params : TransferParams()};
+}
+
+/// One run at the position of a writer, which ends just past it.
+template<class Writer, class Span>
+void FeedRun(Writer & writer, int count, Span const & span) {
+    if constexpr (TakesRows<Writer>)
+        writer.WriteRow(static_cast<std::size_t>(count), GetRows<void const>(span).data());
+    else
+        WriteRun(writer, count, span);
+}
+
+/// What comes after the last row. A file writer finishes its file, or leaves it unfinished after an abort.
+template<class Writer>
+void EndFeed(Writer & writer, bool isComplete) {
+    if constexpr (requires { writer.Abandon(); }) {
+        if (isComplete)
+            writer.Finish();
+        else
+            writer.Abandon();
+    } else if (isComplete)
+        writer.Flush();
+}
+
+/// The rows of any source, in runs.
+template<class Writer, ReadModel Source>
+bool FeedSpans(Writer & writer, Source const & source, TileTask const & task) {
+    ModelConstAccessor<Source, Safe, IdentityTransform> reader(&source, nullptr, task.params.abort);
+    typename decltype(reader)::PlanarSpan span;
     for (int y = task.rect.top; y < task.rect.bottom; ++y) {
         if (task.IsAborted())
-            return;
+            return false;
         reader.SetToXY(task.rect.left, y);
         writer.SetToXY(0, y - task.rect.top);
         for (int left = task.rect.GetWidth(); left > 0;) {
             int const count = std::min(spanLength, left);
             left -= count;
             ReadRun(reader, count, span);
-            WriteRun(writer, count, span);
+            FeedRun(writer, count, span);
         }
         if (y % TileGrid::tileHeight == 0)
             reader.Reset(); // a tile row at a time is enough to hold
         task.ReportRow(y);
     }
-    writer.Flush();
+    return true;
+}
+
+/// Hands every pixel of `source` in the clip rectangle to `sink`, row by row from the top on the calling thread,
+/// without reading the sink. Rows begin at the rectangle's left edge, which lands on column 0. In the end the sink is
+/// flushed, and a file writer finishes its file; after an abort a sink isn't flushed, and a file writer has failed.
+/// Progress comes as for work in line. A pending source is loaded first.
+/// @return whether all of it was handed over. False also if there was nothing.
+/// Throws what the sink throws.
+template<SinkModel Sink, ReadModel Source>
+    requires SameTuple<Sink, Source>
+bool Feed(Sink & sink, Source const & source, TransferParams const * params) {
+    if constexpr (std::derived_from<Source, BitmapCore>) {
+        if (!LoadSource(source, params))
+            return false;
+    }
+    auto const task = MakeRowTask(GetFedRect(sink, source, params), params);
+    if (task.rect.IsEmpty())
+        return false;
+    typename Sink::template PixelAccessor<AllChannels> writer(&sink);
+    bool isComplete = !task.IsAborted();
+    if constexpr (std::derived_from<Source, BitmapCore> && TakesRows<decltype(writer)>)
+        isComplete = FeedRows(MakeRowSink(writer), source, task.rect, /*offset=*/0, task);
+    else if (isComplete)
+        isComplete = FeedSpans(writer, source, task);
+    EndFeed(writer, isComplete);
+    return isComplete;
 }
 
 /// `Draw` of a bitmap onto a buffer when formats are known at run time only. A bitmap of another format is converted

@@ -30,6 +30,8 @@ public:
     }
     /// The samples from pixel (x, y) on, for each plane, as far as its tile reaches.
     Rows GetRows(int x, int y);
+    /// Lets go of what is pinned.
+    void Reset() noexcept { pins.Reset(); }
 
 private:
     Tile const & GetAlphaTile(int column, int row) const {

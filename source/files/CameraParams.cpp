@@ -1,0 +1,6 @@
+#include "files/CameraParams.h"
+
+namespace Raster {
+CameraParams::CameraParams() = default;
+CameraParams::~CameraParams() = default;
+}

@@ -1,0 +1,8 @@
+#include "files/png/PNG.h"
+
+namespace Raster {
+#define RASTER_DEFINE_PNG(format, ...) template class RASTER_TEMPLATE_INSTANCE PNG<__VA_ARGS__>;
+RASTER_FOR_EACH_PNG_TUPLE(RASTER_DEFINE_PNG)
+
+RASTER_FOR_EACH_READ_PNG(RASTER_PNG_CONST_ACCESSORS, template class RASTER_TEMPLATE_INSTANCE)
+}

@@ -1,0 +1,112 @@
+#pragma once
+
+#include "kernel/Countable.h"
+#include "kernel/Counted.h"
+#include "kernel/InStream.h"
+#include "kernel/OutStream.h"
+#include "kernel/RawData.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace Raster {
+/// The bytes of an image file, in memory and unchanged: what a user placed, or what a writer makes. They count as
+/// compressed memory while they are held.
+/// Threads: no lock. Any number may read; who changes the bytes does so alone.
+class RASTER_API CompressedRasterData final : public virtual Kernel::Countable {
+public:
+    using Block = Kernel::RawDataT<Kernel::Countable, Kernel::AllocatorNew>;
+
+    CompressedRasterData(); ///< No bytes.
+    CompressedRasterData(CompressedRasterData const &) = delete;
+    CompressedRasterData & operator=(CompressedRasterData const &) = delete;
+    ~CompressedRasterData() override;
+
+    /// Null if there are no bytes. Valid until the bytes are replaced or grow.
+    unsigned char * GetData() { return data.get(); }
+    unsigned char const * GetData() const { return data.get(); }
+    std::uint64_t GetSize() const { return size; }
+
+    /// Whether the picture is to be inverted once it is decoded.
+    bool GetInvert() const { return invert; }
+    void SetInvert(bool inverted) { invert = inverted; }
+
+    // If memory can't be had the next four throw std::bad_alloc and change nothing.
+
+    /// Takes a copy of these bytes in place of the old ones, which they may be.
+    void CopyFrom(unsigned char const * bytes, std::uint64_t byteCount);
+    /// Keeps the bytes as far as they fit. A larger size moves them, the new bytes being 0; a smaller one frees no
+    /// memory.
+    void SetSize(std::uint64_t newSize);
+    /// Takes the bytes of a file in place of the old ones, which are gone in any case.
+    /// @return whether the file could be opened, errno telling why not. Of a file that can't be read to its end, what
+    ///         came.
+    bool SetFromFile(char const * path);
+    /// Takes that many bytes in place of the old ones. The size stays as it is: `SetSize` makes them visible.
+    /// @return whether all came; false for 0.
+    bool SetFromStream(Kernel::InStream & stream, std::uint64_t byteCount);
+
+    /// Creates or replaces the file. @return whether all was written.
+    bool WriteToFile(char const * path) const;
+    /// Hands the bytes over; none are left.
+    Block RelinquishOwnership();
+
+private:
+    using Bytes = std::unique_ptr<unsigned char[]>;
+
+    static Bytes Allocate(std::uint64_t byteCount);
+    void Replace(Bytes bytes, std::uint64_t byteCount, std::uint64_t newSize);
+    void Account(std::uint64_t byteCount);
+
+    Bytes data;
+    std::uint64_t capacity = 0; // bytes of `data`
+    std::uint64_t size = 0;     // of these, those in use
+    std::uint64_t accounted = 0;
+    bool invert = false;
+};
+
+/// Reads the bytes as if they were a file. They must stay as they are meanwhile.
+class RASTER_API CompressedRasterDataInStream final : public Kernel::InStreamSeekable {
+public:
+    /// @param source  null reads as empty.
+    explicit CompressedRasterDataInStream(Kernel::Counted<CompressedRasterData const> source);
+    ~CompressedRasterDataInStream() override;
+
+    std::uint64_t Tell() const override { return position; }
+    std::uint64_t GetSize() const override;
+    bool IsEndOfData() const override { return position >= GetSize(); }
+    bool Seek(Kernel::SeekOrigin origin, std::int64_t offset) override;
+
+protected:
+    std::uint64_t ReadI(void * dest, std::uint64_t byteCount) override;
+
+private:
+    Kernel::Counted<CompressedRasterData const> const item;
+    std::uint64_t position = 0;
+};
+
+/// Writes over the bytes as if they were a file, from the start. While it writes, the item is larger than what was
+/// written: `Finish` gives it its size. A write for which there is no memory takes 0 bytes.
+class RASTER_API CompressedRasterDataOutStream final : public Kernel::OutStreamSeekable {
+public:
+    /// @param target  not null.
+    explicit CompressedRasterDataOutStream(Kernel::Counted<CompressedRasterData> target);
+    ~CompressedRasterDataOutStream() override;
+
+    std::uint64_t Tell() const override { return position; }
+    std::uint64_t GetSize() const override { return end; }
+    bool Seek(Kernel::SeekOrigin origin, std::int64_t offset) override;
+    void Reserve(std::uint64_t byteCount) override;
+    bool Finish() override;
+
+protected:
+    std::uint64_t WriteI(void const * source, std::uint64_t byteCount) override;
+
+private:
+    bool Grow(std::uint64_t needed);
+
+    Kernel::Counted<CompressedRasterData> const item;
+    std::uint64_t position = 0; // may lie beyond the end
+    std::uint64_t end = 0;      // of what was written
+};
+}
