@@ -2,17 +2,15 @@
 // once before timing; figures are taken on one thread unless the name says otherwise.
 #include "kernel/Abort.h"
 #include "kernel/Dispatch.h"
-#include "pixel/MemoryManager.h"
 #include "pixel/transfer/BitmapTransfer.h"
-#include "storage/Block.h"
-#include "storage/Tile.h"
+#include "pixel/transfer/Fill.h"
+#include "transfer/BenchmarkBitmaps.h"
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -21,12 +19,6 @@
 
 namespace Raster {
 namespace {
-// Sides of pictures. Ordinary test runs only see that everything still runs.
-int Side(int full) {
-    static bool const isSmoke = std::getenv("RASTER_BENCHMARK_SMOKE") != nullptr;
-    return isSmoke ? full / 8 : full;
-}
-
 // The median seconds of a memcpy of 64 MiB.
 double MeasureMemcpy() {
     static double const seconds = [] {
@@ -44,85 +36,92 @@ double MeasureMemcpy() {
     return seconds;
 }
 
-enum class Alpha { Soft, Full };
+/// What is laid on what.
+struct Scene {
+    Kernel::Counted<BitmapCore> dest, source;
+    std::vector<double> matrix; ///< empty is none
 
-template<class Tuple>
-Kernel::Counted<BitmapOf<Tuple>> MakeBitmap(int width, int height, Alpha kind, unsigned seed,
-                                            MipmapMode mode = MipmapModeNone) {
-    static bool const initialised = [] {
-        Tile::InitStaticTiles();
-        Block::InitStaticBlock();
-        MemoryManager::Instance().SetDRAMLimit(16384);
-        return true;
-    }();
-    (void)initialised;
-    using Storage = typename Tuple::Storage;
-    Kernel::Counted<BitmapOf<Tuple>> bitmap(new BitmapOf<Tuple>(width, height, mode, HardwareCachePolicy()));
-    std::mt19937 random(seed);
-    for (int plane = 0; plane < Tuple::channelCount; ++plane)
-        for (std::size_t i = 0; i < bitmap->GetPlane(plane).GetTileCount(); ++i) {
-            MutableTileGuard guard(bitmap->GetPlane(plane).GetTile(i));
-            auto * const samples = reinterpret_cast<Storage *>(guard.GetBuffer());
-            bool const full = plane == Tuple::channelCount - 1 && kind == Alpha::Full;
-            for (std::size_t s = 0; s < 65536 / sizeof(Storage); ++s)
-                samples[s] = full ? Storage(Tuple::First::maximum)
-                                  : Storage(Tuple::First::maximum * float(random() & 0xffff) / 65535.0f);
-        }
-    return bitmap;
-}
-
-struct Case {
-    double const * matrix = nullptr;
-    float opacity = 1.0f;
-    unsigned threads = 1;
+    void Transfer() const {
+        float const opacity = 1.0f;
+        Raster::Transfer(*dest, *source, nullptr, &opacity, matrix.empty() ? nullptr : matrix.data());
+    }
 };
 
-void Run(benchmark::State & state, BitmapCore & dest, BitmapCore const & source, Case const & what) {
+template<class D, class S = D>
+Scene MakeOver(Alpha sourceAlpha, Alpha destAlpha) {
+    return {
+        MakeBitmap<D>(Side(4096), Side(4096), destAlpha, 2), MakeBitmap<S>(Side(4096), Side(4096), sourceAlpha, 1), {}};
+}
+
+Scene MakeTurned(double angle, double scale) {
+    int const size = angle != 0 ? Side(2518) : int(Side(2048) * scale);
+    double const c = std::cos(angle) / scale, s = std::sin(angle) / scale, middle = size / 2.0,
+                 centre = Side(2048) / 2.0;
+    return {MakeBitmap<RGBA8Tuple>(size, size, Alpha::Full, 2),
+            MakeBitmap<RGBA8Tuple>(Side(2048), Side(2048), Alpha::Soft, 1),
+            {c, s, centre - c * middle - s * middle, -s, c, centre + s * middle - c * middle}};
+}
+double const thirtyDegrees = std::acos(-1.0) / 6;
+
+// A tenth of the size, through levels that are there already.
+Scene MakeMinified() {
+    auto const source = MakeBitmap<RGBA8Tuple>(Side(4096), Side(4096), Alpha::Soft, 1, MipmapModeOnDemand);
+    source->UpdateMipmaps(0, nullptr);
+    return {MakeBitmap<RGBA8Tuple>(Side(4096) / 10, Side(4096) / 10, Alpha::Full, 2), source, {10, 0, 0, 0, 10, 0}};
+}
+
+double MeasureTransfer(Scene const & scene) {
+    auto const start = std::chrono::steady_clock::now();
+    scene.Transfer();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void Run(benchmark::State & state, Scene const & scene, unsigned threads) {
     double const unit = MeasureMemcpy();
-    Kernel::Dispatch::SetThreadCount(what.threads);
+    Kernel::Dispatch::SetThreadCount(threads);
     double best = 1e9;
     for (auto _ : state) {
-        auto const start = std::chrono::steady_clock::now();
-        Transfer(dest, source, nullptr, &what.opacity, what.matrix);
-        double const seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        double const seconds = MeasureTransfer(scene);
         best = std::min(best, seconds);
         state.SetIterationTime(seconds);
     }
     Kernel::Dispatch::SetThreadCount(0);
     state.counters["M"] = best / unit;
-    state.counters["ns/px"] = best * 1e9 / (double(dest.GetWidth()) * dest.GetHeight());
+    state.counters["ns/px"] = best * 1e9 / (double(scene.dest->GetWidth()) * scene.dest->GetHeight());
 }
 
-template<class Tuple>
-void Over(benchmark::State & state, Alpha sourceAlpha, Alpha destAlpha, unsigned threads) {
-    auto const source = MakeBitmap<Tuple>(Side(4096), Side(4096), sourceAlpha, 1);
-    auto const dest = MakeBitmap<Tuple>(Side(4096), Side(4096), destAlpha, 2);
-    Run(state, *dest, *source, {nullptr, 1.0f, threads});
+// The best of nine on two threads beside the best of nine on one, by turns.
+void CompareThreads(benchmark::State & state, Scene const & scene) {
+    double best[2]{1e9, 1e9};
+    for (auto _ : state)
+        for (int i = 0; i < 18; ++i) {
+            Kernel::Dispatch::SetThreadCount(i % 2 ? 2 : 1);
+            double const seconds = MeasureTransfer(scene);
+            best[i % 2] = std::min(best[i % 2], seconds);
+        }
+    Kernel::Dispatch::SetThreadCount(0);
+    state.counters["two/one"] = best[1] / best[0];
 }
 
-void Rotate(benchmark::State & state, double angle, double scale, unsigned threads) {
-    auto const source = MakeBitmap<RGBA8Tuple>(Side(2048), Side(2048), Alpha::Soft, 1);
-    int const size = angle != 0 ? Side(2518) : int(Side(2048) * scale);
-    auto const dest = MakeBitmap<RGBA8Tuple>(size, size, Alpha::Full, 2);
-    double const c = std::cos(angle) / scale, s = std::sin(angle) / scale, middle = size / 2.0,
-                 centre = Side(2048) / 2.0;
-    double const matrix[6]{c, s, centre - c * middle - s * middle, -s, c, centre + s * middle - c * middle};
-    Run(state, *dest, *source, {matrix, 1.0f, threads});
-}
-double const thirtyDegrees = std::acos(-1.0) / 6;
-
-// A tenth of the size, through levels that are there already.
-void Minify(benchmark::State & state) {
-    auto const source = MakeBitmap<RGBA8Tuple>(Side(4096), Side(4096), Alpha::Soft, 1, MipmapModeOnDemand);
-    source->UpdateMipmaps(0, nullptr);
-    auto const dest = MakeBitmap<RGBA8Tuple>(Side(4096) / 10, Side(4096) / 10, Alpha::Full, 2);
-    double const matrix[6]{10, 0, 0, 0, 10, 0};
-    Run(state, *dest, *source, {matrix, 1.0f, 1});
+// One colour over small rectangles here and there: what square tips do.
+void FillSmall(benchmark::State & state) {
+    int const size = 1024, side = int(state.range(0)), count = 200;
+    DynamicBitmap dest(MakeBitmap<RGBA8Tuple>(size, size, Alpha::Full, 2));
+    PixelOf<RGBA8Tuple> pixel{};
+    pixel.channels[3] = 255;
+    DynamicPixel const colour(pixel);
+    std::mt19937 random(1);
+    for (auto _ : state)
+        for (int i = 0; i < count; ++i) {
+            int const x = int(random() % unsigned(size - side)), y = int(random() % unsigned(size - side));
+            Fill(dest, {x, y, x + side, y + side}, colour, 0.5f);
+        }
+    state.SetItemsProcessed(std::int64_t(state.iterations()) * count);
 }
 
 // A small picture over and over on pixels that lie in the cache, one destination for each thread.
 void Stamp(benchmark::State & state) {
-    int const count = Side(400), size = 256;
+    int const size = int(state.range(0)), count = Side(400) * (256 / size);
     auto const source = MakeBitmap<RGBA8Tuple>(size, size, Alpha::Soft, 1);
     auto const dest = MakeBitmap<RGBA8Tuple>(size, size, Alpha::Full, 2);
     float const opacity = 1.0f;
@@ -214,22 +213,32 @@ void EveryPair(benchmark::State & state, bool lab) {
 #define RASTER_BENCHMARK(name, call)                                                                                   \
     void name(benchmark::State & state) { call; }                                                                      \
     BENCHMARK(name)->UseManualTime()->Unit(benchmark::kMillisecond)
+// A scene on one thread, on two, and the one beside the other.
+#define RASTER_SCENE(name, scene)                                                                                      \
+    RASTER_BENCHMARK(name, Run(state, scene, 1));                                                                      \
+    RASTER_BENCHMARK(name##_TwoThreads, Run(state, scene, 2));                                                         \
+    void name##_Threads(benchmark::State & state) { CompareThreads(state, scene); }                                    \
+    BENCHMARK(name##_Threads)->Iterations(1)->Unit(benchmark::kMillisecond)
 }
 
-RASTER_BENCHMARK(Over_RGBA8_SoftOntoOpaque, Over<RGBA8Tuple>(state, Alpha::Soft, Alpha::Full, 1));
-RASTER_BENCHMARK(Over_RGBA8_SoftOntoSoft, Over<RGBA8Tuple>(state, Alpha::Soft, Alpha::Soft, 1));
-RASTER_BENCHMARK(Over_RGBA8_OpaqueOntoOpaque, Over<RGBA8Tuple>(state, Alpha::Full, Alpha::Full, 1));
-RASTER_BENCHMARK(Over_RGBA16_SoftOntoOpaque, Over<RGBA16Tuple>(state, Alpha::Soft, Alpha::Full, 1));
-RASTER_BENCHMARK(Over_RGBAUF_SoftOntoOpaque, Over<RGBAUFTuple>(state, Alpha::Soft, Alpha::Full, 1));
-RASTER_BENCHMARK(Over_RGBA8_SoftOntoOpaque_TwoThreads, Over<RGBA8Tuple>(state, Alpha::Soft, Alpha::Full, 2));
-RASTER_BENCHMARK(RotateAndScale, Rotate(state, thirtyDegrees, 0.9, 1));
-RASTER_BENCHMARK(RotateAndScale_TwoThreads, Rotate(state, thirtyDegrees, 0.9, 2));
-RASTER_BENCHMARK(ScaleOnly, Rotate(state, 0, 1.23, 1));
-RASTER_BENCHMARK(Over_RGBA8_SoftOntoSoft_TwoThreads, Over<RGBA8Tuple>(state, Alpha::Soft, Alpha::Soft, 2));
-RASTER_BENCHMARK(Over_RGBA16_SoftOntoOpaque_TwoThreads, Over<RGBA16Tuple>(state, Alpha::Soft, Alpha::Full, 2));
-RASTER_BENCHMARK(Over_RGBAUF_SoftOntoOpaque_TwoThreads, Over<RGBAUFTuple>(state, Alpha::Soft, Alpha::Full, 2));
-RASTER_BENCHMARK(MinifyThroughLevels, Minify(state));
-RASTER_BENCHMARK(StampInCache, Stamp(state))->Threads(1)->Threads(2);
+RASTER_SCENE(Over_RGBA8_SoftOntoOpaque, MakeOver<RGBA8Tuple>(Alpha::Soft, Alpha::Full));
+RASTER_SCENE(Over_RGBA8_SoftOntoSoft, MakeOver<RGBA8Tuple>(Alpha::Soft, Alpha::Soft));
+RASTER_SCENE(Over_RGBA8_OpaqueOntoOpaque, MakeOver<RGBA8Tuple>(Alpha::Full, Alpha::Full));
+RASTER_SCENE(Over_RGBA16_SoftOntoOpaque, MakeOver<RGBA16Tuple>(Alpha::Soft, Alpha::Full));
+RASTER_SCENE(Over_RGBAUF_SoftOntoOpaque, MakeOver<RGBAUFTuple>(Alpha::Soft, Alpha::Full));
+RASTER_SCENE(Over_AF_OntoRGBA8, (MakeOver<RGBA8Tuple, AFTuple>(Alpha::Soft, Alpha::Full)));
+RASTER_SCENE(RotateAndScale, MakeTurned(thirtyDegrees, 0.9));
+RASTER_SCENE(ScaleOnly, MakeTurned(0, 1.23));
+RASTER_SCENE(MinifyThroughLevels, MakeMinified());
+BENCHMARK(Stamp)
+    ->Name("StampInCache")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Arg(256)
+    ->Threads(1)
+    ->Threads(2);
+BENCHMARK(Stamp)->Name("StampSmall")->UseManualTime()->Unit(benchmark::kMillisecond)->Arg(16)->Arg(64);
+BENCHMARK(FillSmall)->Arg(1)->Arg(20)->Arg(300);
 RASTER_BENCHMARK(Abort, AbortLatency(state))->Iterations(1);
 RASTER_BENCHMARK(EveryPairWithoutLab, EveryPair(state, false))->Iterations(1);
 RASTER_BENCHMARK(EveryPairWithLab, EveryPair(state, true))->Iterations(1);

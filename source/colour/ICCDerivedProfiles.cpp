@@ -1,6 +1,7 @@
 // Linear RGB profiles, and profiles with a curve made from linear ones.
 #include "colour/ColourEngine.h"
 #include "colour/ICCManager.h"
+#include "colour/ProfileBytes.h"
 #include "kernel/AppendFormat.h"
 #include "kernel/ConvertEnc.h"
 
@@ -86,6 +87,7 @@ ICCManager::Profile ICCManager::MakeRGBProfile(ICCProfile const & source, Kernel
     profile->name = name;
     if (!CreateProfileRawData(*profile))
         return {};
+    ProfileBytes::ForgetTime({profile->rawData.get(), profile->rawDataSize});
     profile->gamma = gamma;
     profile->isLinear = isLinear.value_or(profile->isLinear);
     return Profile::ConsolidateObjectSacrifice(profile);

@@ -125,7 +125,7 @@ private:
     void MakeDefaults();
     void MakeLabTransforms(Profile const & lab, Profile const & sRGB);
     Profile AddProfile(Candidate candidate, bool asDefaultCMYK);
-    static void TraceIfOther(Candidate const & candidate, ICCProfile const & registered);
+    static void TraceIfOther(Candidate const & candidate, ICCProfile const * made, ICCProfile const & registered);
     Profile FindRegistered(Kernel::StringUtf8 const & name) const;
     static Profile MakeRGBProfile(ICCProfile const & source, Kernel::StringUtf8 const & name, void * curve,
                                   double gamma, std::optional<bool> isLinear);

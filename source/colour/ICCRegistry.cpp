@@ -127,6 +127,7 @@ ICCManager::Profile ICCManager::CreateProfile(void * lcmsHandle) {
     if (!name)
         return {};
     profile->name = *std::move(name);
+    ProfileBytes::ForgetTime({profile->rawData.get(), profile->rawDataSize});
     return Profile::ConsolidateObjectSacrifice(profile);
 }
 
@@ -148,35 +149,41 @@ ICCManager::Profile ICCManager::AddProfileFromMemory(void const * data, unsigned
 }
 
 // The lock is held while the profile is consolidated, and so for the search and the entry as one; registering enters
-// it again.
+// it again. What may have something to say, reading the curves and comparing bytes, happens without it: a sink of
+// messages may wait for somebody who needs the registry.
 ICCManager::Profile ICCManager::AddProfile(Candidate candidate, bool asDefaultCMYK) {
     if (!candidate.handle || !candidate.name)
         return {};
-    Kernel::ScopedLock const guard(registrySection);
-    Profile result = FindRegistered(*candidate.name);
-    if (result) {
-        TraceIfOther(candidate, *result);
-    } else {
-        Kernel::Counted<ICCProfile> const profile(new ICCProfile);
-        profile->handle = candidate.handle.release();
-        profile->name = *candidate.name;
-        if (!CreateProfileRawData(*profile))
+    Kernel::Counted<ICCProfile> made;
+    if (!GetProfileForString(*candidate.name)) {
+        made = Kernel::Counted<ICCProfile>(new ICCProfile);
+        made->handle = candidate.handle.release();
+        made->name = *candidate.name;
+        if (!CreateProfileRawData(*made))
             return {};
-        result = Profile::ConsolidateObjectSacrifice(profile);
+    }
+    Kernel::ScopedLock guard(registrySection);
+    Profile result = FindRegistered(*candidate.name); // once more: another thread may have been faster
+    bool const wasKnown = static_cast<bool>(result);
+    if (!wasKnown) {
+        result = Profile::ConsolidateObjectSacrifice(std::exchange(made, {}));
         GetLinearRGBProfile(result); // the companion enters the registry by itself
     }
     if (asDefaultCMYK)
         cmykProfile = result;
+    guard.Release();
+    if (wasKnown)
+        TraceIfOther(candidate, made.Get(), *result);
     return result;
 }
 
 // The colour library may write other bytes than it read, so either form counts as the same.
-void ICCManager::TraceIfOther(Candidate const & candidate, ICCProfile const & registered) {
+void ICCManager::TraceIfOther(Candidate const & candidate, ICCProfile const * made, ICCProfile const & registered) {
     if (!Kernel::IsTracing() || ProfileBytes::AreEqual(candidate.bytes, registered.GetRawData()))
         return;
     ICCProfile::Bytes bytes;
-    auto const size = SaveProfile(candidate.handle.get(), bytes);
-    if (!ProfileBytes::AreEqual({bytes.get(), size}, registered.GetRawData()))
+    auto const size = made ? 0 : SaveProfile(candidate.handle.get(), bytes);
+    if (!ProfileBytes::AreEqual(made ? made->GetRawData() : Bytes(bytes.get(), size), registered.GetRawData()))
         Kernel::Trace("another profile is registered as %1 already, which is used instead\n", *candidate.name);
 }
 

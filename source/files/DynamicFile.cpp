@@ -146,6 +146,12 @@ int DynamicFile::GetOrientation() const {
 
 bool DynamicFile::HasFailed() const { return !openFailure.empty() || (wrapper && fileFormat->hasFailed(*wrapper)); }
 
+bool DynamicFile::EndedEarly() const { return wrapper && fileFormat->endedEarly && fileFormat->endedEarly(*wrapper); }
+
+std::string DynamicFile::GetWarning() const {
+    return wrapper && fileFormat->getWarning ? fileFormat->getWarning(*wrapper) : std::string();
+}
+
 std::string DynamicFile::GetFailure() const {
     if (!openFailure.empty() || !wrapper)
         return openFailure;

@@ -83,6 +83,11 @@ public:
     bool HasFailed() const;
     /// What went wrong last, in words for the user; empty if nothing did.
     std::string GetFailure() const;
+    /// Of a file whose pixels were drawn: whether it ended before its picture did, in a type where that is no failure.
+    /// What is missing shows as the codec left it.
+    bool EndedEarly() const;
+    /// Of a file whose pixels were drawn: damage that the codec could live with, in its words; empty if there was none.
+    std::string GetWarning() const;
 
     Kernel::StringUtf8 GetDescription() const { return "DynamicFile"; }
 

@@ -55,6 +55,9 @@ struct FileFormat {
     void (*draw)(DynamicBitmap & dest, Kernel::Countable const & wrapper, TransferParams const *, float const * opacity,
                  int dx, int dy);
     bool (*feed)(Kernel::Countable & wrapper, DynamicBitmap const & source, TransferParams const *);
+
+    bool (*endedEarly)(Kernel::Countable const & wrapper);        ///< null: never, that is a failure
+    std::string (*getWarning)(Kernel::Countable const & wrapper); ///< null: the type has none
 };
 
 /// By type; null for types that the library can't handle.
@@ -84,8 +87,8 @@ class FileFormatOf {
 public:
     /// Everything but `type`, `isFile` and what the type is not asked for.
     static constexpr FileFormat Make(FileType type, bool (*isFile)(FileSource const &)) {
-        return {type,    isFile,  &Open,   &Create,    &GetFormat,  &GetWidth, &GetHeight, nullptr,
-                nullptr, nullptr, nullptr, &HasFailed, &GetFailure, &Draw,     &Feed};
+        return {type,    isFile,  &Open,      &Create,     &GetFormat, &GetWidth, &GetHeight, nullptr, nullptr,
+                nullptr, nullptr, &HasFailed, &GetFailure, &Draw,      &Feed,     nullptr,    nullptr};
     }
     static double GetDPI(Kernel::Countable const & wrapper) { return Of(wrapper).GetDPI(); }
     static Kernel::Consolidated<ICCProfile> GetProfile(Kernel::Countable const & wrapper) {
@@ -93,6 +96,8 @@ public:
     }
     static bool IsProfileFallback(Kernel::Countable const & wrapper) { return Of(wrapper).IsProfileFallback(); }
     static int GetOrientation(Kernel::Countable const & wrapper) { return Of(wrapper).GetOrientation(); }
+    static bool EndedEarly(Kernel::Countable const & wrapper) { return Of(wrapper).EndedEarly(); }
+    static std::string GetWarning(Kernel::Countable const & wrapper) { return Of(wrapper).GetWarning(); }
 
 private:
     static T const & Of(Kernel::Countable const & wrapper) { return static_cast<T const &>(wrapper); }

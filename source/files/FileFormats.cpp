@@ -31,6 +31,8 @@ constexpr FileFormat MakeJPEG() {
     format.getProfile = &Of::GetProfile;
     format.isProfileFallback = &Of::IsProfileFallback;
     format.getOrientation = &Of::GetOrientation;
+    format.endedEarly = &Of::EndedEarly;
+    format.getWarning = &Of::GetWarning;
     return format;
 }
 

@@ -3,6 +3,7 @@
 #include "pixel/kernels/ConvertCMYK.h"
 #include "pixel/kernels/ConvertDepth.h"
 #include "pixel/kernels/ConvertGrey.h"
+#include "pixel/kernels/Interleave.h"
 
 #include <algorithm>
 #include <array>
@@ -74,32 +75,35 @@ struct UnitRun {
     float const * planes[3];
 };
 
-/// Lab goes through functions that take interleaved pixels; their alpha is 0 and not looked at.
+/// Lab goes through functions that take interleaved pixels; their alpha is not looked at.
 struct LabRun {
     std::uint16_t lab[chunkLength * 4];
     float rgb[chunkLength * 4];
 };
 
 void LoadLabRun(UnitRun & run, std::uint16_t const * const * source, std::size_t count) {
-    LabRun interleaved{};
-    for (std::size_t channel = 0; channel < 3; ++channel)
-        for (std::size_t i = 0; i < count; ++i)
-            interleaved.lab[i * 4 + channel] = source[channel][i];
+    LabRun interleaved;
+    std::uint16_t const * const rows[4]{source[0], source[1], source[2], source[2]};
+    Interleave16(interleaved.lab, rows, 4, count);
     ConvertFromLab(interleaved.rgb, interleaved.lab, count);
-    for (std::size_t channel = 0; channel < 3; ++channel)
+    float * const colours[4]{run.samples[0], run.samples[1], run.samples[2], nullptr};
+    DeinterleaveColoursFloat(colours, interleaved.rgb, 4, count);
+    for (auto & samples : run.samples)
         for (std::size_t i = 0; i < count; ++i)
-            run.samples[channel][i] = Rules::NumberOrZero(interleaved.rgb[i * 4 + channel]);
+            samples[i] = Rules::NumberOrZero(samples[i]);
 }
 
 void StoreLabRun(std::uint16_t * const * dest, UnitRun const & run, std::size_t count) {
-    LabRun interleaved{};
+    LabRun interleaved;
+    float limited[3][chunkLength];
     for (std::size_t channel = 0; channel < 3; ++channel)
         for (std::size_t i = 0; i < count; ++i)
-            interleaved.rgb[i * 4 + channel] = Rules::ClampUnit(run.planes[channel][i]);
+            limited[channel][i] = Rules::ClampUnit(run.planes[channel][i]);
+    float const * const rows[4]{limited[0], limited[1], limited[2], limited[2]};
+    InterleaveFloat(interleaved.rgb, rows, 4, count);
     ConvertToLab(interleaved.lab, interleaved.rgb, count);
-    for (std::size_t channel = 0; channel < 3; ++channel)
-        for (std::size_t i = 0; i < count; ++i)
-            dest[channel][i] = interleaved.lab[i * 4 + channel];
+    std::uint16_t * const colours[4]{dest[0], dest[1], dest[2], nullptr};
+    DeinterleaveColours16(colours, interleaved.lab, 4, count);
 }
 
 /// The colours of `count` pixels from `position`, `count` being at most `chunkLength`.

@@ -46,13 +46,14 @@ struct Rules<std::uint16_t> {
     }
 };
 
-/// Nothing is clamped: infinities and NaN pass on, also under an alpha of 0.
+/// Nothing is clamped: infinities and NaN pass on. Only under an alpha of 0 a colour is 0 whatever it was, since it may
+/// well be one of these there and 0 times that is no number.
 template<>
 struct Rules<float> {
     using Wide = float;
     static constexpr Wide Widen(float value) { return value; }
     static constexpr float Narrow(Wide value) { return value; }
-    static constexpr Wide Premultiply(Wide colour, Wide alpha) { return alpha == 1.0f ? colour : colour * alpha; }
+    static constexpr Wide Premultiply(Wide colour, Wide alpha) { return alpha == 0.0f ? 0.0f : colour * alpha; }
     static constexpr Wide Quarter(Wide sum) { return sum / 4.0f; }
     static constexpr Wide Unpremultiply(Wide colour, Wide alpha) {
         return alpha == 0.0f || alpha == 1.0f ? colour : colour / alpha;

@@ -28,6 +28,7 @@ double Evaluate(Profile const & profile, double x) {
 }
 
 TEST(ICCManager, MakesItsDefaultsOnFirstUse) {
+    ICCManager::CreateInstance();
     auto & manager = Manager();
     EXPECT_EQ(&manager, &ICCManager::GetInstance());
     EXPECT_EQ(&manager, &ICCManager::GetInstanceInternal());
@@ -94,7 +95,7 @@ TEST(ICCManager, LoadingAFileTwiceLeavesOneEntry) {
     PutFile(directory.GetPath("twice.icc"), std::string(bytes.begin(), bytes.end()));
     Kernel::Path const path(directory.GetPath("twice.icc").c_str());
     auto & manager = Manager();
-    Messages messages;
+    TraceCapture messages;
     auto const first = manager.AddProfileFromDisk(path, false);
     auto const countBefore = manager.GetAvailableProfiles().size();
     ASSERT_TRUE(first);
@@ -108,7 +109,7 @@ TEST(ICCManager, LoadingAFileTwiceLeavesOneEntry) {
 
 TEST(ICCManager, OtherBytesOfAKnownNameAreAnsweredWithTheFirstAndTraced) {
     auto const first = Add(Synthetic::Take(Synthetic::CreateRGB("same name", 2.2, 2.2, 2.2)));
-    Messages messages;
+    TraceCapture messages;
     EXPECT_EQ(first, Add(Synthetic::Take(Synthetic::CreateRGB("same name", 1.8, 1.8, 1.8))));
     EXPECT_THAT(messages.Take(),
                 ElementsAre("another profile is registered as same name already, which is used instead\n"));

@@ -119,7 +119,7 @@ TEST(ICCProfile, FailedEstimateIsTracedAndGives22) {
     for (auto const tag : {cmsSigRedTRCTag, cmsSigGreenTRCTag, cmsSigBlueTRCTag})
         cmsWriteTag(profile, tag, steps);
     cmsFreeToneCurve(steps);
-    Messages messages;
+    TraceCapture messages;
     EXPECT_EQ(2.2, Read(Synthetic::Take(profile))->GetApproximateGamma());
     EXPECT_EQ((std::vector<std::string>{"gamma estimation failed for steps\n"}), messages.Take());
 }

@@ -94,6 +94,36 @@ TEST(ICCThreads, ProfilesAreAddedWhileOthersLookUp) {
         EXPECT_TRUE(manager.GetProfileForString(("looked up " + std::to_string(i)).c_str()));
 }
 
+// A sink that asks another thread for something in the registry, and waits for the answer.
+struct AskingSink : Kernel::TraceSink {
+    void Write(std::string_view) override {
+        ++messages;
+        answers.push_back(std::async(std::launch::async, [] { return Manager().GetProfileForString("nobody"); }));
+        if (answers.back().wait_for(std::chrono::seconds(5)) != std::future_status::ready)
+            ++late;
+    }
+    int messages = 0, late = 0;
+    std::vector<std::future<Profile>> answers;
+};
+
+TEST(ICCThreads, MessagesAreSentWithoutTheRegistry) {
+    Add(Synthetic::Take(Synthetic::CreateRGB("told of", 2.2, 2.2, 2.2)));
+    auto const steps = Synthetic::CreateEmpty("steps told of", cmsSigRgbData);
+    std::vector<cmsUInt16Number> samples(256, 65535);
+    std::fill_n(samples.begin(), 128, cmsUInt16Number(0));
+    cmsToneCurve * const curve = cmsBuildTabulatedToneCurve16(nullptr, 256, samples.data());
+    for (auto const tag : {cmsSigRedTRCTag, cmsSigGreenTRCTag, cmsSigBlueTRCTag})
+        cmsWriteTag(steps, tag, curve);
+    cmsFreeToneCurve(curve);
+    auto const sink = Kernel::MakeCounted<AskingSink>();
+    Kernel::SetTraceSink(sink);
+    Add(Synthetic::Take(Synthetic::CreateRGB("told of", 1.8, 1.8, 1.8)));
+    Add(Synthetic::Take(steps));
+    Kernel::SetTraceSink(nullptr);
+    EXPECT_EQ(2, sink->messages) << "another profile of that name, and a gamma that can't be told";
+    EXPECT_EQ(0, sink->late);
+}
+
 TEST(ICCThreads, TransformsOfEqualPairsAreOneEach) {
     auto & manager = Manager();
     std::vector<Profile> profiles;

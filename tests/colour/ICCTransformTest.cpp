@@ -92,7 +92,7 @@ TEST(ICCTransform, IntentsKeepTheirNumbersAndOthersArePerceptual) {
 TEST(ICCTransform, SameOnBothSidesNeedsNone) {
     auto & manager = Manager();
     auto const sRGB = Default(ColourSpaceRGB), linear = Default(ColourSpaceRGBUF);
-    Messages messages;
+    TraceCapture messages;
     EXPECT_EQ(nullptr, manager.GetTransformForProfiles(RGBA8, sRGB, RGBA8, sRGB, Intent::Perceptual, false));
     EXPECT_EQ(nullptr, manager.GetTransformForProfiles(A8, sRGB, A8, sRGB, Intent::Perceptual, false));
     EXPECT_EQ(nullptr, manager.GetTransformForProfiles(RGBA8, nullptr, RGBA16, sRGB, Intent::Perceptual, false));
@@ -160,7 +160,7 @@ TEST(ICCTransform, EveryProofingFlagAndIntentCounts) {
 TEST(ICCTransform, FailureIsCachedAndTracedOnce) {
     auto & manager = Manager();
     auto const sRGB = Default(ColourSpaceRGB), grey = Default(ColourSpaceGrey);
-    Messages messages;
+    TraceCapture messages;
     auto const line =
         "Colour engine failed to create transform between " + NameOf(grey) + " and " + NameOf(sRGB) + "\r\n";
     auto const proofingLine =
@@ -182,7 +182,7 @@ TEST(ICCTransform, FormatsWithoutATypeFailOnce) {
     auto & manager = Manager();
     auto const sRGB = Default(ColourSpaceRGB), grey = Default(ColourSpaceGrey);
     for (auto const format : {A8, A16, NoFormat, AF, static_cast<Format>(11)}) {
-        Messages messages;
+        TraceCapture messages;
         EXPECT_EQ(nullptr, manager.GetTransformForProfiles(format, sRGB, IA8, grey, Intent::Saturation, false));
         // All these have type 0, so that the first one stands for all.
         EXPECT_EQ(format == A8 ? 1u : 0u, messages.Take().size()) << format;

@@ -1,8 +1,8 @@
 #include "storage/BackstoreFile.h"
 
+#include "kernel/TraceCapture.h"
 #include "pixel/PixelMemory.h"
 #include "storage/BlockEnvironment.h"
-#include "storage/TraceCapture.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,10 +1,10 @@
 // Bitmaps whose pixels are still in their backing.
 #include "kernel/Abort.h"
+#include "kernel/TraceCapture.h"
 #include "storage/BitmapPixels.h"
 #include "storage/BlockDeduplicationSupport.h"
 #include "storage/StorageEnvironment.h"
 #include "storage/TestHolder.h"
-#include "storage/TraceCapture.h"
 
 #include <atomic>
 #include <chrono>

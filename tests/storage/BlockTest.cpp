@@ -3,12 +3,12 @@
 #include "kernel/COW.h"
 #include "kernel/MemoryInStream.h"
 #include "kernel/MemoryOutStream.h"
+#include "kernel/TraceCapture.h"
 #include "pixel/PixelMemory.h"
 #include "storage/BackstoreReadError.h"
 #include "storage/BlockEnvironment.h"
 #include "storage/BlockPin.h"
 #include "storage/DocumentHolder.h"
-#include "storage/TraceCapture.h"
 
 #include <algorithm>
 #include <csignal>

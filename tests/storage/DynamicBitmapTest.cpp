@@ -1,11 +1,11 @@
 #include "storage/DynamicBitmap.h"
 
 #include "kernel/MD5.h"
+#include "kernel/TraceCapture.h"
 #include "storage/BitmapPixels.h"
 #include "storage/BlockDeduplicationSupport.h"
 #include "storage/StorageEnvironment.h"
 #include "storage/TestHolder.h"
-#include "storage/TraceCapture.h"
 
 #include <array>
 #include <cstring>

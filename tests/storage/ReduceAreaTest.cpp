@@ -223,6 +223,35 @@ TEST(ReduceArea, DividesWordsByAnyAlpha) {
     }
 }
 
+TEST(ReduceArea, ColourUnderAlphaZeroIsLeftOutWhateverItIs) {
+    float const odd[]{std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
+                      std::numeric_limits<float>::quiet_NaN(), -5.0f, std::numeric_limits<float>::max()};
+    Planes clean, poisoned;
+    std::mt19937 random(15);
+    for (std::size_t i = 0; i < tileBytes / 4; ++i) {
+        float const alpha = random() % 3 == 0 ? static_cast<float>(random() % 100 + 1) / 100.0f : 0.0f;
+        float const colour = static_cast<float>(random() % 100) / 10.0f;
+        clean.Get<float>(1)[i] = poisoned.Get<float>(1)[i] = alpha;
+        clean.Get<float>(0)[i] = alpha == 0.0f ? 0.0f : colour;
+        poisoned.Get<float>(0)[i] = alpha == 0.0f ? odd[random() % std::size(odd)] : colour;
+    }
+    auto const area = poisoned.GetArea<float>(2, 1, 64, 256);
+    Scalar::ReduceAreaFloat(clean.GetArea<float>(2, 1, 64, 256));
+    Scalar::ReduceAreaFloat(area);
+    EXPECT_EQ(clean.dest, poisoned.dest);
+    ExpectEqualOnEveryTarget<float>(ReduceAreaFloat, Scalar::ReduceAreaFloat, poisoned, area, "odd colours");
+
+    Planes halves;
+    for (std::size_t i = 0; i < 4; ++i) {
+        halves.Get<Half>(0)[i / 2 * 128 + i % 2] = ToHalf(i == 0 ? 3.0f : std::numeric_limits<float>::infinity());
+        halves.Get<Half>(1)[i / 2 * 128 + i % 2] = ToHalf(i == 0 ? 0.5f : 0.0f);
+    }
+    Scalar::ReduceAreaHalf(halves.GetArea<Half>(2, 1, 2, 2));
+    Half result;
+    std::memcpy(&result, halves.dest[0].data(), sizeof result);
+    EXPECT_EQ(ToHalf(3.0f), result);
+}
+
 TEST(ReduceArea, OddSizesCountTheLastColumnAndRowTwice) {
     Planes planes;
     auto * const samples = planes.Get<std::uint8_t>(0);

@@ -60,6 +60,8 @@ SampleFloat OverFloat(SampleFloat s, SampleFloat d, float opacity) {
         a = a * opacity;
     if (a == 0.0f)
         return d;
+    if (a == 1.0f && d.alpha == 1.0f)
+        return {s.colour, d.alpha};
     if (d.alpha == 1.0f) {
         float const left = a * s.colour, right = (1.0f - a) * d.colour;
         return {left + right, d.alpha};
@@ -67,6 +69,8 @@ SampleFloat OverFloat(SampleFloat s, SampleFloat d, float opacity) {
     float const rest = (1.0f - a) * d.alpha;
     float const r = rest + a;
     float const k = r == 0.0f ? 0.0f : a / r;
+    if (k == 1.0f)
+        return {s.colour, r};
     float const left = k * s.colour, right = (1.0f - k) * d.colour;
     return {left + right, r};
 }
@@ -262,6 +266,24 @@ TEST_P(EveryTarget, ColourUnderAlphaZeroNeverShows) {
     auto const before = dest;
     Blend(GetBlendRows(SampleType::Float), dest, source, 1.0f, 0, 2);
     EXPECT_EQ(before, dest);
+}
+
+TEST_P(EveryTarget, NothingIsLeftOfAFloatColourThatIsCoveredWhole) {
+    float const infinity = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+    constexpr std::size_t count = 33; // whole vectors and a tail
+    for (float const below : {infinity, -infinity, nan})
+        for (auto const & [sourceAlpha, destAlpha] :
+             {std::pair{1.0f, 1.0f}, {1.0f, 0.3f}, {1.0f, 0.0f}, {0.4f, 0.0f}, {1e-30f, 0.0f}}) {
+            std::vector<std::vector<float>> dest{std::vector<float>(count, below),
+                                                 std::vector<float>(count, destAlpha)};
+            std::vector<std::vector<float>> const source{std::vector<float>(count, -0.0f),
+                                                         std::vector<float>(count, sourceAlpha)};
+            Blend(GetBlendRows(SampleType::Float), dest, source, 1.0f, 0, count);
+            for (float const colour : dest[0]) {
+                ASSERT_EQ(0.0f, colour) << below << " below, alpha " << sourceAlpha << " over " << destAlpha;
+                ASSERT_TRUE(std::signbit(colour));
+            }
+        }
 }
 
 INSTANTIATE_TEST_SUITE_P(Blend, EveryTarget, ::testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),

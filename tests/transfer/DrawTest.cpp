@@ -3,7 +3,7 @@
 #include "kernel/Dispatch.h"
 #include "pixel/transfer/BitmapTransfer.h"
 #include "pixel/transfer/Fill.h"
-#include "pixel/transfer/Invert.h"
+#include "transfer/EveryFormat.h"
 #include "transfer/TransferPixels.h"
 
 #include <limits>
@@ -16,44 +16,50 @@ using RGBA8Buffer = RGBA8Tuple::Apply<Buffer>;
 float const opaque = 1.0f;
 
 // A file that is being read: its rows are decoded once, when the first accessor is built.
-class DecodedFile : public ModelBase<DecodedFile, Red8, Green8, Blue8, Alpha8, X5> {
+template<class... Channels>
+class DecodedFileOf : public ModelBase<DecodedFileOf<Channels...>, Channels...> {
 public:
+    using Base = ModelBase<DecodedFileOf<Channels...>, Channels...>;
+    using Picture = Slow::Picture<typename Base::Tuple>;
     static constexpr ModelKind modelKind = ModelKind::ReadOnly;
 
-    explicit DecodedFile(Slow::Picture<RGBA8Tuple> p) : picture(std::move(p)) {}
+    explicit DecodedFileOf(Picture p) : picture(std::move(p)) {}
     int GetWidth(int = 0) const { return picture.width; }
     int GetHeight(int = 0) const { return picture.height; }
 
     class ConstCursor {
     public:
-        ConstCursor(DecodedFile const * model, bool *, bool) : file(model) {
+        ConstCursor(DecodedFileOf const * model, bool *, bool) : file(model) {
             if (file->decoder == std::thread::id())
                 file->decoder = std::this_thread::get_id();
         }
-        void Read(int x, int y, PixelType & pixel) const { pixel = file->picture.At(x, y); }
+        void Read(int x, int y, typename Base::PixelType & pixel) const { pixel = file->picture.At(x, y); }
 
     private:
-        DecodedFile const * file;
+        DecodedFileOf const * file;
     };
     mutable std::thread::id decoder;
 
 private:
-    Slow::Picture<RGBA8Tuple> picture;
+    Picture picture;
 };
+using DecodedFile = RGBA8Tuple::Apply<DecodedFileOf>;
 
 // A file that is being written: takes rows from the top, and remembers in which order its pixels came.
-class RowWriter : public ModelBase<RowWriter, Red8, Green8, Blue8, Alpha8, X5> {
+template<class... Channels>
+class RowWriterOf : public ModelBase<RowWriterOf<Channels...>, Channels...> {
 public:
+    using Base = ModelBase<RowWriterOf<Channels...>, Channels...>;
     static constexpr ModelKind modelKind = ModelKind::Rows;
 
-    RowWriter(int w, int h) : picture(w, h) {}
+    RowWriterOf(int w, int h) : picture(w, h) {}
     int GetWidth(int = 0) const { return picture.width; }
     int GetHeight(int = 0) const { return picture.height; }
 
     class Cursor {
     public:
-        Cursor(RowWriter * model, bool) : writer(model) {}
-        void Write(int x, int y, PixelType const & pixel) const {
+        Cursor(RowWriterOf * model, bool) : writer(model) {}
+        void Write(int x, int y, typename Base::PixelType const & pixel) const {
             int const position = y * writer->picture.width + x;
             writer->isInOrder = writer->isInOrder && position == writer->next;
             writer->next = position + 1;
@@ -62,13 +68,14 @@ public:
         void Flush() const { ++writer->flushCount; }
 
     private:
-        RowWriter * writer;
+        RowWriterOf * writer;
     };
 
-    Slow::Picture<RGBA8Tuple> picture;
+    Slow::Picture<typename Base::Tuple> picture;
     int next = 0, flushCount = 0;
     bool isInOrder = true;
 };
+using RowWriter = RGBA8Tuple::Apply<RowWriterOf>;
 
 // A colour for every place of an endless plane.
 class EndlessRamp : public ModelBase<EndlessRamp, Red8, Green8, Blue8, Alpha8, X5> {
@@ -86,41 +93,107 @@ public:
     };
 };
 
-Slow::Picture<RGBA8Tuple> DrawSlowly(Slow::Picture<RGBA8Tuple> dest, Slow::Picture<RGBA8Tuple> const & source,
-                                     Rect clip, float opacity, int dx, int dy) {
+template<class Tuple>
+Slow::Picture<Tuple> DrawSlowly(Slow::Picture<Tuple> dest, Slow::Picture<Tuple> const & source, Rect clip,
+                                float opacity, int dx, int dy) {
     double const matrix[6]{1, 0, -double(dx), 0, 1, -double(dy)};
-    Slow::Transfer<RGBA8Tuple, RGBA8Tuple>(dest, source, {clip.left, clip.top, clip.right, clip.bottom}, 256, opacity,
-                                           matrix);
+    Slow::Transfer<Tuple, Tuple>(dest, source, {clip.left, clip.top, clip.right, clip.bottom}, 256, opacity, matrix);
     return dest;
 }
+
+template<class Tuple>
+Kernel::Counted<typename Tuple::template Apply<Buffer>> MakeBuffer(Slow::Picture<Tuple> const & picture) {
+    Kernel::Counted<typename Tuple::template Apply<Buffer>> buffer(
+        new typename Tuple::template Apply<Buffer>(picture.width, picture.height, nullptr));
+    std::memcpy(buffer->GetData(), picture.pixels.data(), buffer->GetBufferSize());
+    return buffer;
+}
+
+template<class Tuple>
+class DrawOfFormat : public StorageTest {
+protected:
+    ~DrawOfFormat() override { Kernel::Dispatch::SetThreadCount(0); }
+};
+TYPED_TEST_SUITE(DrawOfFormat, EveryTuple, FormatNames);
 
 class DrawTest : public StorageTest {};
 
 std::vector<PixelOf<RGBA8Tuple>> ReadBuffer(RGBA8Buffer const & buffer) { return ReadAll(buffer); }
 }
 
-TEST_F(DrawTest, AModelOntoABitmapAndABufferEqualsTheSlowModel) {
-    auto const source = MakePicture<RGBA8Tuple>(150, 120, 1), before = MakePicture<RGBA8Tuple>(300, 290, 2);
+TYPED_TEST(DrawOfFormat, EveryKindOfModelOntoBitmapsAndBuffersEqualsTheSlowModel) {
+    using Tuple = TypeParam;
+    auto const source = MakePicture<Tuple>(150, 120, 1), before = MakePicture<Tuple>(300, 290, 2);
+    typename Tuple::template Apply<DecodedFileOf> const file(source);
+    auto const sourceBitmap = MakeBitmap<Tuple>(source);
+    auto const sourceBuffer = MakeBuffer<Tuple>(source);
     std::mt19937 random(3);
-    for (int round = 0; round < 20; ++round) {
+    for (int round = 0; round < 12; ++round) {
+        Kernel::Dispatch::SetThreadCount(round % 3 ? 8 : 1);
         int const dx = int(random() % 400) - 100, dy = int(random() % 400) - 100;
-        Rect const clip{int(random() % 200), int(random() % 200), 200 + int(random() % 100), 200 + int(random() % 90)};
+        Rect const clip{int(random() % 200), int(random() % 200), 200 + int(random() % 110), 200 + int(random() % 100)};
         float const opacity = round % 2 ? 0.4f : 1.0f;
-        auto const expected = DrawSlowly(before, source, clip, opacity, dx, dy);
+        auto const expected = DrawSlowly<Tuple>(before, source, clip.Intersect({0, 0, 300, 290}), opacity, dx, dy);
         TransferParams params;
         params.clip = &clip;
-
-        auto const bitmap = MakeBitmap<RGBA8Tuple>(before);
-        DecodedFile const file(source);
-        Draw(*bitmap, file, &params, &opacity, dx, dy);
-        ASSERT_EQ(expected.pixels, ReadAll(*bitmap)) << dx << ", " << dy;
-
-        RGBA8Buffer buffer(300, 290, nullptr);
-        Draw(buffer, *MakeBitmap<RGBA8Tuple>(before), nullptr, &opaque, 0, 0);
-        std::memcpy(buffer.GetData(), before.pixels.data(), buffer.GetBufferSize());
-        Draw(buffer, *MakeBitmap<RGBA8Tuple>(source), &params, &opacity, dx, dy);
-        ASSERT_EQ(expected.pixels, ReadBuffer(buffer)) << dx << ", " << dy;
+        auto const draw = [&](auto const & model, char const * name) {
+            auto const bitmap = MakeBitmap<Tuple>(before);
+            Draw(*bitmap, model, &params, &opacity, dx, dy);
+            EXPECT_EQ("", FindDifference<Tuple>(expected, *bitmap)) << name << " moved by " << dx << ", " << dy;
+            auto const buffer = MakeBuffer<Tuple>(before);
+            Draw(*buffer, model, &params, &opacity, dx, dy);
+            EXPECT_EQ(expected.pixels, ReadAll(*buffer)) << name << " moved by " << dx << ", " << dy;
+        };
+        draw(file, "a file");
+        draw(*sourceBitmap, "a bitmap");
+        draw(*sourceBuffer, "a buffer");
     }
+}
+
+TYPED_TEST(DrawOfFormat, SpansAndPixelsAgreeForEveryLeftOffset) {
+    using Tuple = TypeParam;
+    auto const source = MakePicture<Tuple>(140, 12, 8), before = MakePicture<Tuple>(140, 12, 9);
+    auto const sourceBuffer = MakeBuffer<Tuple>(source);
+    for (int left = 0; left < 32; ++left) {
+        Rect const clip{left, 1, left + 70, 11};
+        auto const expected = DrawSlowly<Tuple>(before, source, clip, 0.7f, 3, -2);
+        TransferParams params;
+        params.clip = &clip;
+        float const opacity = 0.7f;
+        auto const bitmap = MakeBitmap<Tuple>(before);
+        auto const buffer = MakeBuffer<Tuple>(before);
+        Draw(*bitmap, *sourceBuffer, &params, &opacity, 3, -2);
+        Draw(*buffer, *sourceBuffer, &params, &opacity, 3, -2);
+        ASSERT_EQ("", FindDifference<Tuple>(expected, *bitmap)) << left;
+        ASSERT_EQ(expected.pixels, ReadAll(*buffer)) << left;
+    }
+}
+
+TYPED_TEST(DrawOfFormat, ErasedBitmapOntoBufferEqualsTheTypedForm) {
+    using Tuple = TypeParam;
+    auto const source = MakePicture<Tuple>(90, 70, 4), before = MakePicture<Tuple>(100, 80, 5);
+    DynamicBuffer dest;
+    dest.Create(100, 80, formatOf<Tuple>);
+    auto & buffer = *dest.GetTyped<Tuple>();
+    std::memcpy(buffer.GetData(), before.pixels.data(), buffer.GetBufferSize());
+    float const opacity = 0.3f;
+    Draw(dest, DynamicBitmap(MakeBitmap<Tuple>(source)), nullptr, &opacity, -5, 17);
+    EXPECT_EQ(DrawSlowly<Tuple>(before, source, {0, 0, 100, 80}, opacity, -5, 17).pixels, ReadAll(buffer));
+}
+
+TYPED_TEST(DrawOfFormat, FeedHandsOverTheClippedPixels) {
+    using Tuple = TypeParam;
+    auto const source = MakePicture<Tuple>(333, 270, 1);
+    Rect const clip{-3, 5, 301, 266};
+    TransferParams params;
+    params.clip = &clip;
+    typename Tuple::template Apply<RowWriterOf> writer(301, 261);
+    Feed(writer, *MakeBitmap<Tuple>(source), &params);
+    EXPECT_TRUE(writer.isInOrder);
+    EXPECT_EQ(301 * 261, writer.next);
+    for (int y = 0; y < 261; ++y)
+        for (int x = 0; x < 301; ++x)
+            ASSERT_EQ(source.At(x, y + 5), writer.picture.At(x, y)) << x << ", " << y;
 }
 
 TEST_F(DrawTest, DecodingHappensOnTheCallingThread) {
@@ -148,7 +221,7 @@ TEST_F(DrawTest, TransparentPixelsTouchNoTile) {
 
 TEST_F(DrawTest, ADestinationMayBeItsOwnSource) {
     auto const before = MakePicture<RGBA8Tuple>(600, 300, 2);
-    auto const expected = DrawSlowly(before, before, {0, 0, 600, 300}, 1.0f, -7, -5);
+    auto const expected = DrawSlowly<RGBA8Tuple>(before, before, {0, 0, 600, 300}, 1.0f, -7, -5);
     for (unsigned const threads : {1u, 8u}) {
         Kernel::Dispatch::SetThreadCount(threads);
         auto const bitmap = MakeBitmap<RGBA8Tuple>(before);
@@ -185,6 +258,35 @@ TEST_F(DrawTest, FeedFromAnEndlessModelFillsTheSink) {
     EXPECT_EQ(EndlessRamp::At(69, 39), writer.picture.At(69, 39));
 }
 
+TEST_F(DrawTest, FeedWritesNothingBeyondASmallerSink) {
+    auto const source = MakePicture<RGBA8Tuple>(100, 90, 1);
+    RGBA8Buffer sink(50, 40, nullptr);
+    Feed(sink, *MakeBitmap<RGBA8Tuple>(source), nullptr);
+    auto const pixels = ReadBuffer(sink);
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 50; ++x)
+            ASSERT_EQ(source.At(x, y), pixels[std::size_t(y * 50 + x)]) << x << ", " << y;
+}
+
+#ifndef RASTER_SANITIZED
+TEST_F(DrawTest, TheWidestBitmapIsDrawnOnUpToItsLastPixel) {
+    constexpr int widest = std::numeric_limits<int>::max();
+    DynamicBitmap dest(widest, 1, A8, MipmapModeNone, HardwareCachePolicy());
+    auto const source = MakePicture<A8Tuple>(100, 1, 1);
+    Draw(*dest.GetTyped<A8Tuple>(), *MakeBitmap<A8Tuple>(source), nullptr, &opaque, widest - 60, 0);
+    Fill(dest, {widest - 5, 0, widest, 1}, DynamicPixel(PixelOf<A8Tuple>{{255}}), 1.0f);
+    ModelConstAccessor<A8Bitmap, Zero, IdentityTransform> accessor(dest.GetTyped<A8Tuple>());
+    for (int i = 0; i < 60; ++i) {
+        PixelOf<A8Tuple> pixel;
+        accessor.SetToXY(widest - 60 + i, 0);
+        accessor.Read(pixel);
+        EXPECT_EQ(i < 55 ? source.At(i, 0)[0] : 255, pixel[0]) << i;
+    }
+    EXPECT_EQ((Rect{widest - 60 - (widest - 60) % 256, 0, widest, 1}),
+              dest.GetAllocatedBoundingBox().Intersect({0, 0, widest, 1}));
+}
+#endif
+
 TEST_F(DrawTest, FeedHandsOverRowsInOrderAndFlushesOnce) {
     auto const source = MakePicture<RGBA8Tuple>(333, 270, 1);
     RowWriter writer(333, 270);
@@ -210,6 +312,34 @@ TEST_F(DrawTest, FeedStopsAtARowWhenAborted) {
     EXPECT_EQ(0, writer.flushCount);
 }
 
+TEST_F(DrawTest, WithoutPixelsOnEitherSideNothingHappens) {
+    DynamicBuffer nothing, dest, flat;
+    dest.Create(20, 20, RGBA8);
+    dest.ClearRect({0, 0, 20, 20});
+    flat.Create(0, 20, RGBA8);
+    DynamicBitmap const source(MakeBitmap<RGBA8Tuple>(MakePicture<RGBA8Tuple>(20, 20, 1)));
+    Draw(nothing, source, nullptr, &opaque, 0, 0);
+    Draw(flat, source, nullptr, &opaque, 0, 0);
+    Draw(dest, DynamicBitmap(), nullptr, &opaque, 0, 0);
+    Draw(dest, DynamicBitmap(0, 0, RGBA8, MipmapModeNone, HardwareCachePolicy()), nullptr, &opaque, 0, 0);
+    EXPECT_EQ(NoFormat, nothing.GetFormat());
+    EXPECT_TRUE(dest.GetAlphaBoundingBox().IsEmpty());
+}
+
+TEST_F(DrawTest, AnAbortThatIsSetWritesNothing) {
+    bool abort = true;
+    TransferParams params;
+    params.abort = &abort;
+    auto const source = MakePicture<RGBA8Tuple>(300, 300, 1);
+    Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(300, 300, MipmapModeNone, HardwareCachePolicy()));
+    Draw(*dest, DecodedFile(source), &params, &opaque, 0, 0);
+    EXPECT_TRUE(dest->GetAllocatedBoundingBox().IsEmpty());
+    RowWriter writer(300, 300);
+    Feed(writer, DecodedFile(source), &params);
+    EXPECT_EQ(0, writer.next);
+    EXPECT_EQ(0, writer.flushCount);
+}
+
 TEST_F(DrawTest, ErasedBitmapOntoBufferConvertsOtherFormats) {
     auto const picture = MakePicture<RGBA16Tuple>(90, 70, 4);
     DynamicBitmap const source(MakeBitmap<RGBA16Tuple>(picture));
@@ -226,61 +356,5 @@ TEST_F(DrawTest, ErasedBitmapOntoBufferConvertsOtherFormats) {
                 expected = {};
             ASSERT_EQ(expected, pixels[std::size_t(y * 100 + x)]) << x << ", " << y;
         }
-}
-
-TEST_F(DrawTest, FillLaysOneColourOverARectangle) {
-    DynamicPixel const colour(PixelOf<RGBA8Tuple>{{200, 100, 50, 128}});
-    for (float const opacity : {1.0f, 0.5f}) {
-        auto expected = MakePicture<RGBA8Tuple>(300, 300, 5);
-        DynamicBitmap bitmap(MakeBitmap<RGBA8Tuple>(expected));
-        DynamicBuffer buffer;
-        buffer.Create(300, 300, RGBA8);
-        std::memcpy(buffer.GetTyped<RGBA8Tuple>()->GetData(), expected.pixels.data(), 300 * 300 * 4);
-        Rect const rect{-5, 20, 280, 310};
-        Fill(bitmap, rect, colour, opacity);
-        Fill(buffer, rect, colour, opacity);
-        for (int y = 20; y < 300; ++y)
-            for (int x = 0; x < 280; ++x)
-                Slow::Blend<RGBA8Tuple>(expected.At(x, y), {{200, 100, 50, 128}}, opacity, opacity == 1.0f);
-        EXPECT_EQ(expected.pixels, ReadAll(*bitmap.GetTyped<RGBA8Tuple>()));
-        EXPECT_EQ(expected.pixels, ReadBuffer(*buffer.GetTyped<RGBA8Tuple>()));
-    }
-}
-
-TEST_F(DrawTest, OpaqueFillsShareTheirTiles) {
-    DynamicBitmap bitmap(1024, 1024, RGBA8, MipmapModeNone, HardwareCachePolicy());
-    auto const before = MemoryManager::Instance().GetPlanarUsage();
-    Fill(bitmap, {0, 0, 1024, 1024}, DynamicPixel(PixelOf<RGBA8Tuple>{{200, 0, 255, 255}}), 1.0f);
-    EXPECT_LE(MemoryManager::Instance().GetPlanarUsage(), before + 2 * 65536); // one for red; the rest is static
-    EXPECT_EQ((PixelOf<RGBA8Tuple>{{200, 0, 255, 255}}), ReadAll(*bitmap.GetTyped<RGBA8Tuple>())[1024 * 700 + 900]);
-}
-
-TEST_F(DrawTest, InvertTurnsColoursAndLeavesAlphaAndTransparentPixels) {
-    auto const check = [](auto tuple) {
-        using Tuple = decltype(tuple);
-        using Sample = typename Tuple::Storage;
-        auto expected = MakePicture<Tuple>(300, 270, 6);
-        DynamicBitmap bitmap(MakeBitmap<Tuple>(expected));
-        Invert(bitmap, nullptr);
-        for (auto & pixel : expected.pixels)
-            for (std::size_t channel = 0; channel + 1 < Tuple::channelCount; ++channel)
-                if (pixel[Tuple::channelCount - 1] != Sample(0))
-                    pixel[channel] = Sample(Sample(Tuple::First::maximum) - pixel[channel]);
-        EXPECT_EQ("", FindDifference<Tuple>(expected, *bitmap.GetTyped<Tuple>())) << formatOf<Tuple>;
-        return true;
-    };
-    for (std::uint32_t format = 0; format < formatCount; ++format)
-        VisitFormat(static_cast<Format>(format), check);
-}
-
-TEST_F(DrawTest, InvertLeavesTransparentTilesUnallocatedAndCopiesNone) {
-    DynamicBitmap bitmap(512, 256, RGBA8, MipmapModeNone, HardwareCachePolicy());
-    Fill(bitmap, {0, 0, 100, 100}, DynamicPixel(PixelOf<RGBA8Tuple>{{200, 0, 255, 200}}), 1.0f);
-    auto & core = *bitmap.GetCore();
-    auto const * const block = core.GetPlane(0).GetTile(0).GetConstInner();
-    Invert(bitmap, nullptr);
-    EXPECT_EQ(block, core.GetPlane(0).GetTile(0).GetConstInner());
-    EXPECT_FALSE(core.GetPlane(0).GetTile(1).IsAllocated());
-    EXPECT_EQ((PixelOf<RGBA8Tuple>{{55, 255, 0, 200}}), ReadAll(*bitmap.GetTyped<RGBA8Tuple>())[50]);
 }
 }

@@ -129,7 +129,7 @@ void Blend(PixelOf<Tuple> & d, PixelOf<Tuple> const & s, float opacity, bool opa
         }
         for (std::size_t c = 0; c < alphaAt; ++c) {
             float const over = k * s[c], under = (1.0f - k) * d[c];
-            d[c] = over + under;
+            d[c] = k == 1.0f ? s[c] : over + under;
         }
     }
 }

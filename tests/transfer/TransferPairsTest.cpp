@@ -1,6 +1,8 @@
 #include "pixel/transfer/BitmapTransfer.h"
+#include "transfer/EveryFormat.h"
 #include "transfer/TransferPixels.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -72,28 +74,43 @@ protected:
         return picture;
     }
 
+    // Where alpha is 0 the destination keeps whatever colour it had; it doesn't show.
+    static bool ShowTheSame(std::vector<PixelOf<D>> const & one, std::vector<PixelOf<D>> const & other) {
+        constexpr std::size_t alphaAt = D::channelCount - 1;
+        return std::ranges::equal(one, other, [](auto const & p, auto const & q) {
+            using Sample = typename D::Storage;
+            return p[alphaAt] == Sample(0) ? q[alphaAt] == Sample(0) : p == q;
+        });
+    }
+
     template<class S>
     static void Compare() {
         auto const source = MakePicture<S>(90, 60, 3);
         auto const before = MakePicture<D>(100, 70, 4);
-        for (auto const & what : MakeCases()) {
+        auto const cleanSource = MakeBitmap<S>(source, MipmapModeOnDemand);
+        auto const poisonedSource = MakeBitmap<S>(Poison(source), MipmapModeOnDemand);
+        auto cases = MakeCases();
+        cases.push_back({"shrunk through a level", {2.3, 0.2, -20.5, 0.1, 2.6, -30}, 1.0f, {}});
+        cases.push_back({"shrunk through two levels at 0.7", {5.3, 0.2, -40.5, 0.1, 4.6, -60}, 0.7f, {}});
+        for (auto const & what : cases) {
             double const * const matrix = what.matrix.empty() ? nullptr : what.matrix.data();
             auto const clean = MakeBitmap<D>(before), poisoned = MakeBitmap<D>(before);
-            Transfer(*clean, *MakeBitmap<S>(source), nullptr, &what.opacity, matrix);
-            Transfer(*poisoned, *MakeBitmap<S>(Poison(source)), nullptr, &what.opacity, matrix);
-            ASSERT_EQ(ReadAll(*clean), ReadAll(*poisoned))
+            auto const poisonedDest = MakeBitmap<D>(Poison(before));
+            Transfer(*clean, *cleanSource, nullptr, &what.opacity, matrix);
+            Transfer(*poisoned, *poisonedSource, nullptr, &what.opacity, matrix);
+            Transfer(*poisonedDest, *poisonedSource, nullptr, &what.opacity, matrix);
+            auto const expected = ReadAll(*clean);
+            ASSERT_EQ(expected, ReadAll(*poisoned))
                 << what.name << ", from format " << formatOf<S> << " to " << formatOf<D>;
+            ASSERT_TRUE(ShowTheSame(expected, ReadAll(*poisonedDest)))
+                << what.name << " onto poison, from format " << formatOf<S> << " to " << formatOf<D>;
         }
+        ASSERT_TRUE(cleanSource->GetMipmap(2));
     }
 };
 
-#define RASTER_TUPLE(format, ...) , ChannelTuple<__VA_ARGS__>
-template<class None, class... Tuples>
-using TypesAfterFirst = ::testing::Types<Tuples...>;
-using EveryTuple = TypesAfterFirst<void RASTER_FOR_EACH_FORMAT(RASTER_TUPLE)>;
-#undef RASTER_TUPLE
-TYPED_TEST_SUITE(TransferPairs, EveryTuple);
-TYPED_TEST_SUITE(TransferPoison, EveryTuple);
+TYPED_TEST_SUITE(TransferPairs, EveryTuple, FormatNames);
+TYPED_TEST_SUITE(TransferPoison, EveryTuple, FormatNames);
 }
 
 TYPED_TEST(TransferPairs, EverySourceEqualsTheSlowModel) {

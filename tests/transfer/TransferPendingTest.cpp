@@ -1,8 +1,8 @@
 // Transfers from and into bitmaps whose pixels are still in their backing.
 #include "pixel/transfer/BitmapTransfer.h"
 #include "pixel/transfer/Draw.h"
-#include "storage/TestHolder.h"
-#include "transfer/TransferPixels.h"
+#include "pixel/transfer/TransferManaged.h"
+#include "transfer/PendingBitmaps.h"
 
 #include <chrono>
 #include <thread>
@@ -11,40 +11,7 @@ namespace Raster {
 namespace {
 float const opaque = 1.0f;
 
-class TransferPendingTest : public StorageTest {
-protected:
-    enum class Backing { Readable, Unreadable, AbortsWhileRead };
-    static inline Backing backing = Backing::Readable;
-    static inline int loads = 0;
-
-    TransferPendingTest() : loaderBefore(SetBitmapLoader(&Load)) {
-        backing = Backing::Readable;
-        loads = 0;
-    }
-    ~TransferPendingTest() override { SetBitmapLoader(loaderBefore); }
-
-    static bool Load(BitmapCore & bitmap, Kernel::DelayLoadHolder &, bool * abort) {
-        ++loads;
-        if (backing == Backing::AbortsWhileRead)
-            Kernel::RequestAbort(abort);
-        if (backing == Backing::Readable)
-            Paint(static_cast<RGBA8Bitmap &>(bitmap));
-        return backing != Backing::Unreadable;
-    }
-    static Kernel::Counted<RGBA8Bitmap> MakePending() {
-        Kernel::Counted<RGBA8Bitmap> bitmap(new RGBA8Bitmap(300, 280, MipmapModeNone, HardwareCachePolicy()));
-        bitmap->SetPendingBacking(TestHolder::Create());
-        return bitmap;
-    }
-    static Kernel::Counted<RGBA8Bitmap> MakePainted() {
-        Kernel::Counted<RGBA8Bitmap> bitmap(new RGBA8Bitmap(300, 280, MipmapModeNone, HardwareCachePolicy()));
-        Paint(*bitmap);
-        return bitmap;
-    }
-
-private:
-    BitmapLoader const loaderBefore;
-};
+class TransferPendingTest : public PendingBitmapTest {};
 }
 
 TEST_F(TransferPendingTest, APendingSourceIsLoadedOnce) {
@@ -119,9 +86,78 @@ TEST_F(TransferPendingTest, ADestinationThatStaysPendingIsNotWritten) {
     DynamicBitmap erased(dest);
     Transfer(erased, DynamicBitmap(MakePainted()), nullptr, &opaque, nullptr);
     Transfer(*dest, *MakePainted(), nullptr, &opaque, nullptr);
+    Draw(*dest, *MakePainted(), nullptr, &opaque, 0, 0);
     EXPECT_TRUE(dest->IsPendingDelayLoad());
-    for (std::size_t i = 0; i < dest->GetPlane(0).GetTileCount(); ++i)
-        EXPECT_FALSE(dest->GetPlane(0).GetTile(i).IsAllocated()) << i;
+    EXPECT_TRUE(HasNoTiles(*dest));
+}
+
+TEST_F(TransferPendingTest, AnAbortDuringTheLoadOfADestinationWritesNothing) {
+    backing = Backing::AbortsWhileRead;
+    DynamicBitmap dest(MakePending(MipmapModeManual));
+    bool abort = false;
+    TransferParams params;
+    params.abort = &abort;
+    Transfer(dest, DynamicBitmap(MakePainted()), &params, &opaque, nullptr);
+    EXPECT_TRUE(dest.IsPendingDelayLoad());
+    EXPECT_TRUE(HasNoTiles(*dest.GetCore()));
+}
+
+// No level is built from pixels that aren't there, so the first transfer samples the picture itself.
+TEST_F(TransferPendingTest, APendingSourceIsShrunkWithoutALevelOnce) {
+    double const shrink[6]{3, 0, 0, 0, 3, 0};
+    auto const source = MakePending(MipmapModeOnDemand), plain = MakePainted(), ready = MakePainted(MipmapModeOnDemand);
+    auto const make = [] { return MakeBitmap<RGBA8Tuple>(Slow::Picture<RGBA8Tuple>(100, 90)); };
+    auto const first = make(), second = make(), fromPicture = make(), fromLevel = make();
+    Transfer(*first, *source, nullptr, &opaque, shrink);
+    EXPECT_EQ(1, loads);
+    Transfer(*second, *source, nullptr, &opaque, shrink);
+    EXPECT_EQ(1, loads);
+    Transfer(*fromPicture, *plain, nullptr, &opaque, shrink);
+    Transfer(*fromLevel, *ready, nullptr, &opaque, shrink);
+    EXPECT_EQ(ReadAll(*fromPicture), ReadAll(*first));
+    EXPECT_EQ(ReadAll(*fromLevel), ReadAll(*second));
+    EXPECT_NE(ReadAll(*first), ReadAll(*second));
+}
+
+TEST_F(TransferPendingTest, ManagedTransfersLoadBothSides) {
+    DynamicBitmap const source(MakePending());
+    DynamicBitmap dest(MakePending()), expected(MakePainted());
+    Kernel::RectT<int> const clip{0, 0, 100, 100};
+    TransferParams params;
+    params.clip = &clip;
+    TransferManaged(dest, source, nullptr, &params);
+    EXPECT_EQ(2, loads);
+    EXPECT_EQ(ReadAll(*expected.GetTyped<RGBA8Tuple>()), ReadAll(*dest.GetTyped<RGBA8Tuple>()));
+}
+
+TEST_F(TransferPendingTest, ManagedTransfersWriteNothingWhereASideStaysPending) {
+    for (Backing const what : {Backing::Unreadable, Backing::AbortsWhileRead}) {
+        backing = what;
+        bool abort = false;
+        TransferParams params;
+        params.abort = &abort;
+        DynamicBitmap empty(width, height, RGBA8, MipmapModeNone, HardwareCachePolicy()), pending(MakePending());
+        TransferManaged(empty, DynamicBitmap(MakePending()), nullptr, &params);
+        abort = false;
+        TransferManaged(pending, DynamicBitmap(MakePainted()), nullptr, &params);
+        EXPECT_TRUE(HasNoTiles(*empty.GetCore()));
+        EXPECT_TRUE(HasNoTiles(*pending.GetCore()));
+        EXPECT_TRUE(pending.IsPendingDelayLoad());
+    }
+}
+
+TEST_F(TransferPendingTest, AManagedSourceThatMayStayUnloadedReadsAsEmpty) {
+    Kernel::RectT<int> const clip{20, 30, 270, 260};
+    TransferParams params;
+    params.sourceMayStayUnloaded = true;
+    params.clip = &clip;
+    DynamicBitmap dest(MakePainted());
+    auto expected = ReadAll(*dest.GetTyped<RGBA8Tuple>());
+    TransferManaged(dest, DynamicBitmap(MakePending()), nullptr, &params);
+    EXPECT_EQ(0, loads);
+    for (int y = clip.top; y < clip.bottom; ++y)
+        std::fill_n(&expected[std::size_t(y * width + clip.left)], clip.GetWidth(), PixelOf<RGBA8Tuple>{});
+    EXPECT_EQ(expected, ReadAll(*dest.GetTyped<RGBA8Tuple>()));
 }
 
 TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {

@@ -6,7 +6,8 @@
 ///     d = k s + (1 - k) d
 ///
 /// In integers the cases "a is 0" (nothing changes) and "dAlpha is full" (k = a, alpha stays) come out of the same
-/// formulas, so they need no branch. In floats rounding tells them apart, and they are tested.
+/// formulas, so they need no branch. In floats rounding tells them apart, and they are tested. So is a share of 1,
+/// under which nothing of the old colour is left: it may be infinite or no number, as under alpha 0 it may well be.
 #pragma once
 
 #include <algorithm>
@@ -55,7 +56,9 @@ constexpr Coverage<float> Cover(float source, float dest) {
     float const alpha = (1.0f - source) * dest + source;
     return {alpha, alpha == 0.0f ? 0.0f : source / alpha};
 }
-constexpr float Mix(float dest, float source, float share) { return share * source + (1.0f - share) * dest; }
+constexpr float Mix(float dest, float source, float share) {
+    return share == 1.0f ? source : share * source + (1.0f - share) * dest;
+}
 
 constexpr std::uint8_t ApplyOpacity(std::uint8_t alpha, float opacity) {
     unsigned const o = ToOpacity8(opacity);

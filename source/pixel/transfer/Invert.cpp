@@ -2,6 +2,10 @@
 
 #include "pixel/transfer/Coverage.h"
 #include "pixel/transfer/Layer.h"
+#include "storage/TileGuard.h"
+
+#include <array>
+#include <utility>
 
 namespace Raster {
 namespace {
@@ -12,30 +16,52 @@ void InvertRow(Sample * colour, Sample const * alpha, std::size_t count) {
         colour[i] = alpha[i] == Sample(0) ? colour[i] : static_cast<Sample>(maximum - colour[i]);
 }
 
-// The first row of a task with alpha in it, or its bottom. Lets go of the tile before somebody writes it: a reader
-// would make the writer copy it.
-template<class Tuple>
-int FindFirstRow(BitmapCore const & bitmap, Kernel::RectT<int> const & rect) {
-    SourceTiles source(bitmap);
-    if (source.IsTransparent(rect.left / bitmap.GetGrid().tileWidth, rect.top / TileGrid::tileHeight))
-        return rect.bottom;
-    int y = rect.top;
-    while (y < rect.bottom && !HasCoverage(Tuple::sampleType, source.GetRows(rect.left, y)[Tuple::channelCount - 1],
-                                           static_cast<std::size_t>(rect.GetWidth()), /*opacity=*/1.0f))
-        ++y;
-    return y;
-}
+// The colours of one tile, all opened for writing together: where memory ends, no pixel is inverted in part.
+template<class Sample, std::size_t count>
+class ColourTiles {
+public:
+    ColourTiles(BitmapCore & tilesOf, int tileColumn, int tileRow)
+        : bitmap(tilesOf), column(tileColumn), row(tileRow) {}
 
+    std::array<Sample *, count> const & Open() {
+        if (isOpen)
+            return samples;
+        for (std::size_t channel = 0; channel < count; ++channel) {
+            guards[channel] = MutableTileGuard(bitmap.GetPlane(static_cast<int>(channel)).GetTile(column, row));
+            samples[channel] = reinterpret_cast<Sample *>(guards[channel].GetBuffer());
+        }
+        isOpen = true;
+        return samples;
+    }
+
+private:
+    BitmapCore & bitmap;
+    int const column, row;
+    bool isOpen = false;
+    std::array<MutableTileGuard, count> guards;
+    std::array<Sample *, count> samples{};
+};
+
+// A whole cell of the grid. Its alpha is only read, so that the tile stays shared and backed; the colours are opened
+// when the first row with a pixel to invert comes.
 template<class Tuple>
 void InvertTile(BitmapCore & bitmap, TileTask const & task) {
     using Sample = typename Tuple::Storage;
-    constexpr std::size_t alphaAt = Tuple::channelCount - 1;
-    DestTile tile(bitmap, task.rect);
-    for (int y = FindFirstRow<Tuple>(bitmap, task.rect); y < task.rect.bottom && !task.IsAborted(); ++y) {
-        auto const rows = tile.GetRows(task.rect.left, y);
-        for (std::size_t channel = 0; channel < alphaAt; ++channel)
-            InvertRow(static_cast<Sample *>(rows[channel]), static_cast<Sample const *>(rows[alphaAt]),
-                      static_cast<std::size_t>(task.rect.GetWidth()));
+    constexpr int alphaAt = Tuple::channelCount - 1;
+    int const tileWidth = bitmap.GetGrid().tileWidth;
+    int const column = task.rect.left / tileWidth, row = task.rect.top / TileGrid::tileHeight;
+    Tile const & alphaTile = std::as_const(bitmap).GetPlane(alphaAt).GetTile(column, row);
+    if (!alphaTile.IsAllocated() || alphaTile.IsZeroTileBuffer())
+        return;
+    ConstTileGuard const alpha(alphaTile);
+    ColourTiles<Sample, alphaAt> colours(bitmap, column, row);
+    auto const count = static_cast<std::size_t>(task.rect.GetWidth());
+    for (int y = task.rect.top; y < task.rect.bottom && !task.IsAborted(); ++y) {
+        auto const offset = static_cast<std::ptrdiff_t>(y - task.rect.top) * tileWidth;
+        auto const * const alphaRow = reinterpret_cast<Sample const *>(alpha.GetBuffer()) + offset;
+        if (HasCoverage(Tuple::sampleType, alphaRow, count, /*opacity=*/1.0f))
+            for (Sample * const samples : colours.Open())
+                InvertRow(samples + offset, alphaRow, count);
     }
 }
 }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 namespace Raster::SampleRules {
 /// Positions beyond this have no fraction worth speaking of; they count as outside.
@@ -17,6 +18,11 @@ inline constexpr float farthest = 16777216.0f;
 inline std::int32_t ToCell(float position) {
     return static_cast<std::int32_t>(position >= 0.0f ? position : position - 1.0f);
 }
+
+template<class Sample>
+inline constexpr SampleType sampleTypeOf = std::is_same_v<Sample, std::uint8_t>    ? SampleType::Integer8
+                                           : std::is_same_v<Sample, std::uint16_t> ? SampleType::Integer16
+                                                                                   : SampleType::Float;
 
 template<class Sample>
 inline constexpr float maximum = std::is_floating_point_v<Sample> ? 1.0f : float(std::numeric_limits<Sample>::max());

@@ -86,37 +86,20 @@ void SampleRowPlainly(void * const * dest, SampleWindow const & window, float co
                 SampleRules::ToSample<Sample>(SampleRules::Unpremultiply<Sample>(sums[c], sums[colours]));
     }
 }
-
-// One function for each sample type that the ten formats have.
-template<class Function>
-Function Choose(SampleType sampleType, Function bytes, Function words, Function floats) {
-    switch (sampleType) {
-    case SampleType::Integer8:
-        return bytes;
-    case SampleType::Integer16:
-        return words;
-    case SampleType::Float:
-        return floats;
-    case SampleType::Half:
-    case SampleType::ComplexFloat:
-        break;
-    }
-    return nullptr;
-}
 }
 
 PremultiplyRow Scalar::GetPremultiplyRow(SampleType sampleType) {
-    return Choose<PremultiplyRow>(sampleType, PremultiplyRowPlainly<std::uint8_t>, PremultiplyRowPlainly<std::uint16_t>,
-                                  PremultiplyRowPlainly<float>);
+    return ChooseBySample<PremultiplyRow>(sampleType, PremultiplyRowPlainly<std::uint8_t>,
+                                          PremultiplyRowPlainly<std::uint16_t>, PremultiplyRowPlainly<float>);
 }
 SampleRow Scalar::GetSampleRow(SampleType sampleType) {
-    return Choose<SampleRow>(sampleType, SampleRowPlainly<std::uint8_t>, SampleRowPlainly<std::uint16_t>,
-                             SampleRowPlainly<float>);
+    return ChooseBySample<SampleRow>(sampleType, SampleRowPlainly<std::uint8_t>, SampleRowPlainly<std::uint16_t>,
+                                     SampleRowPlainly<float>);
 }
 PremultiplyRow GetPremultiplyRow(SampleType sampleType) {
-    return Choose<PremultiplyRow>(sampleType, PremultiplyRow8, PremultiplyRow16, PremultiplyRowFloat);
+    return ChooseBySample<PremultiplyRow>(sampleType, PremultiplyRow8, PremultiplyRow16, PremultiplyRowFloat);
 }
 SampleRow GetSampleRow(SampleType sampleType) {
-    return Choose<SampleRow>(sampleType, SampleRow8, SampleRow16, SampleRowFloat);
+    return ChooseBySample<SampleRow>(sampleType, SampleRow8, SampleRow16, SampleRowFloat);
 }
 }

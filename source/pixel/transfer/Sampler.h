@@ -5,15 +5,25 @@
 /// pixel by pixel gives; only the order of the work differs.
 #pragma once
 
+#include "kernel/AffineTransform.h"
 #include "kernel/Rect.h"
 #include "pixel/ChannelTuple.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
 namespace Raster {
 /// Rows and columns of a block at most.
 inline constexpr int sampleBlockSize = 64;
+
+/// Where a matrix puts a pixel, as a float: far beyond where positions count as outside, and within what a float holds.
+inline float ToSamplePosition(double position) { return static_cast<float>(std::clamp(position, -1e30, 1e30)); }
+/// What a position moves by from one pixel to the next.
+inline Kernel::PointT<double> GetSampleStep(Kernel::AffineTransform::Params const & matrix) {
+    auto const right = matrix.Apply({1.0, 0.0}), origin = matrix.Apply({0.0, 0.0});
+    return {right.x - origin.x, right.y - origin.y};
+}
 
 /// Where the pixels of a block are sampled in the source: one (u, v) for each pixel, row after row.
 struct SamplePositions {
@@ -63,6 +73,23 @@ using SampleRow = void (*)(void * const * dest, SampleWindow const & window, flo
 
 PremultiplyRow GetPremultiplyRow(SampleType sampleType);
 SampleRow GetSampleRow(SampleType sampleType);
+
+/// One of the functions for the sample types that the ten formats have.
+template<class Function>
+Function ChooseBySample(SampleType sampleType, Function bytes, Function words, Function floats) {
+    switch (sampleType) {
+    case SampleType::Integer8:
+        return bytes;
+    case SampleType::Integer16:
+        return words;
+    case SampleType::Float:
+        return floats;
+    case SampleType::Half:
+    case SampleType::ComplexFloat:
+        break;
+    }
+    return nullptr;
+}
 
 namespace Scalar {
 /// The same in plain code: the meaning of the kernels.

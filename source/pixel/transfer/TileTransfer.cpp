@@ -2,6 +2,7 @@
 
 #include "pixel/transfer/Coverage.h"
 #include "pixel/transfer/TransferTiles.h"
+#include "pixel/transfer/UprightSampler.h"
 
 #include <algorithm>
 #include <array>
@@ -27,6 +28,49 @@ struct SampleRows {
     std::array<void *, 5> Get() { return {samples[0], samples[1], samples[2], samples[3], samples[4]}; }
 };
 
+// Planes of floats that grow as they must, and forget what they held.
+class Lanes {
+public:
+    float * Get(std::size_t count) {
+        if (count > size) {
+            floats = std::make_unique_for_overwrite<float[]>(count + count / 4);
+            size = count + count / 4;
+        }
+        return floats.get();
+    }
+
+private:
+    std::unique_ptr<float[]> floats;
+    std::size_t size = 0;
+};
+
+// What the work on one tile takes place in.
+struct Memory {
+    SampleRows converted, sampled;
+    SamplePositions positions;
+    UprightSampler::Memory upright;
+    Lanes window[2];
+};
+
+// Too large for the stack of a helper thread, and to be got anew for each tile: each thread keeps one of at most some 2
+// MiB for the next. It is taken away while in use, since a callback may begin a transfer inside a transfer.
+class MemoryLease {
+public:
+    MemoryLease() : memory(std::move(spare)) {
+        if (!memory)
+            memory = std::make_unique_for_overwrite<Memory>();
+    }
+    ~MemoryLease() { spare = std::move(memory); }
+    MemoryLease(MemoryLease const &) = delete;
+    MemoryLease & operator=(MemoryLease const &) = delete;
+    Memory & Get() const { return *memory; }
+
+private:
+    static thread_local std::unique_ptr<Memory> spare;
+    std::unique_ptr<Memory> memory;
+};
+thread_local std::unique_ptr<Memory> MemoryLease::spare;
+
 std::array<void const *, 5> AsConst(std::array<void *, 5> const & rows) {
     return {rows[0], rows[1], rows[2], rows[3], rows[4]};
 }
@@ -45,8 +89,9 @@ class TileTransfer {
 public:
     TileTransfer(TransferJob const & transferJob, TileTask const & tileTask)
         : job(transferJob), task(tileTask), source(*job.source), dest(*job.dest, task.rect),
-          sourceColours(job.source->GetLayout().channelCount - 1), destColours(job.dest->GetLayout().channelCount - 1) {
-    }
+          sourceColours(job.source->GetLayout().channelCount - 1), destColours(job.dest->GetLayout().channelCount - 1),
+          converted(memory.Get().converted), sampled(memory.Get().sampled),
+          upright(memory.Get().upright, source, job.source->GetLayout()), positions(memory.Get().positions) {}
 
     void RunDirect();
     void RunSampled();
@@ -59,7 +104,10 @@ private:
     void CopyFromSourceRow(int sourceTileRow, Rect const & work);
     bool ShareWholeTile(Rect const & work);
     void LayRun(int x, int y, std::array<void const *, 5> samples, std::size_t count);
+    void LayConverted(int x, int y, std::array<void const *, 5> const & samples, std::size_t count);
+    void ConvertRow(std::vector<Rect> const & pieces, int y);
 
+    void RunUpright();
     void SampleBand(int top, int rows);
     void SampleBlock(Rect const & block);
     void FillWindow(SampleBounds const & bounds);
@@ -71,30 +119,63 @@ private:
     SourceTiles source;
     DestTile dest;
     int const sourceColours, destColours;
-    SampleRows converted, sampled;
+    MemoryLease const memory;
+    SampleRows & converted;
+    SampleRows & sampled;
 
+    UprightSampler upright;
     // Of the band of rows being sampled: where it begins, and the position of each row's next pixel.
     int bandLeft = 0, bandTop = 0;
     float nextU[sampleBlockSize], nextV[sampleBlockSize];
-    SamplePositions positions;
+    SamplePositions & positions;
     SampleWindow window{};
-    std::vector<float> windowLanes[2];
 };
 
-// Lays one run of source pixels on the destination. Where nothing would show, its tile stays as it is.
+// Lays one run of source pixels on the destination.
 void TileTransfer::LayRun(int x, int y, std::array<void const *, 5> samples, std::size_t count) {
-    auto const & sourceLayout = job.source->GetLayout();
-    auto const & destLayout = job.dest->GetLayout();
-    if (job.convert) {
-        if (!HasCoverage(sourceLayout.sampleType, samples[std::size_t(sourceColours)], count, 1.0f))
-            return;
+    if (!job.convert) {
+        LayConverted(x, y, samples, count);
+    } else if (HasCoverage(job.source->GetLayout().sampleType, samples[std::size_t(sourceColours)], count, 1.0f)) {
         auto const rows = converted.Get();
         job.convert(rows.data(), samples.data(), count);
-        samples = AsConst(rows);
+        LayConverted(x, y, AsConst(rows), count);
     }
-    if (!dest.IsOpen() && !HasCoverage(destLayout.sampleType, samples[std::size_t(destColours)], count, job.opacity))
-        return;
-    job.blend(dest.GetRows(x, y).data(), samples.data(), destColours, count, job.opacity);
+}
+
+// Where nothing would show, the destination's tile stays as it is.
+void TileTransfer::LayConverted(int x, int y, std::array<void const *, 5> const & samples, std::size_t count) {
+    auto const & layout = job.dest->GetLayout();
+    if (dest.IsOpen() || HasCoverage(layout.sampleType, samples[std::size_t(destColours)], count, job.opacity))
+        job.blend(dest.GetRows(x, y).data(), samples.data(), destColours, count, job.opacity);
+}
+
+// One row of the source from tile to tile. The tiles of a source with larger samples are narrower: pieces that lie side
+// by side are put together and laid at once.
+void TileTransfer::ConvertRow(std::vector<Rect> const & pieces, int y) {
+    auto const sampleType = job.source->GetLayout().sampleType;
+    auto const sampleSize = static_cast<std::size_t>(job.dest->GetLayout().sampleSize);
+    auto const rows = converted.Get();
+    int begin = 0, end = 0; // what stands converted, in source pixels
+    auto const lay = [&] {
+        if (begin < end)
+            LayConverted(begin - job.offsetX, y - job.offsetY, AsConst(rows), static_cast<std::size_t>(end - begin));
+    };
+    for (auto const & piece : pieces) {
+        auto const samples = source.GetRows(piece.left, y);
+        auto const count = static_cast<std::size_t>(piece.GetWidth());
+        if (!HasCoverage(sampleType, samples[std::size_t(sourceColours)], count, 1.0f))
+            continue;
+        if (piece.left != end) {
+            lay();
+            begin = piece.left;
+        }
+        auto at = rows;
+        for (auto & row : at)
+            row = static_cast<std::byte *>(row) + static_cast<std::size_t>(piece.left - begin) * sampleSize;
+        job.convert(at.data(), samples.data(), count);
+        end = piece.right;
+    }
+    lay();
 }
 
 // The same format, the same place in the grid, all opaque, and nothing cut off: the tile may as well be shared.
@@ -147,15 +228,22 @@ void TileTransfer::CopyFromSourceRow(int sourceTileRow, Rect const & work) {
     int const bottom = pieces[0].bottom;
     for (int y = pieces[0].top; y < bottom && !task.IsAborted();) {
         int const rows = fillsRows ? std::min(rowsAtOnce, bottom - y) : 1;
-        for (auto const & piece : pieces)
-            LayRun(piece.left - job.offsetX, y - job.offsetY, source.GetRows(piece.left, y),
-                   static_cast<std::size_t>(piece.GetWidth()) * static_cast<std::size_t>(rows));
+        if (job.convert)
+            ConvertRow(pieces, y);
+        else
+            for (auto const & piece : pieces)
+                LayRun(piece.left - job.offsetX, y - job.offsetY, source.GetRows(piece.left, y),
+                       static_cast<std::size_t>(piece.GetWidth()) * static_cast<std::size_t>(rows));
         ReportRows(y - job.offsetY, y + rows - job.offsetY);
         y += rows;
     }
 }
 
 void TileTransfer::RunSampled() {
+    if (upright.Begin(job.matrix, task.rect)) {
+        RunUpright();
+        return;
+    }
     int const height = task.rect.GetHeight();
     for (int done = 0; done < height && !task.IsAborted(); done += sampleBlockSize) {
         int const top = task.rect.top + done, rows = std::min(sampleBlockSize, height - done);
@@ -164,18 +252,22 @@ void TileTransfer::RunSampled() {
     }
 }
 
-// Far beyond where positions count as outside, and within what a float holds.
-float ToPosition(double position) { return static_cast<float>(std::clamp(position, -1e30, 1e30)); }
+void TileTransfer::RunUpright() {
+    auto const rows = sampled.Get();
+    for (int y = task.rect.top; y < task.rect.bottom && !task.IsAborted(); ++y) {
+        if (upright.SampleRow(y, rows.data()))
+            LayRun(task.rect.left, y, AsConst(rows), static_cast<std::size_t>(task.rect.GetWidth()));
+        ReportRows(y, y + 1);
+    }
+}
 
 // Positions of each row begin at the left edge of the task and are stepped from there.
 void TileTransfer::SampleBand(int top, int rows) {
-    auto const step = [&](Kernel::PointT<double> const & right, Kernel::PointT<double> const & origin) {
-        return Kernel::PointT<double>{right.x - origin.x, right.y - origin.y};
-    }(job.matrix.Apply({1.0, 0.0}), job.matrix.Apply({0.0, 0.0}));
+    auto const step = GetSampleStep(job.matrix);
     for (int row = 0; row < sampleBlockSize; ++row) { // rows past the last are stepped too, and not looked at
         auto const start = job.matrix.Apply({task.rect.left + 0.5, double(top) + row + 0.5});
-        nextU[row] = ToPosition(start.x);
-        nextV[row] = ToPosition(start.y);
+        nextU[row] = ToSamplePosition(start.x);
+        nextV[row] = ToSamplePosition(start.y);
     }
     bandTop = top;
     int const width = task.rect.GetWidth();
@@ -232,12 +324,8 @@ void TileTransfer::FillWindow(SampleBounds const & bounds) {
     auto const width = static_cast<std::size_t>(bounds.right - bounds.left);
     auto const height = static_cast<std::size_t>(bounds.bottom - bounds.top);
     window = {bounds, static_cast<std::ptrdiff_t>(width * 4), {}};
-    for (int group = 0; group < (sourceColours == 4 ? 2 : 1); ++group) {
-        auto & lanes = windowLanes[group];
-        if (lanes.size() < width * height * 4)
-            lanes.resize(width * height * 4);
-        window.groups[group] = lanes.data();
-    }
+    for (int group = 0; group < (sourceColours == 4 ? 2 : 1); ++group)
+        window.groups[group] = memory.Get().window[group].Get(width * height * 4);
     for (int y = bounds.top; y < bounds.bottom; ++y)
         FillWindowRow(bounds, y);
 }
@@ -279,10 +367,10 @@ void TileTransfer::FillWindowRow(SampleBounds const & bounds, int y) {
 }
 
 void TransferTile(TransferJob const & job, TileTask const & task) {
-    auto const transfer = std::make_unique<TileTransfer>(job, task); // too large for the stack of a helper thread
+    TileTransfer transfer(job, task);
     if (job.isDirect)
-        transfer->RunDirect();
+        transfer.RunDirect();
     else
-        transfer->RunSampled();
+        transfer.RunSampled();
 }
 }

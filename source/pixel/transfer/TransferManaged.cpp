@@ -3,12 +3,14 @@
 #include "colour/ICCManager.h"
 #include "pixel/Conversion.h"
 #include "pixel/FormatFunctions.h"
+#include "pixel/kernels/Interleave.h"
 #include "pixel/transfer/Layer.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 namespace Raster {
 namespace {
@@ -17,42 +19,44 @@ constexpr std::size_t longestRow = TileGrid::rowBytes; ///< pixels, of one-byte 
 using Rows = std::array<void *, 5>;
 using ConstRows = std::array<void const *, 5>;
 
-template<class Sample>
-void Interleave(void * pixels, ConstRows const & rows, int channels, std::size_t count) {
-    auto * const out = static_cast<Sample *>(pixels);
-    for (int channel = 0; channel < channels; ++channel) {
-        auto const * const row = static_cast<Sample const *>(rows[std::size_t(channel)]);
-        for (std::size_t i = 0; i < count; ++i)
-            out[i * std::size_t(channels) + std::size_t(channel)] = row[i];
-    }
+void InterleaveRows(SampleType type, void * pixels, ConstRows const & rows, int channels, std::size_t count) {
+    auto const typed = [&](auto interleave, auto * sample) {
+        using Sample = std::remove_pointer_t<decltype(sample)>;
+        Sample const * from[5]{};
+        for (std::size_t channel = 0; channel < std::size_t(channels); ++channel)
+            from[channel] = static_cast<Sample const *>(rows[channel]);
+        interleave(static_cast<Sample *>(pixels), from, channels, count);
+    };
+    if (type == SampleType::Integer8)
+        typed(Interleave8, static_cast<std::uint8_t *>(nullptr));
+    else if (type == SampleType::Integer16)
+        typed(Interleave16, static_cast<std::uint16_t *>(nullptr));
+    else
+        typed(InterleaveFloat, static_cast<float *>(nullptr));
 }
 
 // All channels but alpha, which comes by another way.
-template<class Sample>
-void DeinterleaveColours(void const * pixels, Rows const & rows, int channels, std::size_t count) {
-    auto const * const in = static_cast<Sample const *>(pixels);
-    for (int channel = 0; channel + 1 < channels; ++channel) {
-        auto * const row = static_cast<Sample *>(rows[std::size_t(channel)]);
-        for (std::size_t i = 0; i < count; ++i)
-            row[i] = in[i * std::size_t(channels) + std::size_t(channel)];
-    }
-}
-
-template<class Function>
-void VisitSample(SampleType type, Function && function) {
+void DeinterleaveRows(SampleType type, Rows const & rows, void const * pixels, int channels, std::size_t count) {
+    auto const typed = [&](auto deinterleave, auto * sample) {
+        using Sample = std::remove_pointer_t<decltype(sample)>;
+        Sample * to[5]{};
+        for (std::size_t channel = 0; channel < std::size_t(channels); ++channel)
+            to[channel] = static_cast<Sample *>(rows[channel]);
+        deinterleave(to, static_cast<Sample const *>(pixels), channels, count);
+    };
     if (type == SampleType::Integer8)
-        function(std::uint8_t());
+        typed(DeinterleaveColours8, static_cast<std::uint8_t *>(nullptr));
     else if (type == SampleType::Integer16)
-        function(std::uint16_t());
+        typed(DeinterleaveColours16, static_cast<std::uint16_t *>(nullptr));
     else
-        function(float());
+        typed(DeinterleaveColoursFloat, static_cast<float *>(nullptr));
 }
 
 class ManagedTile {
 public:
-    ManagedTile(BitmapCore & destBitmap, BitmapCore const & sourceBitmap, void * colourTransform)
-        : dest(destBitmap), source(sourceBitmap), tiles(sourceBitmap), transform(colourTransform),
-          convert(GetConvertRows(dest.GetLayout().format, source.GetLayout().format)),
+    ManagedTile(BitmapCore & destBitmap, BitmapCore const & sourceBitmap, bool readsAsEmpty, void * colourTransform)
+        : dest(destBitmap), source(sourceBitmap), isEmpty(readsAsEmpty), tiles(sourceBitmap),
+          transform(colourTransform), convert(GetConvertRows(dest.GetLayout().format, source.GetLayout().format)),
           convertAlpha(GetConvertRows(GetCompatibleMaskFormat(dest.GetLayout().format),
                                       GetCompatibleMaskFormat(source.GetLayout().format))) {}
 
@@ -71,7 +75,7 @@ public:
 
 private:
     void RunPiece(DestTile & tile, int x, int y, std::size_t count) {
-        if (tiles.IsTransparent(x / tiles.GetGrid().tileWidth, y / TileGrid::tileHeight))
+        if (isEmpty || tiles.IsTransparent(x / tiles.GetGrid().tileWidth, y / TileGrid::tileHeight))
             Clear(tile, x, y, count);
         else if (transform)
             Transform(tile.GetRows(x, y), tiles.GetRows(x, y), count);
@@ -92,17 +96,15 @@ private:
     void Transform(Rows const & to, ConstRows const & from, std::size_t count) {
         auto const & in = source.GetLayout();
         auto const & out = dest.GetLayout();
-        VisitSample(in.sampleType,
-                    [&](auto sample) { Interleave<decltype(sample)>(sourcePixels, from, in.channelCount, count); });
+        InterleaveRows(in.sampleType, sourcePixels, from, in.channelCount, count);
         ICCManager::DoTransform(transform, sourcePixels, destPixels, static_cast<int>(count));
-        VisitSample(out.sampleType, [&](auto sample) {
-            DeinterleaveColours<decltype(sample)>(destPixels, to, out.channelCount, count);
-        });
+        DeinterleaveRows(out.sampleType, to, destPixels, out.channelCount, count);
         convertAlpha(&to[std::size_t(out.channelCount - 1)], &from[std::size_t(in.channelCount - 1)], count);
     }
 
     BitmapCore & dest;
     BitmapCore const & source;
+    bool const isEmpty; ///< whatever its tiles hold
     SourceTiles tiles;
     void * const transform;
     ConvertRows const convert, convertAlpha;
@@ -119,14 +121,18 @@ void TransferManaged(DynamicBitmap & dest, DynamicBitmap const & source, void * 
     if (!to || !from)
         return;
     to->ForceDelayLoad(abort);
-    if (to->IsPendingDelayLoad() || Kernel::IsAborted(abort) || !LoadSource(*from, params))
+    if (to->IsPendingDelayLoad() || Kernel::IsAborted(abort))
+        return;
+    bool const isEmpty = params && params->sourceMayStayUnloaded && from->IsPendingDelayLoad();
+    if (!isEmpty && !LoadSource(*from, params))
         return;
     Kernel::Counted<BitmapCore const> const before(AreEntangled(*to, *from) ? from->CloneTiles().release() : nullptr);
     if (before)
         from = before.Get();
     auto const rect = GetWorkRect(to->GetBounds(), params).Intersect(from->GetBounds());
     ForEachTile(*to, rect, params, [&](TileTask const & task) {
-        std::make_unique<ManagedTile>(*to, *from, transform)->Run(task); // too large for the stack of a helper thread
+        std::make_unique<ManagedTile>(*to, *from, isEmpty, transform)
+            ->Run(task); // too large for the stack of a helper thread
     });
     to->RecordWrite(rect, abort);
 }

@@ -156,7 +156,9 @@ struct Reals {
     }
     static HWY_INLINE void Store(V value, Sample * dest) { hn::StoreU(value, D(), dest); }
     static HWY_INLINE V Quarter(V sum) { return hn::Mul(sum, hn::Set(D(), 0.25f)); } // as exact as a quotient
-    static HWY_INLINE V Premultiply(V colour, V alpha) { return hn::Mul(colour, alpha); }
+    static HWY_INLINE V Premultiply(V colour, V alpha) {
+        return hn::IfThenZeroElse(hn::Eq(alpha, hn::Zero(D())), hn::Mul(colour, alpha));
+    }
     static HWY_INLINE bool IsFull(V alpha) { return hn::AllTrue(D(), hn::Eq(alpha, hn::Set(D(), 1.0f))); }
 
     struct Divisor {

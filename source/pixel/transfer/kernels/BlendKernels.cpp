@@ -4,6 +4,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "pixel/transfer/kernels/BlendKernels.cpp"
+#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h> // before highway.h
 #include <hwy/highway.h>
 
@@ -21,73 +22,170 @@ constexpr std::size_t blockLength = 256;
 // What a pass over alpha found in its block.
 enum class Cover { Nothing, Mixed, Everything };
 
-// 8 bits. m(p, q) = (t + 128 + (t >> 8)) >> 8 with t = p q, in 16-bit lanes.
-template<class V>
-HWY_INLINE V Multiply8(V p, V q) {
-    hn::DFromV<V> const d;
-    auto const t = hn::Mul(p, q);
-    return hn::ShiftRight<8>(hn::Add(hn::Add(t, hn::Set(d, 128)), hn::ShiftRight<8>(t)));
+// 8 bits. m(p, q) = (t + 128 + (t >> 8)) >> 8 with t = p q, in 16-bit lanes: bytes at even places and bytes at odd ones
+// go by turns, so that nothing is unpacked. Runs end in narrower vectors, then one by one.
+#if HWY_TARGET != HWY_SCALAR
+using Bytes = hn::ScalableTag<std::uint8_t>;
+using FewBytes = hn::FixedTag<std::uint8_t, 16>;
+
+template<class D>
+HWY_INLINE auto Even(D d, hn::Vec<D> bytes) {
+    hn::Repartition<std::uint16_t, D> const wide;
+    (void)d;
+    return hn::And(hn::BitCast(wide, bytes), hn::Set(wide, 255));
+}
+template<class D>
+HWY_INLINE auto Odd(D d, hn::Vec<D> bytes) {
+    (void)d;
+    return hn::ShiftRight<8>(hn::BitCast(hn::Repartition<std::uint16_t, D>(), bytes));
 }
 
-HWY_INLINE Cover CoverBlock8(std::uint8_t * HWY_RESTRICT destAlpha, std::uint8_t const * HWY_RESTRICT sourceAlpha,
-                             std::uint8_t * HWY_RESTRICT shares, std::size_t count, unsigned opacity) {
-    unsigned anyAlpha = 0, allAlpha = 255, allDest = 255;
-    for (std::size_t i = 0; i < count; ++i) { // compilers turn this into vector code
-        unsigned const a = opacity < 255 ? BlendRules::Multiply8(opacity, sourceAlpha[i]) : sourceAlpha[i];
-        shares[i] = static_cast<std::uint8_t>(a);
-        anyAlpha |= a;
-        allAlpha &= a;
-        allDest &= destAlpha[i];
+// m of two vectors of bytes that were taken apart.
+template<class D, class V>
+HWY_INLINE hn::Vec<D> MultiplyBytes(D d, V evenP, V oddP, V evenQ, V oddQ) {
+    hn::Repartition<std::uint16_t, D> const wide;
+    auto const half = hn::Set(wide, 128);
+    auto const round = [&](V t) { return hn::Add(hn::Add(t, half), hn::ShiftRight<8>(t)); }; // times 256
+    auto const even = round(hn::Mul(evenP, evenQ)), odd = round(hn::Mul(oddP, oddQ));
+    return hn::OddEven(hn::BitCast(d, odd), hn::BitCast(d, hn::ShiftRight<8>(even)));
+}
+
+// Calls function(tag, index) for whole vectors.
+// @return where the pixels begin that are left.
+template<class Function>
+HWY_INLINE std::size_t ForEachVector(std::size_t count, Function const & function) {
+    std::size_t i = 0;
+    for (std::size_t const lanes = hn::Lanes(Bytes()); i + lanes <= count; i += lanes)
+        function(Bytes(), i);
+    for (; i + 16 <= count; i += 16)
+        function(FewBytes(), i);
+    return i;
+}
+#else
+template<class Function>
+HWY_INLINE std::size_t ForEachVector(std::size_t, Function const &) {
+    return 0;
+}
+#endif
+
+HWY_INLINE void ScaleAlpha8(std::uint8_t * HWY_RESTRICT scaled, std::uint8_t const * HWY_RESTRICT alpha,
+                            std::size_t count, unsigned opacity) {
+    std::size_t i = ForEachVector(count, [&](auto d, std::size_t at) {
+        auto const a = hn::LoadU(d, alpha + at), o = hn::Set(d, static_cast<std::uint8_t>(opacity));
+        hn::StoreU(MultiplyBytes(d, Even(d, a), Odd(d, a), Even(d, o), Odd(d, o)), d, scaled + at);
+    });
+    for (; i < count; ++i)
+        scaled[i] = static_cast<std::uint8_t>(BlendRules::Multiply8(opacity, alpha[i]));
+}
+
+// What all alphas of a block have in common.
+struct Alphas8 {
+    bool isNothing, isEverything, isDestFull;
+};
+HWY_INLINE Alphas8 LookAtAlphas8(std::uint8_t const * source, std::uint8_t const * dest, std::size_t count) {
+#if HWY_TARGET != HWY_SCALAR
+    Bytes const d;
+    std::size_t const lanes = hn::Lanes(d);
+    if (count >= lanes) {
+        auto any = hn::Zero(d), all = hn::Set(d, 255), allDest = all;
+        for (std::size_t i = 0; i < count; i += lanes) {
+            std::size_t const at = std::min(i, count - lanes); // the last vector may begin in the one before
+            auto const a = hn::LoadU(d, source + at);
+            any = hn::Or(any, a);
+            all = hn::And(all, a);
+            allDest = hn::And(allDest, hn::LoadU(d, dest + at));
+        }
+        auto const full = hn::Set(d, 255);
+        return {hn::AllTrue(d, hn::Eq(any, hn::Zero(d))), hn::AllTrue(d, hn::Eq(all, full)),
+                hn::AllTrue(d, hn::Eq(allDest, full))};
     }
-    if (anyAlpha == 0)
-        return Cover::Nothing;
-    if (allAlpha == 255) {
-        std::fill_n(destAlpha, count, std::uint8_t(255));
-        return Cover::Everything;
+#endif
+    unsigned any = 0, all = 255, allDest = 255;
+    for (std::size_t i = 0; i < count; ++i) {
+        any |= source[i];
+        all &= source[i];
+        allDest &= dest[i];
     }
-    if (allDest == 255)
-        return Cover::Mixed; // full alpha stays, and the share is the source's alpha
+    return {any == 0, all == 255, allDest == 255};
+}
+
+// The new alphas of a destination, and the share of the source in the new colours. The shares may replace its alphas.
+HWY_INLINE void CoverPixels8(std::uint8_t * HWY_RESTRICT destAlpha, std::uint8_t const * alpha, std::uint8_t * shares,
+                             std::size_t count) {
+    std::size_t i = ForEachVector(count, [&](auto d, std::size_t at) {
+        auto const a = hn::LoadU(d, alpha + at), others = hn::Not(a), old = hn::LoadU(d, destAlpha + at);
+        auto const rest = MultiplyBytes(d, Even(d, others), Odd(d, others), Even(d, old), Odd(d, old));
+        hn::StoreU(hn::Add(rest, a), d, destAlpha + at); // at most 255
+    });
+    for (; i < count; ++i)
+        destAlpha[i] = BlendRules::Cover(alpha[i], destAlpha[i]).alpha;
 
     hn::ScalableTag<std::int32_t> const wide;
     hn::ScalableTag<float> const real;
     hn::Rebind<std::uint8_t, decltype(wide)> const narrow;
-    auto const full = hn::Set(wide, 255);
-    auto const one = hn::Set(wide, 1);
-    std::size_t i = 0;
+    i = 0;
     for (std::size_t const lanes = hn::Lanes(wide); i + lanes <= count; i += lanes) {
-        auto const a = hn::PromoteTo(wide, hn::LoadU(narrow, shares + i));
-        auto const d = hn::PromoteTo(wide, hn::LoadU(narrow, destAlpha + i));
-        auto const alpha = hn::Add(Multiply8(hn::Sub(full, a), d), a);
+        auto const a = hn::ConvertTo(real, hn::PromoteTo(wide, hn::LoadU(narrow, alpha + i)));
+        auto const r = hn::ConvertTo(real, hn::PromoteTo(wide, hn::LoadU(narrow, destAlpha + i)));
         // n / r of integers below 2^16 is never so close below a whole number that the float quotient rounds up to it.
-        auto const share = hn::ConvertTo(
-            wide, hn::Div(hn::ConvertTo(real, hn::Mul(a, full)), hn::ConvertTo(real, hn::Max(alpha, one))));
-        hn::StoreU(hn::DemoteTo(narrow, alpha), narrow, destAlpha + i);
-        hn::StoreU(hn::DemoteTo(narrow, share), narrow, shares + i);
-    }
-    for (; i < count; ++i) {
-        auto const cover = BlendRules::Cover(shares[i], destAlpha[i]);
-        destAlpha[i] = cover.alpha;
-        shares[i] = cover.share;
-    }
-    return Cover::Mixed;
-}
-
-HWY_INLINE void MixBlock8(std::uint8_t * HWY_RESTRICT dest, std::uint8_t const * HWY_RESTRICT source,
-                          std::uint8_t const * HWY_RESTRICT shares, std::size_t count) {
-    hn::ScalableTag<std::uint16_t> const wide;
-    hn::ScalableTag<std::int16_t> const signedWide;
-    hn::Rebind<std::uint8_t, decltype(wide)> const narrow;
-    auto const full = hn::Set(wide, 255);
-    std::size_t i = 0;
-    for (std::size_t const lanes = hn::Lanes(wide); i + lanes <= count; i += lanes) {
-        auto const k = hn::PromoteTo(wide, hn::LoadU(narrow, shares + i));
-        auto const s = hn::PromoteTo(wide, hn::LoadU(narrow, source + i));
-        auto const d = hn::PromoteTo(wide, hn::LoadU(narrow, dest + i));
-        auto const mixed = hn::Add(Multiply8(s, k), Multiply8(d, hn::Sub(full, k))); // at most 255
-        hn::StoreU(hn::DemoteTo(narrow, hn::BitCast(signedWide, mixed)), narrow, dest + i);
+        auto const share = hn::Div(hn::Mul(a, hn::Set(real, 255.0f)), hn::Max(r, hn::Set(real, 1.0f)));
+        hn::StoreU(hn::DemoteTo(narrow, hn::ConvertTo(wide, share)), narrow, shares + i);
     }
     for (; i < count; ++i)
-        dest[i] = BlendRules::Mix(dest[i], source[i], shares[i]);
+        shares[i] = static_cast<std::uint8_t>(destAlpha[i] == 0 ? 0 : alpha[i] * 255u / destAlpha[i]);
+}
+
+template<int colours>
+HWY_INLINE void MixPixels8(std::uint8_t * const * dest, std::uint8_t const * const * source,
+                           std::uint8_t const * shares, std::size_t count) {
+    std::size_t const rest = ForEachVector(count, [&](auto d, std::size_t at) {
+        auto const k = hn::LoadU(d, shares + at), others = hn::Not(k); // 255 - k
+        auto const evenK = Even(d, k), oddK = Odd(d, k), evenOthers = Even(d, others), oddOthers = Odd(d, others);
+        for (int c = 0; c < colours; ++c) {
+            hwy::Prefetch(source[c] + at + blockLength); // too many streams for the processor to follow by itself
+            hwy::Prefetch(dest[c] + at + blockLength);
+            auto const s = hn::LoadU(d, source[c] + at), old = hn::LoadU(d, dest[c] + at);
+            hn::StoreU(hn::Add(MultiplyBytes(d, Even(d, s), Odd(d, s), evenK, oddK), // at most 255
+                               MultiplyBytes(d, Even(d, old), Odd(d, old), evenOthers, oddOthers)),
+                       d, dest[c] + at);
+        }
+    });
+    for (int c = 0; c < colours; ++c)
+        for (std::size_t i = rest; i < count; ++i)
+            dest[c][i] = BlendRules::Mix(dest[c][i], source[c][i], shares[i]);
+}
+
+template<int colours>
+void BlendBytes(void * const * dest, void const * const * source, std::size_t count, float opacity) {
+    unsigned const o = BlendRules::ToOpacity8(opacity);
+    HWY_ALIGN std::uint8_t shares[blockLength];
+    for (std::size_t begin = 0; begin < count; begin += blockLength) {
+        std::size_t const length = std::min(blockLength, count - begin);
+        std::uint8_t * to[colours + 1];
+        std::uint8_t const * from[colours + 1];
+        for (int c = 0; c <= colours; ++c) {
+            to[c] = static_cast<std::uint8_t *>(dest[c]) + begin;
+            from[c] = static_cast<std::uint8_t const *>(source[c]) + begin;
+        }
+        if (o < 255) {
+            ScaleAlpha8(shares, from[colours], length, o);
+            from[colours] = shares;
+        }
+        auto const alphas = LookAtAlphas8(from[colours], to[colours], length);
+        if (alphas.isNothing)
+            continue;
+        if (alphas.isEverything) {
+            std::fill_n(to[colours], length, std::uint8_t(255));
+            for (int c = 0; c < colours; ++c)
+                std::copy_n(from[c], length, to[c]);
+            continue;
+        }
+        if (!alphas.isDestFull) { // else alpha stays, and the share is the source's alpha
+            CoverPixels8(to[colours], from[colours], shares, length);
+            from[colours] = shares;
+        }
+        MixPixels8<colours>(to, from, from[colours], length);
+    }
 }
 
 // 16 bits, in unsigned 32-bit lanes. x / 65535, exact for every x up to 65535 * 65535.
@@ -167,52 +265,43 @@ HWY_INLINE void MixBlock16(std::uint16_t * HWY_RESTRICT dest, std::uint16_t cons
         dest[i] = BlendRules::Mix(dest[i], source[i], shares[i]);
 }
 
-template<class Sample>
-struct Block;
-template<>
-struct Block<std::uint8_t> {
-    static constexpr auto cover = CoverBlock8;
-    static constexpr auto mix = MixBlock8;
-    static unsigned Opacity(float opacity) { return BlendRules::ToOpacity8(opacity); }
-};
-template<>
-struct Block<std::uint16_t> {
-    static constexpr auto cover = CoverBlock16;
-    static constexpr auto mix = MixBlock16;
-    static unsigned Opacity(float opacity) { return BlendRules::ToOpacity16(opacity); }
-};
-
-template<class Sample>
-void BlendIntegers(void * const * dest, void const * const * source, int colours, std::size_t count, float opacity) {
-    unsigned const o = Block<Sample>::Opacity(opacity);
-    Sample shares[blockLength];
+void BlendRows16(void * const * dest, void const * const * source, int colours, std::size_t count, float opacity) {
+    unsigned const o = BlendRules::ToOpacity16(opacity);
+    std::uint16_t shares[blockLength];
     for (std::size_t begin = 0; begin < count; begin += blockLength) {
         std::size_t const length = std::min(blockLength, count - begin);
-        auto const cover =
-            Block<Sample>::cover(static_cast<Sample *>(dest[colours]) + begin,
-                                 static_cast<Sample const *>(source[colours]) + begin, shares, length, o);
+        auto const cover = CoverBlock16(static_cast<std::uint16_t *>(dest[colours]) + begin,
+                                        static_cast<std::uint16_t const *>(source[colours]) + begin, shares, length, o);
         if (cover == Cover::Nothing)
             continue;
         for (int c = 0; c < colours; ++c) {
-            auto * const d = static_cast<Sample *>(dest[c]) + begin;
-            auto const * const s = static_cast<Sample const *>(source[c]) + begin;
+            auto * const d = static_cast<std::uint16_t *>(dest[c]) + begin;
+            auto const * const s = static_cast<std::uint16_t const *>(source[c]) + begin;
             if (cover == Cover::Everything)
                 std::copy_n(s, length, d);
             else
-                Block<Sample>::mix(d, s, shares, length);
+                MixBlock16(d, s, shares, length);
         }
     }
 }
 
 void BlendRows8(void * const * dest, void const * const * source, int colours, std::size_t count, float opacity) {
-    BlendIntegers<std::uint8_t>(dest, source, colours, count, opacity);
-}
-
-void BlendRows16(void * const * dest, void const * const * source, int colours, std::size_t count, float opacity) {
-    BlendIntegers<std::uint16_t>(dest, source, colours, count, opacity);
+    switch (colours) {
+    case 0:
+        return BlendBytes<0>(dest, source, count, opacity);
+    case 1:
+        return BlendBytes<1>(dest, source, count, opacity);
+    case 2:
+        return BlendBytes<2>(dest, source, count, opacity);
+    case 3:
+        return BlendBytes<3>(dest, source, count, opacity);
+    default:
+        return BlendBytes<4>(dest, source, count, opacity);
+    }
 }
 
 // Floats: the pixels whose source alpha is 0 keep every bit, also where the source's colour is infinite or no number.
+// Those whose share is 1 get every bit of the source, whatever was there.
 void BlendRowsFloat(void * const * dest, void const * const * source, int colours, std::size_t count, float opacity) {
     hn::ScalableTag<float> const d;
     auto const zero = hn::Zero(d);
@@ -238,12 +327,13 @@ void BlendRowsFloat(void * const * dest, void const * const * source, int colour
             hn::StoreU(hn::IfThenElse(hn::Or(opaque, nothing), da, alpha), d, destAlpha + i);
         }
         auto const rest = hn::Sub(one, share);
+        auto const replaced = hn::Eq(share, one);
         for (int c = 0; c < colours; ++c) {
             float * const row = static_cast<float *>(dest[c]) + i;
             auto const old = hn::LoadU(d, row);
             auto const s = hn::LoadU(d, static_cast<float const *>(source[c]) + i);
             auto const mixed = hn::Add(hn::Mul(share, s), hn::Mul(rest, old));
-            hn::StoreU(hn::IfThenElse(nothing, old, mixed), d, row);
+            hn::StoreU(hn::IfThenElse(nothing, old, hn::IfThenElse(replaced, s, mixed)), d, row);
         }
     }
     for (; i < count; ++i) {

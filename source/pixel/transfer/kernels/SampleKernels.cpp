@@ -7,6 +7,8 @@
 #include <hwy/foreach_target.h> // before highway.h
 #include <hwy/highway.h>
 
+#include "pixel/transfer/kernels/SampleRules-inl.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <type_traits>
@@ -15,72 +17,26 @@ HWY_BEFORE_NAMESPACE();
 namespace Raster::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-template<class Sample, class D>
-HWY_INLINE auto LoadFloats(D d, Sample const * samples) {
-    if constexpr (std::is_same_v<Sample, float>) {
-        return hn::LoadU(d, samples);
-    } else {
-        hn::RebindToSigned<D> const whole;
-        hn::Rebind<Sample, D> const narrow;
-        return hn::ConvertTo(d, hn::PromoteTo(whole, hn::LoadU(narrow, samples)));
-    }
-}
-
-template<class Sample, class V>
-HWY_INLINE void StoreSamples(V value, Sample * samples) {
-    hn::DFromV<V> const d;
-    if constexpr (std::is_same_v<Sample, float>) {
-        hn::StoreU(value, d, samples);
-    } else {
-        hn::Rebind<Sample, decltype(d)> const narrow;
-        auto const bounded =
-            hn::IfThenElseZero(hn::Gt(value, hn::Zero(d)), hn::Min(value, hn::Set(d, SampleRules::maximum<Sample>)));
-        hn::StoreU(hn::DemoteTo(narrow, hn::NearestInt(bounded)), narrow, samples);
-    }
-}
-
-template<class Sample, class V>
-HWY_INLINE V Premultiply(V colour, V alpha) {
-    hn::DFromV<V> const d;
-    auto product = hn::Mul(colour, alpha);
-    if constexpr (std::is_same_v<Sample, std::uint8_t>)
-        product = hn::Mul(product, hn::Set(d, 0.003921569f));
-    else if constexpr (std::is_same_v<Sample, std::uint16_t>)
-        product = hn::Mul(product, hn::Set(d, 1.5259022e-5f));
-    auto const full = hn::Eq(alpha, hn::Set(d, SampleRules::maximum<Sample>));
-    return hn::IfThenElse(full, colour, hn::IfThenZeroElse(hn::Eq(alpha, hn::Zero(d)), product));
-}
-
-template<class Sample>
-PremultiplyRow PlainPremultiplyRow() {
-    constexpr SampleType type = std::is_same_v<Sample, std::uint8_t>    ? SampleType::Integer8
-                                : std::is_same_v<Sample, std::uint16_t> ? SampleType::Integer16
-                                                                        : SampleType::Float;
-    return Scalar::GetPremultiplyRow(type);
-}
-
 template<class Sample>
 void PremultiplyPixels(float * const * groups, void const * const * source, int colours, std::size_t count) {
     hn::ScalableTag<float> const d;
+    std::size_t const lanes = hn::Lanes(d);
+    if (count < lanes) {
+        Scalar::GetPremultiplyRow(SampleRules::sampleTypeOf<Sample>)(groups, source, colours, count);
+        return;
+    }
     auto const zero = hn::Zero(d);
-    auto const row = [&](int channel) { return static_cast<Sample const *>(source[channel]); };
-    std::size_t i = 0;
-    for (std::size_t const lanes = hn::Lanes(d); i + lanes <= count; i += lanes) {
-        auto const alpha = LoadFloats(d, row(colours) + i);
+    for (std::size_t next = 0; next < count; next += lanes) {
+        std::size_t const i = std::min(next, count - lanes); // the last vector may begin in the one before
+        auto const load = [&](int channel) { return LoadFloats(d, static_cast<Sample const *>(source[channel]) + i); };
+        auto const alpha = load(colours);
         auto const colour = [&](int channel) {
-            return channel < colours ? Premultiply<Sample>(LoadFloats(d, row(channel) + i), alpha) : zero;
+            return channel < colours ? Premultiply<Sample>(load(channel), alpha) : zero;
         };
         hn::StoreInterleaved4(colour(0), colour(1), colour(2), colours == 4 ? colour(3) : alpha, d, groups[0] + i * 4);
         if (colours == 4)
             hn::StoreInterleaved4(zero, zero, zero, alpha, d, groups[1] + i * 4);
     }
-    if (i == count)
-        return;
-    float * const restGroups[2]{groups[0] + i * 4, colours == 4 ? groups[1] + i * 4 : nullptr};
-    void const * rest[5];
-    for (int c = 0; c <= colours; ++c)
-        rest[c] = row(c) + i;
-    PlainPremultiplyRow<Sample>()(restGroups, rest, colours, count - i);
 }
 
 // Samples are taken in three passes over a short run: cells and weights, the sums, and back to samples. The middle one
@@ -100,23 +56,49 @@ HWY_INLINE bool IsInside(float x, float y) {
            (y >= -SampleRules::farthest);
 }
 
-HWY_INLINE void FindCells(Run & run, SampleWindow const & window, float const * u, float const * v, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) { // compilers turn this into vector code
-        float const x = u[i] - 0.5f, y = v[i] - 0.5f;
-        bool const inside = IsInside(x, y);
-        float const safeX = inside ? x : 0.0f, safeY = inside ? y : 0.0f;
-        auto const cellX = static_cast<std::int32_t>(safeX >= 0.0f ? safeX : safeX - 1.0f);
-        auto const cellY = static_cast<std::int32_t>(safeY >= 0.0f ? safeY : safeY - 1.0f);
-        float const fx = safeX - static_cast<float>(cellX), fy = safeY - static_cast<float>(cellY);
-        std::int32_t const offset =
-            (cellY - window.bounds.top) * static_cast<std::int32_t>(window.stride) + (cellX - window.bounds.left) * 4;
-        run.offsets[i] = inside ? offset : 0;
-        float const left = inside ? 1.0f - fx : 0.0f, right = inside ? fx : 0.0f;
-        run.topLeft[i] = (1.0f - fy) * left;
-        run.topRight[i] = (1.0f - fy) * right;
-        run.bottomLeft[i] = fy * left;
-        run.bottomRight[i] = fy * right;
-    }
+// The whole part of a position whose half pixel was taken off; see `SampleRules::ToCell`.
+template<class V>
+HWY_INLINE auto ToCells(V position) {
+    hn::DFromV<V> const d;
+    auto const isNegative = hn::Lt(position, hn::Zero(d));
+    return hn::ConvertTo(hn::RebindToSigned<decltype(d)>(),
+                         hn::IfThenElse(isNegative, hn::Sub(position, hn::Set(d, 1.0f)), position));
+}
+
+// One vector of positions.
+HWY_INLINE void FindCells(Run & run, SampleWindow const & window, float const * u, float const * v, std::size_t at) {
+    hn::CappedTag<float, 16> const d;
+    hn::RebindToSigned<decltype(d)> const whole;
+    auto const half = hn::Set(d, 0.5f), one = hn::Set(d, 1.0f), farthest = hn::Set(d, SampleRules::farthest);
+    auto const x = hn::Sub(hn::LoadU(d, u), half), y = hn::Sub(hn::LoadU(d, v), half);
+    auto const isInside = hn::And(hn::Le(hn::Abs(x), farthest), hn::Le(hn::Abs(y), farthest)); // not where no number
+    auto const insideX = hn::IfThenElseZero(isInside, x), insideY = hn::IfThenElseZero(isInside, y);
+    auto const cellX = ToCells(insideX), cellY = ToCells(insideY);
+    auto const offset = hn::Add(hn::Mul(hn::Sub(cellY, hn::Set(whole, window.bounds.top)),
+                                        hn::Set(whole, static_cast<std::int32_t>(window.stride))),
+                                hn::ShiftLeft<2>(hn::Sub(cellX, hn::Set(whole, window.bounds.left))));
+    hn::StoreU(hn::IfThenElseZero(hn::RebindMask(whole, isInside), offset), whole, run.offsets + at);
+    auto const fx = hn::Sub(insideX, hn::ConvertTo(d, cellX)), fy = hn::Sub(insideY, hn::ConvertTo(d, cellY));
+    auto const left = hn::IfThenElseZero(isInside, hn::Sub(one, fx)), right = hn::IfThenElseZero(isInside, fx);
+    auto const above = hn::Sub(one, fy);
+    hn::StoreU(hn::Mul(above, left), d, run.topLeft + at);
+    hn::StoreU(hn::Mul(above, right), d, run.topRight + at);
+    hn::StoreU(hn::Mul(fy, left), d, run.bottomLeft + at);
+    hn::StoreU(hn::Mul(fy, right), d, run.bottomRight + at);
+}
+
+HWY_INLINE void FindAllCells(Run & run, SampleWindow const & window, float const * u, float const * v,
+                             std::size_t count) {
+    std::size_t const lanes = hn::Lanes(hn::CappedTag<float, 16>());
+    std::size_t i = 0;
+    for (; i + lanes <= count; i += lanes)
+        FindCells(run, window, u + i, v + i, i);
+    if (i == count)
+        return;
+    float lastU[16]{}, lastV[16]{};
+    std::copy(u + i, u + count, lastU);
+    std::copy(v + i, v + count, lastV);
+    FindCells(run, window, lastU, lastV, i);
 }
 
 #if HWY_TARGET != HWY_SCALAR
@@ -124,27 +106,18 @@ HWY_INLINE void FindCells(Run & run, SampleWindow const & window, float const * 
 using Pixels = hn::CappedTag<float, 16>;
 constexpr std::size_t pixelsAtOnce = hn::MaxLanes(Pixels()) / 4;
 
-// The pixels at so many offsets, one after the other.
+// The pixels at so many offsets, one after the other. Each is loaded into all places and kept in its own: that takes no
+// step which moves lanes, of which processors do fewer at a time.
 template<class D>
 HWY_INLINE hn::Vec<D> GatherPixels(D d, float const * pixels, std::int32_t const * offsets) {
     if constexpr (hn::MaxLanes(d) == 4) {
         return hn::LoadU(d, pixels + offsets[0]);
     } else {
-        hn::Half<D> const half;
-        return hn::Combine(d, GatherPixels(half, pixels, offsets + hn::MaxLanes(half) / 4),
-                           GatherPixels(half, pixels, offsets));
+        auto gathered = hn::LoadDup128(d, pixels + offsets[hn::MaxLanes(d) / 4 - 1]);
+        for (std::size_t i = hn::MaxLanes(d) / 4 - 1; i-- > 0;)
+            gathered = hn::IfThenElse(hn::FirstN(d, (i + 1) * 4), hn::LoadDup128(d, pixels + offsets[i]), gathered);
+        return gathered;
     }
-}
-
-// A sample without weight is left out if it could be infinite; a product with 0 of a finite one changes no sum.
-template<bool MayBeInfinite, class V>
-HWY_INLINE V Accumulate(V sum, V weight, V pixels) {
-    hn::DFromV<V> const d;
-    auto const added = hn::Add(sum, hn::Mul(weight, pixels));
-    if constexpr (MayBeInfinite)
-        return hn::IfThenElse(hn::Eq(weight, hn::Zero(d)), sum, added);
-    else
-        return added;
 }
 
 template<bool MayBeInfinite, class D>
@@ -186,45 +159,29 @@ HWY_INLINE void SumCells(Run & run, SampleWindow const & window, int group, std:
 }
 #endif
 
-template<class Sample, class V>
-HWY_INLINE V Unpremultiply(V colour, V alpha, V reciprocal) {
-    hn::DFromV<V> const d;
-    auto const full = hn::Set(d, SampleRules::maximum<Sample>);
-    auto value = hn::Mul(hn::Mul(colour, full), reciprocal);
-    if constexpr (!std::is_same_v<Sample, float>)
-        value = hn::Min(value, full);
-    return hn::IfThenElse(hn::Or(hn::Eq(alpha, hn::Zero(d)), hn::Eq(alpha, full)), colour, value);
-}
-
 // The lanes past `count` hold whatever an earlier run left: they are computed, and never stored.
-template<class Sample>
-HWY_INLINE void StoreRun(void * const * dest, Run const & run, int colours, std::size_t begin, std::size_t count) {
+template<class Sample, int colours>
+HWY_INLINE void StoreRun(void * const * dest, Run const & run, std::size_t begin, std::size_t count) {
     hn::ScalableTag<float> const d;
     std::size_t const lanes = hn::Lanes(d);
-    HWY_ALIGN Sample spill[5][runLength];
+    HWY_ALIGN Sample spill[colours + 1][runLength];
     for (std::size_t i = 0; i < count; i += lanes) {
         bool const whole = i + lanes <= count;
-        auto const target = [&](int channel) {
-            return whole ? static_cast<Sample *>(dest[channel]) + begin + i : spill[channel];
-        };
-        hn::Vec<decltype(d)> first, second, third, alpha, fourth = hn::Zero(d);
-        hn::LoadInterleaved4(d, run.sums[0] + i * 4, first, second, third, alpha);
-        if (colours == 4) {
-            fourth = alpha;
+        Sample * target[colours + 1];
+        for (int c = 0; c <= colours; ++c)
+            target[c] = whole ? static_cast<Sample *>(dest[c]) + begin + i : spill[c];
+        hn::Vec<decltype(d)> first, second, third, fourth, alpha;
+        hn::LoadInterleaved4(d, run.sums[0] + i * 4, first, second, third, fourth);
+        alpha = fourth;
+        if constexpr (colours == 4) {
             hn::Vec<decltype(d)> unused0, unused1, unused2;
             hn::LoadInterleaved4(d, run.sums[1] + i * 4, unused0, unused1, unused2, alpha);
         }
-        StoreSamples(alpha, target(colours));
-        if (colours > 0) {
-            auto const reciprocal = hn::Div(hn::Set(d, 1.0f), alpha);
-            StoreSamples(Unpremultiply<Sample>(first, alpha, reciprocal), target(0));
-            if (colours > 1) {
-                StoreSamples(Unpremultiply<Sample>(second, alpha, reciprocal), target(1));
-                StoreSamples(Unpremultiply<Sample>(third, alpha, reciprocal), target(2));
-            }
-            if (colours == 4)
-                StoreSamples(Unpremultiply<Sample>(fourth, alpha, reciprocal), target(3));
-        }
+        StoreSums<Sample, colours>(
+            [&](int c) {
+                return c == colours ? alpha : c == 0 ? first : c == 1 ? second : c == 2 ? third : fourth;
+            },
+            target);
         if (!whole)
             for (int c = 0; c <= colours; ++c)
                 std::copy_n(spill[c], count - i, static_cast<Sample *>(dest[c]) + begin + i);
@@ -237,11 +194,12 @@ void SamplePixels(void * const * dest, SampleWindow const & window, float const 
     Run run; // every lane that is stored was written before
     for (std::size_t begin = 0; begin < count; begin += runLength) {
         std::size_t const length = std::min(runLength, count - begin);
-        FindCells(run, window, u + begin, v + begin, length);
+        FindAllCells(run, window, u + begin, v + begin, length);
         SumCells<std::is_same_v<Sample, float>>(run, window, 0, length);
         if (colours == 4)
             SumCells<std::is_same_v<Sample, float>>(run, window, 1, length);
-        StoreRun<Sample>(dest, run, colours, begin, length);
+        VisitColours(colours,
+                     [&](auto number) { StoreRun<Sample, decltype(number)::value>(dest, run, begin, length); });
     }
 }
 
@@ -267,48 +225,59 @@ void SampleRowFloat(void * const * dest, SampleWindow const & window, float cons
     SamplePixels<float>(dest, window, u, v, colours, count);
 }
 
-// Rows are chains of additions, each of which waits for the one before: eight rows side by side fill the time.
-constexpr int chainRows = 8;
+#if HWY_TARGET != HWY_SCALAR
+// Rows are chains of additions, each of which waits for the one before: a vector of rows steps at once, and two of them
+// side by side, in u and in v, fill the time.
+using Doubles = hn::CappedTag<double, 8>;
+using Rows = hn::Rebind<float, Doubles>;
+constexpr int columnsAtOnce = 4;
 
-HWY_INLINE void StepChains(float (*positions)[sampleBlockSize], float * start, double step, int columns) {
-    HWY_ALIGN float now[chainRows];
-    HWY_ALIGN float steps[sampleBlockSize][chainRows];
-    std::copy_n(start, chainRows, now);
-    for (int column = 0; column < columns; ++column)
-        for (int row = 0; row < chainRows; ++row) {
-            steps[column][row] = now[row];
-            now[row] = static_cast<float>(now[row] + step);
-        }
-    std::copy_n(now, chainRows, start);
-    for (int row = 0; row < chainRows; ++row)
-        for (int column = 0; column < columns; ++column)
-            positions[row][column] = steps[column][row];
-}
-
-// Without rotation all rows run alike in u, and v stands still.
-HWY_INLINE bool AreEqual(float const * values, int count) {
-    return std::all_of(values, values + count, [first = values[0]](float value) { return value == first; });
-}
-
-HWY_INLINE void StepRows(float (*positions)[sampleBlockSize], float * start, double step, int rows, int columns) {
-    if (step == 0.0) {
-        for (int row = 0; row < rows; ++row)
-            std::fill_n(positions[row], columns, start[row]);
-    } else if (AreEqual(start, rows)) {
-        StepChains(positions, start, step, columns);
-        for (int row = chainRows; row < rows; ++row)
-            std::copy_n(positions[0], columns, positions[row]);
-        std::fill_n(start, sampleBlockSize, start[0]);
-    } else {
-        for (int row = 0; row < rows; row += chainRows) // rows past the last are stepped along with it
-            StepChains(positions + row, start + row, step, columns);
-    }
+// Four columns from `column` on. @return the positions after them.
+template<class V, class Step>
+HWY_INLINE V StepColumns(V now, Step step, float (*positions)[sampleBlockSize], int column) {
+    Rows const d;
+    hn::FixedTag<float, columnsAtOnce> const piece;
+    auto const next = [&](V position) { return hn::DemoteTo(d, hn::Add(hn::PromoteTo(Doubles(), position), step)); };
+    auto const second = next(now), third = next(second), fourth = next(third);
+    HWY_ALIGN float turned[hn::MaxLanes(Doubles()) * columnsAtOnce]; // a row's columns one after the other
+    hn::StoreInterleaved4(now, second, third, fourth, d, turned);
+    for (std::size_t row = 0; row < hn::Lanes(d); ++row)
+        hn::StoreU(hn::LoadU(piece, turned + row * columnsAtOnce), piece, positions[row] + column);
+    return next(fourth);
 }
 
 void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns) {
-    StepRows(positions.u, u, du, rows, columns);
-    StepRows(positions.v, v, dv, rows, columns);
+    Rows const d;
+    auto const lanes = static_cast<int>(hn::Lanes(d));
+    auto const stepU = hn::Set(Doubles(), du), stepV = hn::Set(Doubles(), dv);
+    int const whole = columns - columns % columnsAtOnce;
+    for (int row = 0; row < rows; row += 2 * lanes) { // rows past the last are stepped along with it
+        auto firstU = hn::LoadU(d, u + row), secondU = hn::LoadU(d, u + row + lanes);
+        auto firstV = hn::LoadU(d, v + row), secondV = hn::LoadU(d, v + row + lanes);
+        for (int column = 0; column < whole; column += columnsAtOnce) {
+            firstU = StepColumns(firstU, stepU, positions.u + row, column);
+            secondU = StepColumns(secondU, stepU, positions.u + row + lanes, column);
+            firstV = StepColumns(firstV, stepV, positions.v + row, column);
+            secondV = StepColumns(secondV, stepV, positions.v + row + lanes, column);
+        }
+        hn::StoreU(firstU, d, u + row);
+        hn::StoreU(secondU, d, u + row + lanes);
+        hn::StoreU(firstV, d, v + row);
+        hn::StoreU(secondV, d, v + row + lanes);
+    }
+    for (int row = 0; row < rows; ++row)
+        for (int column = whole; column < columns; ++column) {
+            positions.u[row][column] = u[row];
+            positions.v[row][column] = v[row];
+            u[row] = static_cast<float>(u[row] + du);
+            v[row] = static_cast<float>(v[row] + dv);
+        }
 }
+#else
+void StepPositions(SamplePositions & positions, float * u, float * v, double du, double dv, int rows, int columns) {
+    Scalar::StepPositions(positions, u, v, du, dv, rows, columns);
+}
+#endif
 
 struct Extent {
     float left = 2 * SampleRules::farthest, top = left, right = -left, bottom = right;

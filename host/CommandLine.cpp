@@ -1,0 +1,218 @@
+#include "host/CommandLine.h"
+
+#include "host/Failure.h"
+#include "host/Formats.h"
+#include "host/OptionValues.h"
+#include "host/Text.h"
+
+#include <fmt/format.h>
+
+#include <limits>
+#include <sstream>
+
+namespace Host {
+namespace {
+using namespace OptionValues;
+
+constexpr int largestSide = 1 << 20;
+constexpr double mostTimes = 1000; // larger, or smaller
+
+void AddGlobal(CLI::App * app, GlobalSettings & settings) {
+    constexpr std::uint64_t mostMebibytes = std::numeric_limits<std::uint64_t>::max() >> 20; // held in bytes
+    app->set_version_flag("--version", "raster " RASTER_VERSION, "print the version");
+    AddNumber<decltype(settings.memoryMebibytes), std::uint64_t>(
+        app, "--memory", settings.memoryMebibytes, 1, mostMebibytes, "MiB",
+        "memory for pixels; tiles beyond it go to disk (1024)");
+    AddNumber<decltype(settings.decodeLimitMebibytes), std::uint64_t>(
+        app, "--decode-limit", settings.decodeLimitMebibytes, 1, mostMebibytes, "MiB",
+        "memory that files may take to decode (4096, or half of the machine's)");
+    app->add_option("--backstore", settings.backstore, "folder for what doesn't fit into memory ($TMPDIR or /var/tmp)")
+        ->type_name("DIR");
+    AddNumber<unsigned, unsigned>(app, "--threads", settings.threads, 1, 1024, "N",
+                                  "threads that work (one for each processor)");
+    app->add_flag("--verbose", settings.verbose, "print what the library has to say");
+    app->add_flag("--quiet", settings.quiet, "print errors only");
+    app->add_flag("--stats", settings.stats, "print what memory was used, at the end");
+}
+
+void AddReading(CLI::App * app, ReadSettings & settings) {
+    app->add_flag("--strict", settings.strict, "fail for files that end early, rather than take what is there");
+    app->add_option("--assume-profile", settings.assumeProfile, "the profile of pictures that have none")
+        ->type_name("FILE|NAME");
+}
+
+void AddQuality(CLI::App * app, unsigned & quality) {
+    AddNumber<unsigned, unsigned>(app, "--quality", quality, 0, 100, "0..100", "quality of a JPEG (90)");
+}
+
+void AddClobbering(CLI::App * app, bool & noClobber) {
+    app->add_flag("--no-clobber", noClobber, "never replace a file");
+}
+
+void AddWriting(CLI::App * app, WriteSettings & settings) {
+    AddWord(app, "--type", settings.type, FindWrittenType, ListWrittenTypes(), "TYPE",
+            "jpeg or png (by the extension of OUT)");
+    AddQuality(app, settings.quality);
+    app->add_flag("--progressive", settings.progressive, "make a JPEG progressive");
+    AddNumber<std::optional<double>, double>(app, "--dpi", settings.dpi, 1, 65535, "DPI", "resolution (of the source)");
+    app->add_flag("--strip-alpha", settings.stripAlpha, "lay the picture over the background");
+    app->add_option_function<std::string>(
+           "--background", [&](std::string const & text) { settings.background = ParseColour("--background", text); },
+           "what transparent pictures are laid over, where alpha isn't kept (white)")
+        ->type_name("#RRGGBB");
+    AddClobbering(app, settings.noClobber);
+    app->add_flag("--force", settings.force, "write a picture that is too large for the type: it is cut");
+}
+
+void AddOrienting(CLI::App * app, bool & autoOrient) {
+    app->add_flag("--auto-orient", autoOrient, "turn the picture as the file says");
+}
+
+void AddColours(CLI::App * app, ColourSettings & settings) {
+    AddWord(app, "--format", settings.format, FindFormat, Join(ListFormats()), "FORMAT",
+            "pixel format, such as RGBA8 (that of IN)");
+    app->add_option("--profile", settings.profile, "colours go to this profile, and it is written")
+        ->type_name("FILE|NAME");
+    AddWord(app, "--intent", settings.intent, FindIntent, "perceptual, relative, saturation and absolute", "INTENT",
+            "how colours go from profile to profile (perceptual)");
+    app->add_flag("--bpc", settings.blackPointCompensation, "compensate the black point");
+}
+
+void AddInfo(CLI::App & app, InfoSettings & settings) {
+    auto * const command = app.add_subcommand("info", "say what picture files are; reads headers only");
+    command->add_option("FILE", settings.files, "pictures, '-' being standard input")->required();
+    command->add_flag("--json", settings.json, "as JSON");
+}
+
+void AddConvert(CLI::App & app, ConvertSettings & settings) {
+    auto * const command = app.add_subcommand("convert", "write a picture as another type, format or profile");
+    command->add_option("IN", settings.in, "a picture, or '-'")->required();
+    command->add_option("OUT", settings.out, "the file to write, or '-'")->required();
+    AddColours(command, settings.colours);
+    AddOrienting(command, settings.autoOrient);
+    AddReading(command, settings.reading);
+    AddWriting(command, settings.writing);
+}
+
+void AddResize(CLI::App & app, ResizeSettings & settings) {
+    auto * const command = app.add_subcommand("resize", "write a picture in another size");
+    command->add_option("IN", settings.in, "a picture, or '-'")->required();
+    command->add_option("OUT", settings.out, "the file to write, or '-'")->required();
+    auto * const width = AddNumber<std::optional<int>, int>(command, "--width", settings.width, 1, largestSide,
+                                                            "PIXELS", "the shape is kept; with --height, both fit");
+    auto * const height =
+        AddNumber<std::optional<int>, int>(command, "--height", settings.height, 1, largestSide, "PIXELS", "likewise");
+    AddNumber<std::optional<double>, double>(command, "--scale", settings.scale, 1 / mostTimes, mostTimes, "FACTOR",
+                                             "0.5 halves both sides")
+        ->excludes(width)
+        ->excludes(height);
+    command->add_flag("--stretch", settings.stretch, "take --width and --height as they are")->needs(width, height);
+    AddOrienting(command, settings.autoOrient);
+    AddReading(command, settings.reading);
+    AddWriting(command, settings.writing);
+}
+
+void AddThumbnail(CLI::App & app, ThumbnailSettings & settings) {
+    auto * const command = app.add_subcommand("thumbnail", "write small upright versions of pictures");
+    command->add_option("IN", settings.in, "pictures, '-' being standard input")->required();
+    AddNumber<int, int>(command, "--size", settings.size, 1, largestSide, "PIXELS",
+                        "the longer side; nothing is enlarged")
+        ->required();
+    command->add_option("--out", settings.folder, "folder for NAME.jpg, or NAME.png if there is alpha")
+        ->type_name("DIR")
+        ->required();
+    AddQuality(command, settings.quality);
+    AddReading(command, settings.reading);
+    AddClobbering(command, settings.noClobber);
+}
+
+void AddComposite(CLI::App & app, CompositeSettings & settings) {
+    auto * const command = app.add_subcommand("composite", "lay one picture over another");
+    command->add_option("BASE", settings.base, "gives size, format and colours; or '-'")->required();
+    command->add_option("OVER", settings.over, "is laid over it; or '-'")->required();
+    command->add_option("OUT", settings.out, "the file to write, or '-'")->required();
+    command
+        ->add_option_function<std::string>(
+            "--at", [&](std::string const & text) { ParsePoint("--at", text, settings.x, settings.y); },
+            "where OVER's top left corner comes, before it is turned (0,0)")
+        ->type_name("X,Y");
+    AddNumber<double, double>(command, "--rotate", settings.rotateDegrees, -36000, 36000, "DEGREES",
+                              "clockwise, about OVER's centre (0)");
+    AddNumber<double, double>(command, "--scale", settings.scale, 1 / mostTimes, mostTimes, "FACTOR", "of OVER (1)");
+    AddNumber<double, double>(command, "--opacity", settings.opacity, 0, 1, "0..1", "of OVER (1)");
+    AddOrienting(command, settings.autoOrient);
+    AddReading(command, settings.reading);
+    AddWriting(command, settings.writing);
+}
+
+void AddProfile(CLI::App & app, ProfileSettings & settings) {
+    auto * const command = app.add_subcommand("profile", "look at colour profiles");
+    command->require_subcommand(1);
+    command->add_subcommand("list", "name the profiles that are built in")->callback([&] { settings.list = true; });
+    auto * const show = command->add_subcommand("show", "say what a profile is");
+    show->add_option("FILE", settings.file, "a profile file, or the name of a built-in profile")->required();
+    show->fallthrough();
+}
+
+/// What only makes sense together.
+void Check(Invocation const & invocation) {
+    if (auto const * const resize = std::get_if<ResizeSettings>(&invocation.command))
+        if (!resize->width && !resize->height && !resize->scale)
+            throw UsageError("resize: needs --width, --height or --scale");
+    std::vector<std::string> inputs;
+    if (auto const * const info = std::get_if<InfoSettings>(&invocation.command))
+        inputs = info->files;
+    else if (auto const * const thumbnail = std::get_if<ThumbnailSettings>(&invocation.command))
+        inputs = thumbnail->in;
+    else if (auto const * const composite = std::get_if<CompositeSettings>(&invocation.command))
+        inputs = {composite->base, composite->over};
+    if (std::count(inputs.begin(), inputs.end(), "-") > 1)
+        throw UsageError("standard input can be read once only");
+}
+}
+
+Invocation ParseCommandLine(int argumentCount, char ** arguments) {
+    CLI::App app("Looks at pictures, converts, resizes and composites them.", "raster");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.get_formatter()->column_width(34);
+    app.footer("Ends with 0 if all was done, 1 if a file failed, 2 for wrong usage. More: man raster.");
+
+    Invocation invocation;
+    InfoSettings info;
+    ConvertSettings convert;
+    ResizeSettings resize;
+    ThumbnailSettings thumbnail;
+    CompositeSettings composite;
+    ProfileSettings profile;
+    AddGlobal(&app, invocation.global);
+    AddInfo(app, info);
+    AddConvert(app, convert);
+    AddResize(app, resize);
+    AddThumbnail(app, thumbnail);
+    AddComposite(app, composite);
+    AddProfile(app, profile);
+
+    try {
+        app.parse(argumentCount, arguments);
+    } catch (CLI::ParseError const & end) {
+        std::ostringstream out, error;
+        if (app.exit(end, out, error) != 0)
+            throw UsageError(end.what());
+        invocation.answer = out.str();
+        return invocation;
+    }
+    auto const take = [&](char const * name, auto & settings) {
+        if (app.got_subcommand(name))
+            invocation.command = std::move(settings);
+    };
+    take("info", info);
+    take("convert", convert);
+    take("resize", resize);
+    take("thumbnail", thumbnail);
+    take("composite", composite);
+    take("profile", profile);
+    Check(invocation);
+    return invocation;
+}
+}

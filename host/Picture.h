@@ -1,0 +1,64 @@
+#pragma once
+
+#include "colour/ICCManager.h"
+#include "files/DynamicFile.h"
+#include "host/Progress.h"
+#include "host/Session.h"
+#include "storage/CompressedRasterData.h"
+#include "storage/DynamicBitmap.h"
+
+#include <string>
+#include <vector>
+
+namespace Host {
+using Raster::DynamicBitmap;
+using Profile = Raster::ICCManager::Profile;
+
+/// A decoded picture, and what its file said of it. The file itself isn't needed any more.
+struct Picture {
+    std::string name; ///< as given on the command line
+    DynamicBitmap bitmap;
+    double dpi = 0;
+    int orientation = 1;               ///< 1 to 8, by EXIF
+    Profile profile;                   ///< embedded, or the one that the user told to assume; null if neither
+    bool isAssumed = false;            ///< the user told it
+    std::vector<std::string> metadata; ///< what a written file will lack
+};
+
+/// A picture file that is open for reading: its header is known, its pixels aren't decoded.
+class SourceFile {
+public:
+    /// @param path  or "-" for standard input, which is read whole.
+    /// Throws `Failure`: the file isn't there, isn't a picture, is broken, or is over a limit.
+    SourceFile(Session & givenSession, std::string path, ReadSettings const & givenSettings);
+
+    std::string const & GetPath() const { return path; }
+    Raster::DynamicFile const & GetFile() const { return file; }
+    /// Of the decoded pixels, as a bitmap holds them.
+    std::uint64_t GetDecodedBytes() const;
+
+    /// Decodes, and drops the file: its pixels are in memory once then. Throws `Failure`, `Interrupted`.
+    /// @param mipmaps  of the bitmap.
+    Picture Decode(Raster::MipmapMode mipmaps, Progress & progress);
+
+private:
+    void Open();
+    Kernel::Counted<Raster::CompressedRasterData const> ReadStandardInput() const;
+    Profile ChooseProfile() const;
+    std::vector<std::string> FindMetadataOfFile() const;
+    void DrawOn(DynamicBitmap & bitmap, Progress & progress) const;
+    void TellOfDamage() const;
+
+    Session & session;
+    std::string path;
+    ReadSettings settings;
+    Kernel::Counted<Raster::CompressedRasterData const> data; // of standard input; null for a path
+    Raster::DynamicFile file;
+};
+
+/// The profile that a user names: a file, or one of the registry. Throws `Failure`.
+Profile FindProfile(std::string const & pathOrName);
+
+/// Whether every pixel has full alpha.
+bool IsOpaque(DynamicBitmap const & bitmap);
+}
