@@ -11,6 +11,10 @@ set(privateHeaders
     colour/ProfileBytes.h
     files/FileFormat.h
     files/SupportedFormats.h
+    files/jpeg/JPEGMetadata.h
+    files/jpeg/JPEGReader.h
+    files/jpeg/JPEGSession.h
+    files/jpeg/JPEGWriter.h
     files/png/PNGHeader.h
     files/png/PNGProfileName.h
     files/png/PNGReader.h

@@ -2,31 +2,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <new>
-
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace Raster::PixelMemory {
 namespace {
 // More than this no process can map. Refused here, since some allocators take an impossible size for a bug and abort.
 constexpr std::uint64_t largestAllocation = std::uint64_t(1) << 47;
-
-// From here on the allocator gives every block a mapping of its own, at glibc's highest setting of the threshold.
-constexpr std::uint64_t smallestMapping = 32u << 20;
-
-// Asks for huge pages: getting 64 MiB in small ones takes as long as copying them three times.
-void PreferHugePages(void * memory, std::uint64_t bytes) {
-    auto const pageBytes = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    auto const begin = reinterpret_cast<std::uintptr_t>(memory);
-    auto const first = (begin + pageBytes - 1) / pageBytes * pageBytes, end = (begin + bytes) / pageBytes * pageBytes;
-    int const savedError = errno;
-    madvise(static_cast<char *>(memory) + (first - begin), end - first, MADV_HUGEPAGE); // advice: may be refused
-    errno = savedError;
-}
 
 // Allocations until the one that fails, counting it; 0 if none is to fail.
 std::atomic<std::uint64_t> countdown{0};
@@ -56,8 +38,6 @@ unsigned char * Allocate(std::uint64_t bytes, Content content) {
     void * const memory = content == Content::Zeroed ? std::calloc(bytes, 1) : std::malloc(bytes);
     if (!memory)
         throw std::bad_alloc();
-    if (bytes > smallestMapping)
-        PreferHugePages(memory, bytes);
     return static_cast<unsigned char *>(memory);
 }
 

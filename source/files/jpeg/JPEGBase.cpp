@@ -37,6 +37,9 @@ void JPEGBase::InitialiseForRead(Kernel::Counted<Kernel::InStreamSeekable> strea
     } catch (std::exception const & error) {
         SetFailure(error.what());
         throw;
+    } catch (...) {
+        SetFailure("JPEG: the stream could not be read");
+        throw;
     }
     try {
         TakeMetadata(*newReader);
@@ -133,6 +136,7 @@ void JPEGBase::InitialiseForWrite(Kernel::Counted<Kernel::OutStream> stream, int
                                   ExportOptions const & options) {
     invertCMYK = true;
     profile.Reset();
+    isProfileFallback = false;
     width = height = 0;
     if (!stream)
         return;

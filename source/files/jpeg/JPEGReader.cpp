@@ -43,6 +43,7 @@ void JPEGReader::ReadHeader(Metadata wanted) {
 void JPEGReader::CreateStep(JPEGReader & reader) {
     jpeg_create_decompress(&reader.codec);
     reader.codec.src = &reader.source;
+    reader.codec.mem->max_memory_to_use = 0; // whatever the environment says
     reader.ConnectProgress(reader.codec);
 }
 
@@ -70,8 +71,7 @@ double JPEGReader::GetDPI() const {
     if (codec.density_unit == 0 || codec.X_density == 0)
         return 72.0;
     constexpr int perCentimetre = 2;
-    // Writers that mean dots per centimetre are so rare that those who write the unit mostly mean something else; the
-    // quotient is what documents made with this rule rely on.
+    // Divided, not multiplied: documents rely on the size at which such files have always been placed.
     return codec.density_unit == perCentimetre ? codec.X_density / 2.54 : codec.X_density;
 }
 
@@ -100,11 +100,12 @@ void JPEGReader::SizeStep(JPEGReader & reader) {
     jpeg_calc_output_dimensions(&codec);
     if (codec.output_components != reader.components)
         Fail(AsCommon(&codec), JERR_BAD_J_COLORSPACE);
+    reader.hasSeveralScans = jpeg_has_multiple_scans(&codec);
 }
 
 // A file whose picture comes in one scan is decoded as it is read. Of others the codec first collects all coefficients.
 std::uint64_t JPEGReader::GetCoefficientBytes() const {
-    if (!jpeg_has_multiple_scans(const_cast<jpeg_decompress_struct *>(&codec)))
+    if (!hasSeveralScans)
         return 0;
     std::uint64_t blocks = 0;
     for (int i = 0; i < codec.num_components; ++i) {
@@ -118,7 +119,7 @@ std::uint64_t JPEGReader::GetCoefficientBytes() const {
 void JPEGReader::RowsStep(JPEGReader & reader) {
     auto & codec = reader.codec;
     jpeg_start_decompress(&codec);
-    // One row a call: the codec never makes more at once, unless it is told to sample colours up by repeating them.
+    // One row a call: more at once is no faster, and the flag is looked at before each.
     while (codec.output_scanline < codec.output_height) {
         if (Kernel::IsAborted(reader.abort))
             return;

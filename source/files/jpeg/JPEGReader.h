@@ -70,5 +70,6 @@ private:
 
     DecodedPixels pixels;
     int components = 0; // of the decoded form
+    bool hasSeveralScans = false;
 };
 }

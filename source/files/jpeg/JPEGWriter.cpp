@@ -46,6 +46,7 @@ void JPEGWriter::SetUpStep(JPEGWriter & writer) {
     JDIMENSION const width = codec.image_width, height = codec.image_height; // creating it clears it
     jpeg_create_compress(&codec);
     codec.dest = &writer.destination;
+    codec.mem->max_memory_to_use = 0; // whatever the environment says
     writer.ConnectProgress(codec);
     codec.image_width = width;
     codec.image_height = height;
