@@ -154,6 +154,73 @@ void AddProfile(CLI::App & app, ProfileSettings & settings) {
     show->fallthrough();
 }
 
+/// One of the commands of documents, with the document as its first argument.
+CLI::App * AddAction(CLI::App * command, DocumentSettings & settings, DocumentAction action, char const * name,
+                     char const * description) {
+    auto * const added = command->add_subcommand(name, description);
+    added->add_option("DOC", settings.document, "the document")->required();
+    added->callback([&settings, action] { settings.action = action; });
+    added->fallthrough();
+    return added;
+}
+
+void AddLayer(CLI::App * app, int & layer) {
+    AddNumber<int, int>(app, "--layer", layer, 1, 10000, "N", "from the bottom, 1 being the lowest (1)");
+}
+
+void AddEditing(CLI::App * app, DocumentSettings & settings) {
+    AddLayer(app, settings.layer);
+    AddNumber<double, double>(app, "--opacity", settings.opacity, 0, 1, "0..1", "(1)");
+    app->add_flag("--keep-damaged", settings.keepDamaged, "save what is damaged as it is, rather than fail");
+}
+
+void AddDocument(CLI::App & app, DocumentSettings & settings) {
+    auto * const command = app.add_subcommand("document", "keep pictures in layers, in one file that is safe");
+    command->require_subcommand(1);
+    auto * const create = AddAction(command, settings, DocumentAction::Create, "create", "make a document of pictures");
+    create->add_option("IN", settings.files, "pictures, the lowest layer first")->required();
+    AddClobbering(create, settings.noClobber);
+    auto * const info = AddAction(command, settings, DocumentAction::Info, "info", "say what is in a document");
+    info->add_flag("--json", settings.json, "as JSON");
+    auto * const extract =
+        AddAction(command, settings, DocumentAction::Extract, "extract", "write a layer as a picture");
+    AddNumber<int, int>(extract, "N", settings.layer, 1, 10000, "", "which layer, from the bottom")->required();
+    extract->add_option("OUT", settings.out, "the file to write, or '-'")->required();
+    extract->add_flag("--original", settings.original, "the file that was placed, byte for byte");
+    AddWriting(extract, settings.writing);
+    auto * const fill = AddAction(command, settings, DocumentAction::Fill, "fill", "fill a part of a layer; saves");
+    fill->add_option_function<std::string>(
+            "--rect", [&](std::string const & text) { settings.rect = ParseRect("--rect", text); }, "in pixels")
+        ->type_name("X,Y,W,H")
+        ->required();
+    fill->add_option_function<std::string>(
+            "--colour", [&](std::string const & text) { settings.colour = ParseColour("--colour", text); }, "")
+        ->type_name("#RRGGBB")
+        ->required();
+    AddEditing(fill, settings);
+    auto * const stamp =
+        AddAction(command, settings, DocumentAction::Stamp, "stamp", "lay a picture on a layer; saves");
+    stamp->add_option("IMAGE", settings.files, "a picture, or '-'")->required()->expected(1);
+    stamp
+        ->add_option_function<std::string>(
+            "--at", [&](std::string const & text) { ParsePoint("--at", text, settings.x, settings.y); },
+            "where its top left corner comes (0,0)")
+        ->type_name("X,Y");
+    AddEditing(stamp, settings);
+    AddReading(stamp, settings.reading);
+    auto * const flatten =
+        AddAction(command, settings, DocumentAction::Flatten, "flatten", "write all layers as one picture");
+    flatten->add_option("OUT", settings.out, "the file to write, or '-'")->required();
+    AddWriting(flatten, settings.writing);
+    AddAction(command, settings, DocumentAction::Compact, "compact", "write the file anew, without what is dead")
+        ->add_flag("--keep-damaged", settings.keepDamaged, "keep what is damaged as it is, rather than fail");
+    AddAction(command, settings, DocumentAction::Verify, "verify", "check every byte; ends with 1 if one is wrong");
+    auto * const salvage =
+        AddAction(command, settings, DocumentAction::Salvage, "salvage", "save what is whole of a damaged document");
+    salvage->add_option("OUT", settings.out, "the document to write")->required();
+    AddClobbering(salvage, settings.writing.noClobber);
+}
+
 /// What only makes sense together.
 void Check(Invocation const & invocation) {
     if (auto const * const resize = std::get_if<ResizeSettings>(&invocation.command))
@@ -185,6 +252,7 @@ Invocation ParseCommandLine(int argumentCount, char ** arguments) {
     ThumbnailSettings thumbnail;
     CompositeSettings composite;
     ProfileSettings profile;
+    DocumentSettings document;
     AddGlobal(&app, invocation.global);
     AddInfo(app, info);
     AddConvert(app, convert);
@@ -192,6 +260,7 @@ Invocation ParseCommandLine(int argumentCount, char ** arguments) {
     AddThumbnail(app, thumbnail);
     AddComposite(app, composite);
     AddProfile(app, profile);
+    AddDocument(app, document);
 
     try {
         app.parse(argumentCount, arguments);
@@ -212,6 +281,7 @@ Invocation ParseCommandLine(int argumentCount, char ** arguments) {
     take("thumbnail", thumbnail);
     take("composite", composite);
     take("profile", profile);
+    take("document", document);
     Check(invocation);
     return invocation;
 }

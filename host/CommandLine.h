@@ -10,7 +10,7 @@ namespace Host {
 struct Invocation {
     GlobalSettings global;
     std::variant<std::monostate, InfoSettings, ConvertSettings, ResizeSettings, ThumbnailSettings, CompositeSettings,
-                 ProfileSettings>
+                 ProfileSettings, DocumentSettings>
         command;
     /// For `--help` and `--version`: to be printed, and no command.
     std::string answer;

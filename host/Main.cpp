@@ -24,6 +24,7 @@ struct Runner {
     bool operator()(ResizeSettings const & settings) const { return RunResize(session, settings); }
     bool operator()(ThumbnailSettings const & settings) const { return RunThumbnail(session, settings); }
     bool operator()(CompositeSettings const & settings) const { return RunComposite(session, settings); }
+    bool operator()(DocumentSettings const & settings) const { return RunDocument(session, settings); }
     bool operator()(ProfileSettings const & settings) const { return RunProfile(session, settings); }
 };
 

@@ -29,6 +29,21 @@ void ParsePoint(std::string const & option, std::string const & text, double & x
     y = ParseWithin<double>(option, view.substr(comma + 1), -farthest, farthest);
 }
 
+Kernel::RectT<int> ParseRect(std::string const & option, std::string const & text) {
+    constexpr int farthest = 1 << 24;
+    std::array<int, 4> numbers{};
+    std::string_view rest = text;
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        bool const isLast = i + 1 == numbers.size();
+        auto const end = isLast ? rest.size() : rest.find(',');
+        if (end == rest.npos)
+            throw CLI::ValidationError(option, fmt::format("'{}' is no rectangle X,Y,WIDTH,HEIGHT", text));
+        numbers[i] = ParseWithin<int>(option, rest.substr(0, end), i < 2 ? -farthest : 0, farthest);
+        rest.remove_prefix(isLast ? end : end + 1);
+    }
+    return {numbers[0], numbers[1], numbers[0] + numbers[2], numbers[1] + numbers[3]};
+}
+
 std::optional<Raster::Intent> FindIntent(std::string const & text) {
     constexpr std::array<std::string_view, Raster::intentCount> words = {"perceptual", "relative", "saturation",
                                                                          "absolute"};

@@ -68,5 +68,7 @@ CLI::Option * AddWord(CLI::App * app, std::string const & name, Target & target,
 Colour ParseColour(std::string const & option, std::string const & text);
 /// "X,Y".
 void ParsePoint(std::string const & option, std::string const & text, double & x, double & y);
+/// "X,Y,WIDTH,HEIGHT" in whole pixels.
+Kernel::RectT<int> ParseRect(std::string const & option, std::string const & text);
 std::optional<Raster::Intent> FindIntent(std::string const & text);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "colour/ICCManager.h"
+#include "kernel/Rect.h"
 #include "pixel/Format.h"
 #include "pixel/Vocabulary.h"
 
@@ -89,5 +90,21 @@ struct CompositeSettings {
 struct ProfileSettings {
     bool list = false; ///< else show
     std::string file;
+};
+
+enum class DocumentAction { Create, Info, Extract, Fill, Stamp, Flatten, Compact, Verify, Salvage };
+
+struct DocumentSettings {
+    DocumentAction action = DocumentAction::Info;
+    std::string document;
+    std::vector<std::string> files; ///< that are placed
+    std::string out;
+    int layer = 1; ///< counted from 1
+    Kernel::RectT<int> rect{};
+    Colour colour{};
+    double x = 0, y = 0, opacity = 1;
+    bool original = false, keepDamaged = false, noClobber = false, json = false;
+    ReadSettings reading;
+    WriteSettings writing;
 };
 }

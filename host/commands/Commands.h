@@ -11,5 +11,6 @@ bool RunConvert(Session & session, ConvertSettings const & settings);
 bool RunResize(Session & session, ResizeSettings const & settings);
 bool RunThumbnail(Session & session, ThumbnailSettings const & settings);
 bool RunComposite(Session & session, CompositeSettings const & settings);
+bool RunDocument(Session & session, DocumentSettings const & settings);
 bool RunProfile(Session & session, ProfileSettings const & settings);
 }

@@ -1,0 +1,73 @@
+/// A document of pictures, one on another: the worked example of docs/documents.md. It uses public classes only.
+#pragma once
+
+#include "colour/ICCManager.h"
+#include "colour/ICCProfileSet.h"
+#include "kernel/Archive.h"
+#include "kernel/DelayLoadHolder.h"
+#include "kernel/Point.h"
+#include "kernel/Serialisable.h"
+#include "kernel/String.h"
+#include "storage/DynamicBitmap.h"
+
+#include <string>
+#include <vector>
+
+namespace Host {
+/// One picture of a document. Its pixels are those of the file that was placed until somebody paints on them; the file
+/// itself stays with the layer.
+class Layer final : public Kernel::Serialisable {
+public:
+    Kernel::StringUtf8 name;
+    Kernel::PointT<int> offset{0, 0}; ///< of its top left corner in the document, pixels
+    float opacity = 1;
+    double dpi = 72;
+    Raster::DynamicBitmap bitmap;
+    Raster::ICCManager::Profile profile;                 ///< of the file; null if it has none
+    Kernel::Counted<Kernel::DelayLoadHolder> placedFile; ///< a `CompressedRasterData`; null if there is none
+
+    static Kernel::ClassProperties const & GetClassProperties();
+    Kernel::ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
+    void Save(Kernel::OutSerialiser & serialiser) const override;
+    bool Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version) override;
+};
+
+/// Layers from the bottom up, each a stream of its own, and the stream "Document.dat" that names them.
+class Document {
+public:
+    static constexpr Kernel::IDTag archiveTag{"Rast"};
+
+    /// Registers what documents hold. Before the first one.
+    static void RegisterClasses();
+    /// A new one, which `Save` puts in the place of whatever lies at the path.
+    static Document Create(std::string const & path);
+    /// Reads no pixel. Throws `Failure`.
+    static Document Open(std::string const & path);
+
+    /// What a save is told.
+    struct SaveSettings {
+        Kernel::ArchiveSaveMode mode = Kernel::ArchiveSaveMode::Update;
+        bool keepDamaged = false; ///< save what is damaged as it is, rather than fail
+    };
+    struct SaveResult {
+        std::uint64_t itemsAdded, bytesWritten;
+    };
+    /// Throws `Failure`; the document on disk is as it was then, unless the text says otherwise.
+    SaveResult Save(SaveSettings const & settings);
+
+    std::string const & GetPath() const { return archive->GetPath(); }
+    Kernel::Archive const & GetArchive() const { return *archive; }
+    /// The n-th layer, counted from 1 as users do. Throws `Failure`.
+    Layer & GetLayer(int number);
+
+    int width = 0, height = 0; ///< of the canvas, pixels
+    std::vector<Kernel::Counted<Layer>> layers;
+    Raster::ICCManager::ICCProfileSet profiles;
+
+private:
+    explicit Document(Kernel::Counted<Kernel::Archive> openArchive) : archive(std::move(openArchive)) {}
+    void Load();
+
+    Kernel::Counted<Kernel::Archive> archive;
+};
+}

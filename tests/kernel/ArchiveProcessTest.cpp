@@ -1,0 +1,149 @@
+// Documents and other processes: savers that are killed, and savers that compete.
+#include "kernel/Album.h"
+#include "kernel/ArchiveCheck.h"
+#include "kernel/Dispatch.h"
+#include "kernel/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+using namespace Kernel;
+using namespace AlbumForTests;
+
+namespace {
+#ifdef RASTER_SANITIZED
+constexpr int kills = 100, savesOfEach = 50;
+#else
+constexpr int kills = 1000, savesOfEach = 500;
+#endif
+
+class ArchiveProcess : public testing::Test {
+protected:
+    // A child must not inherit threads.
+    ArchiveProcess() { Dispatch::SetThreadCount(1); }
+    ~ArchiveProcess() override { Dispatch::SetThreadCount(0); }
+
+    std::string GetPath() const { return directory.GetPath("album.doc"); }
+
+    // The state of number `n` has the same bytes everywhere, so that a mixture of two states shows.
+    static std::vector<std::uint8_t> BytesOfState(unsigned n) { return MakeBytes(n, 3000); }
+
+    static unsigned GetState(Counted<Archive> const & archive) {
+        auto const stream = archive->OpenStream("State");
+        std::uint32_t state = 0;
+        if (!stream || !stream->Read(state))
+            return 0;
+        return state;
+    }
+
+    static void SaveState(Counted<Archive> const & archive, Album & album, unsigned n, ArchiveSaveMode mode) {
+        for (auto const & blob : album.blobs)
+            Change(blob, BytesOfState(n));
+        auto session = archive->CreateSession(mode);
+        session->StoreObject("Album.dat", album);
+        session->StoreStream("State", &n, sizeof n);
+        archive->CloseSession(std::move(session));
+    }
+
+    TemporaryDirectory directory;
+};
+}
+
+TEST_F(ArchiveProcess, KilledSaverLeavesTheLastDocumentThatItConfirmedOrTheNext) {
+    {
+        auto album = MakeAlbum(3);
+        SaveState(Archive::Create(GetPath(), "Test"), album, 1, ArchiveSaveMode::Update);
+    }
+    std::mt19937 random(11);
+    unsigned confirmed = 1;
+    int inSave = 0;
+    for (int i = 0; i < kills; ++i) {
+        int report[2];
+        ASSERT_EQ(pipe(report), 0);
+        pid_t const child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            auto const archive = Archive::Open(GetPath(), "Test");
+            auto album = Load(archive);
+            for (unsigned n = GetState(archive) + 1;; ++n) {
+                SaveState(archive, album, n, n % 16 == 0 ? ArchiveSaveMode::Compact : ArchiveSaveMode::Update);
+                if (write(report[1], &n, sizeof n) != sizeof n)
+                    _exit(1);
+            }
+        }
+        usleep(static_cast<useconds_t>(1000 + random() % 6000));
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "the child ended by itself";
+        close(report[1]);
+        unsigned last = 0;
+        while (read(report[0], &last, sizeof last) == sizeof last)
+            confirmed = last;
+        close(report[0]);
+
+        auto const archive = Archive::Open(GetPath(), "Test");
+        unsigned const state = GetState(archive);
+        ASSERT_TRUE(state == confirmed || state == confirmed + 1) << state << " after " << confirmed;
+        inSave += state != confirmed;
+        for (auto const & blob : Load(archive).blobs)
+            ASSERT_EQ(BytesOf(blob), BytesOfState(state));
+        confirmed = state;
+        if (i % 50 == 0) {
+            ASSERT_THAT(VerifyArchive(GetPath()).problems, testing::IsEmpty());
+        }
+    }
+    EXPECT_GT(confirmed, 1u);
+    RecordProperty("SavesUntilTheEnd", static_cast<int>(confirmed));
+    RecordProperty("KilledAfterTheFooter", inSave);
+    // What killed savers left beside the document is removed by the next one.
+    auto const archive = Archive::Open(GetPath(), "Test");
+    auto album = Load(archive);
+    SaveState(archive, album, confirmed + 1, ArchiveSaveMode::Compact);
+    int files = 0;
+    for ([[maybe_unused]] auto const & entry : std::filesystem::directory_iterator(directory.GetPath()))
+        ++files;
+    EXPECT_EQ(files, 1);
+}
+
+TEST_F(ArchiveProcess, NoSaveOfTwoProcessesIsLostSilently) {
+    {
+        auto album = MakeAlbum(2);
+        SaveState(Archive::Create(GetPath(), "Test"), album, 0, ArchiveSaveMode::Update);
+    }
+    std::vector<pid_t> children;
+    for (int child = 0; child < 2; ++child) {
+        pid_t const pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            for (int saved = 0; saved < savesOfEach;) {
+                try {
+                    auto const archive = Archive::Open(GetPath(), "Test");
+                    auto album = Load(archive);
+                    SaveState(archive, album, GetState(archive) + 1,
+                              saved % 32 == 0 ? ArchiveSaveMode::Compact : ArchiveSaveMode::Update);
+                    ++saved;
+                } catch (ArchiveError const & error) {
+                    // The only thing that may happen: the other one was faster.
+                    if (error.GetKind() != ArchiveError::Kind::Changed && error.GetKind() != ArchiveError::Kind::Busy)
+                        _exit(2);
+                }
+            }
+            _exit(0);
+        }
+        children.push_back(pid);
+    }
+    for (pid_t const child : children) {
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
+    auto const archive = Archive::Open(GetPath(), "Test");
+    EXPECT_EQ(GetState(archive), 2u * savesOfEach) << "every save added one";
+    EXPECT_THAT(VerifyArchive(GetPath()).problems, testing::IsEmpty());
+}
