@@ -44,10 +44,10 @@ ArchiveSnapshot::ArchiveSnapshot(std::string snapshotPath, Counted<ArchiveFile c
 }
 
 std::optional<Footer> ArchiveSnapshot::FindFooter(ArchiveFile const & file, FileID const & id, std::uint64_t end) {
-    // Backwards from the end: after a save that was cut off there may be anything behind the last footer.
-    constexpr std::uint64_t window = 1 << 20;
+    // Backwards from the end: after a save that was cut off there may be anything behind the last footer. Mostly it is
+    // right there, and a file may have any number of them, so the first look is a short one.
     std::uint64_t top = end / footerBytes * footerBytes;
-    while (top > headerBytes) {
+    for (std::uint64_t window = footerBytes; top > headerBytes; window = std::min<std::uint64_t>(window * 4, 1 << 20)) {
         std::uint64_t const bottom = top > headerBytes + window ? top - window : headerBytes;
         auto const bytes = ReadUpTo(file, bottom, top - bottom);
         for (std::uint64_t offset = bytes.size() / footerBytes * footerBytes; offset >= footerBytes;) {
@@ -76,7 +76,9 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
         newest = std::max(newest, footer->commitNumber);
         if (auto entries = ReadIndex(*file, *footer))
             return MakeCounted<ArchiveSnapshot>(path, std::move(file), *header, *footer, std::move(*entries), newest);
-        end = footer->offset; // neither copy of the index is whole: take the commit before
+        // Neither copy of the index is whole: take the commit before. Looking further on than there would be of no use,
+        // and would let a hostile file have the same bytes checked for many footers.
+        end = footer->previous == 0 ? 0 : footer->previous + footerBytes;
     }
     throw ArchiveError(ArchiveError::Kind::Damaged, path + ": no list of contents in it is whole");
 }
@@ -104,7 +106,7 @@ ItemHeader ArchiveItemReader::DecodeHeader(Entry const & entry, Bytes bytes) con
     if (!decoded || decoded->GetEncodedSize() != entry.headerSize)
         FailDamaged(entry, "its header does not fit its checksum");
     if (decoded->id != entry.id || decoded->type != entry.type || decoded->rawSize != entry.rawSize ||
-        decoded->storedSize != entry.storedSize || decoded->rawHash.low != entry.rawHash)
+        decoded->storedSize != entry.storedSize || decoded->rawHash.low != entry.rawHash || decoded->name != entry.name)
         FailDamaged(entry, "its header is that of another item");
     return *std::move(decoded);
 }
@@ -134,6 +136,8 @@ std::vector<std::uint8_t> ArchiveItemReader::ReadRaw(Entry const & entry, bool c
     if (entry.rawSize > largestItemBytes)
         FailDamaged(entry, "it says that it is larger than any item can be");
     // The codec knows the true size before anything is allocated for it.
+    if (stored.header.codec != Codec::Raw && stored.header.codec != Codec::Zstd)
+        FailDamaged(entry, "its codec is not known");
     if (stored.header.codec == Codec::Raw && entry.rawSize != entry.storedSize)
         FailDamaged(entry, "its sizes differ");
     std::vector<std::uint8_t> raw;
