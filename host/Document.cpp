@@ -28,11 +28,11 @@ std::string GetLayerStream(std::size_t index) { return fmt::format("Layer-{:04}.
 
 /// Does what may fail because of the document.
 template<class Work>
-auto OnArchive(Work && work) {
+auto OnArchive(std::string const & path, Work && work) {
     try {
         return work();
     } catch (Kernel::ArchiveError const & error) {
-        throw Failure(error.what());
+        throw Failure(Document::WithoutPath(error.what(), path));
     } catch (Kernel::FutureVersionException const &) {
         throw Failure("was written by a later version of this program");
     } catch (Kernel::PropertyStreamError const & error) {
@@ -78,6 +78,12 @@ bool Layer::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & st
     return true;
 }
 
+std::string Document::WithoutPath(std::string_view text, std::string const & path) {
+    if (text.starts_with(path + ": "))
+        text.remove_prefix(path.size() + 2);
+    return std::string(text);
+}
+
 void Document::RegisterClasses() {
     Raster::RegisterStoredClasses();
     Layer::GetClassProperties().Init();
@@ -86,7 +92,7 @@ void Document::RegisterClasses() {
 Document Document::Create(std::string const & path) { return Document(Kernel::Archive::Create(path, archiveTag)); }
 
 Document Document::Open(std::string const & path) {
-    return OnArchive([&] {
+    return OnArchive(path, [&] {
         Document document(Kernel::Archive::Open(path, archiveTag));
         document.Load();
         return document;
@@ -117,8 +123,8 @@ void Document::Load() {
     }
 }
 
-Document::SaveResult Document::Save(SaveSettings const & settings) {
-    return OnArchive([&] {
+Kernel::ArchiveSaveCounts Document::Save(SaveSettings const & settings) {
+    return OnArchive(GetPath(), [&] {
         auto session = archive->CreateSession(settings.mode);
         session->SetKeepDamaged(settings.keepDamaged);
         session->AddStrategy(Kernel::MakeCounted<Raster::RasterSerialisationStrategy>(
@@ -136,9 +142,7 @@ Document::SaveResult Document::Save(SaveSettings const & settings) {
                 serialiser.EndPropClassI();
             }
         });
-        SaveResult const result{session->GetItemsAdded(), session->GetBytesWritten()};
-        archive->CloseSession(std::move(session));
-        return result;
+        return archive->CloseSession(std::move(session));
     });
 }
 

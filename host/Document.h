@@ -11,6 +11,7 @@
 #include "storage/DynamicBitmap.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Host {
@@ -49,11 +50,8 @@ public:
         Kernel::ArchiveSaveMode mode = Kernel::ArchiveSaveMode::Update;
         bool keepDamaged = false; ///< save what is damaged as it is, rather than fail
     };
-    struct SaveResult {
-        std::uint64_t itemsAdded, bytesWritten;
-    };
     /// Throws `Failure`; the document on disk is as it was then, unless the text says otherwise.
-    SaveResult Save(SaveSettings const & settings);
+    Kernel::ArchiveSaveCounts Save(SaveSettings const & settings);
 
     std::string const & GetPath() const { return archive->GetPath(); }
     Kernel::Archive const & GetArchive() const { return *archive; }
@@ -63,6 +61,9 @@ public:
     int width = 0, height = 0; ///< of the canvas, pixels
     std::vector<Kernel::Counted<Layer>> layers;
     Raster::ICCManager::ICCProfileSet profiles;
+
+    /// What an error of a document says, without the name of the file, which whoever reports it puts before.
+    static std::string WithoutPath(std::string_view text, std::string const & path);
 
 private:
     explicit Document(Kernel::Counted<Kernel::Archive> openArchive) : archive(std::move(openArchive)) {}

@@ -209,7 +209,7 @@ Kernel::ArchiveReport VerifyWithProgress(Session & session, std::string const & 
         Signals::ThrowIfAborted();
         return report;
     } catch (Kernel::ArchiveError const & error) {
-        throw Failure(error.what());
+        throw Failure(Document::WithoutPath(error.what(), path));
     }
 }
 
@@ -218,12 +218,13 @@ bool Verify(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
         auto const report = VerifyWithProgress(session, settings.document);
         for (auto const & problem : report.problems)
-            Print(fmt::format("{}: {}{}\n", MakePrintable(settings.document), MakePrintable(problem.what),
+            Print(fmt::format("{}: {}{}\n", MakePrintable(settings.document),
+                              MakePrintable(Document::WithoutPath(problem.what, settings.document)),
                               problem.isInUse ? "" : " (no longer in use)"));
         isWhole = report.problems.empty();
         Print(fmt::format("{}: {} items, {} checked, {}{}\n", MakePrintable(settings.document), report.itemsChecked,
                           FormatBytes(report.bytesChecked),
-                          isWhole ? "whole" : fmt::format("{} problems", report.problems.size()),
+                          isWhole ? "whole" : fmt::format("{} damaged", report.problems.size()),
                           report.unfinishedBytes ? ", an unfinished save behind the end" : ""));
     }) && isWhole;
 }
@@ -243,7 +244,7 @@ bool Salvage(Session & session, DocumentSettings const & settings) {
                                                    saved.hasScanned ? "; no list of contents was whole" : ""));
         } catch (Kernel::ArchiveError const & error) {
             Signals::ThrowIfAborted();
-            throw Failure(error.what());
+            throw Failure(Document::WithoutPath(error.what(), settings.document));
         }
     });
 }

@@ -176,5 +176,8 @@ ArchiveSessionHandle Archive::CreateSession(ArchiveSaveMode mode) {
     return ArchiveSessionHandle(Counted<ArchiveSession>(new ArchiveSession(this, mode)));
 }
 
-void Archive::CloseSession(ArchiveSessionHandle session) { session->Commit(); }
+ArchiveSaveCounts Archive::CloseSession(ArchiveSessionHandle session) {
+    session->Commit();
+    return {session->itemsAdded, session->bytesWritten};
+}
 }

@@ -40,6 +40,12 @@ struct ArchiveInfo {
     std::uint32_t commitNumber = 0;
 };
 
+/// What a save came to.
+struct ArchiveSaveCounts {
+    std::uint64_t itemsAdded = 0;   ///< that the document did not have
+    std::uint64_t bytesWritten = 0; ///< to the file, the list of contents included
+};
+
 /// A save in progress. Giving it up without `Archive::CloseSession` leaves the document as it was.
 class RASTER_API ArchiveSessionHandle {
 public:
@@ -88,7 +94,7 @@ public:
     /// Commits. On success the items that were stored are no longer dirty, unless they were changed meanwhile, and can
     /// be loaded from here; items of this document that the save left out are no longer part of it.
     /// Throws `ArchiveError`; `Unknown` says that the disk did not confirm the last step.
-    void CloseSession(ArchiveSessionHandle session);
+    ArchiveSaveCounts CloseSession(ArchiveSessionHandle session);
 
 private:
     friend class ArchiveSession;

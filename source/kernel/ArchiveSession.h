@@ -45,9 +45,6 @@ public:
                      FileStoreCompressionHint const * hint) override;
     ItemID StoreSharedObject(SharedSerialisable const & object) override;
 
-    std::uint64_t GetBytesWritten() const { return bytesWritten; } ///< to the file so far
-    std::uint64_t GetItemsAdded() const { return itemsAdded; }     ///< that the document did not have
-
 private:
     friend class Archive;
     using Entry = ArchiveLayout::Entry;

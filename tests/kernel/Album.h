@@ -139,9 +139,8 @@ inline SaveCounts Save(Counted<Archive> const & archive, Album const & album,
                        ArchiveSaveMode mode = ArchiveSaveMode::Update) {
     auto session = archive->CreateSession(mode);
     session->StoreObject("Album.dat", album);
-    SaveCounts const counts{session->GetItemsAdded(), session->GetBytesWritten()};
-    archive->CloseSession(std::move(session));
-    return counts;
+    auto const counts = archive->CloseSession(std::move(session));
+    return {counts.itemsAdded, counts.bytesWritten};
 }
 
 inline Album Load(Counted<Archive> const & archive) {

@@ -122,9 +122,7 @@ protected:
         if (strategy)
             session->AddStrategy(strategy);
         session->StoreObject("Bitmap.dat", bitmap);
-        auto const added = session->GetItemsAdded();
-        archive->CloseSession(std::move(session));
-        return added;
+        return archive->CloseSession(std::move(session)).itemsAdded;
     }
     static DynamicBitmap Load(Counted<Archive> const & archive) {
         auto const stream = archive->OpenStream("Bitmap.dat");
