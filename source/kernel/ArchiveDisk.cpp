@@ -113,7 +113,9 @@ public:
 
     Counted<ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override {
         auto const target = Resolve(path);
-        std::string const prefix = "." + target.filename().string() + temporaryMark;
+        std::string prefix = ".";
+        prefix += target.filename().string();
+        prefix += temporaryMark;
         RemoveStale(target.parent_path(), prefix);
         std::string name = (target.parent_path() / (prefix + "XXXXXX")).string();
         File file(mkostemp(name.data(), O_CLOEXEC));

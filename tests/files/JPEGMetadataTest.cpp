@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <numeric>
 
 namespace Raster {
 namespace {
 JPEGBytes MakeBytes(std::size_t size, unsigned first = 0) {
     JPEGBytes bytes(size);
-    std::iota(bytes.begin(), bytes.end(), static_cast<std::uint8_t>(first));
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<std::uint8_t>(first + i);
     return bytes;
 }
 

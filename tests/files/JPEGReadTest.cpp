@@ -1,10 +1,10 @@
 #include "colour/ICCManager.h"
 #include "files/JPEGTesting.h"
 #include "files/jpeg/DynamicJPEG.h"
+#include "kernel/TraceCapture.h"
 #include "pixel/Conversion.h"
 #include "pixel/MemoryManager.h"
 #include "pixel/PixelMemory.h"
-#include "storage/TraceCapture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

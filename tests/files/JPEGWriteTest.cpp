@@ -3,8 +3,8 @@
 #include "files/jpeg/DynamicJPEG.h"
 #include "files/jpeg/JPEGMetadata.h"
 #include "files/jpeg/JPEGWriter.h"
+#include "kernel/TraceCapture.h"
 #include "pixel/Conversion.h"
-#include "storage/TraceCapture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -6,9 +6,9 @@
 #include "files/ImageLimits.h"
 #include "kernel/Abort.h"
 #include "kernel/CRC32.h"
+#include "kernel/TraceCapture.h"
 #include "pixel/MemoryManager.h"
 #include "pixel/PixelMemory.h"
-#include "storage/TraceCapture.h"
 
 #include <atomic>
 #include <functional>

@@ -4,7 +4,7 @@
 #include "analysis/DynamicPalette.h"
 #include "colour/ICCManager.h"
 #include "kernel/TemporaryDirectory.h"
-#include "storage/TraceCapture.h"
+#include "kernel/TraceCapture.h"
 
 #include <initializer_list>
 #include <limits>
