@@ -220,8 +220,7 @@ TEST(PNGRead, KnownByItsFirstFourBytes) {
     for (std::size_t size = 0; size <= 4; ++size) {
         PutFile(directory.GetPath("file"), signature.substr(0, size));
         EXPECT_EQ(size == 4, DynamicPNG::IsPNGFile(directory.GetPath("file").c_str())) << size;
-        std::vector<unsigned char> const bytes(signature.begin(), signature.begin() + std::ptrdiff_t(size));
-        data->CopyFrom(bytes.data(), size);
+        data->CopyFrom(reinterpret_cast<unsigned char const *>(signature.data()), size);
         EXPECT_EQ(size == 4, DynamicPNG::IsPNGFile(Kernel::Counted<CompressedRasterData const>(data))) << size;
     }
     for (std::size_t i = 0; i < 4; ++i) {
