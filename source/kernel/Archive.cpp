@@ -19,10 +19,21 @@
 #include <utility>
 
 namespace Kernel {
+namespace {
+// The shared objects that this thread is loading: one that is met again within itself has no end.
+thread_local std::vector<ItemID> loadingShared;
+
+struct LoadingShared {
+    explicit LoadingShared(ItemID id) { loadingShared.push_back(id); }
+    ~LoadingShared() { loadingShared.pop_back(); }
+};
+}
+
 /// The holders that load from this document, by item. The table holds no count: a holder takes itself out.
 struct Archive::HolderTable {
     CriticalSectionSpin lock{LockRank::Leaf};
     std::unordered_map<ItemID, DelayLoadHolder *> byID;
+    std::unordered_map<ItemID, Counted<SharedSerialisable>> shared; // that were loaded; null could not be
 };
 
 ArchiveSessionHandle::ArchiveSessionHandle() noexcept = default;
@@ -155,19 +166,34 @@ void Archive::RefreshHolders() {
 Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
     auto const current = GetSnapshot();
     auto const * const entry = current ? current->Find(id) : nullptr;
-    if (!entry || entry->type != ArchiveTags::sharedObject)
+    if (!entry || entry->type != ArchiveTags::sharedObject ||
+        std::find(loadingShared.begin(), loadingShared.end(), id) != loadingShared.end())
         return {};
+    {
+        ScopedLock const guard(holders->lock);
+        auto const known = holders->shared.find(id);
+        if (known != holders->shared.end())
+            return known->second;
+    }
+    auto loaded = ReadSharedObject(*current, *entry, depth);
+    ScopedLock const guard(holders->lock);
+    return holders->shared.emplace(id, std::move(loaded)).first->second;
+}
+
+Counted<SharedSerialisable> Archive::ReadSharedObject(ArchiveSnapshot const & current,
+                                                      ArchiveLayout::Entry const & entry, int depth) {
+    LoadingShared const loading(entry.id);
     try {
-        auto const raw = current->GetReader().ReadRaw(*entry);
+        auto const raw = current.GetReader().ReadRaw(entry);
         auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
         auto const parsed = InSerialiserFile::ParseWithChecks(*stream, *this, false, 0xffff, depth);
         auto const * const properties = ClassRegistry::Find(parsed->GetRootTag());
         auto object = DynamicCast<SharedSerialisable>(properties ? properties->CreateObject() : nullptr);
         if (object && object->Load(*parsed, *this, parsed->GetRootVersion()))
             return object;
-        Trace("%1: shared object %2 can't be loaded\n", path.c_str(), entry->name.c_str());
+        Trace("%1: shared object %2 can't be loaded\n", path.c_str(), entry.name.c_str());
     } catch (std::runtime_error const & error) {
-        Trace("%1: shared object %2 can't be loaded: %3\n", path.c_str(), entry->name.c_str(), error.what());
+        Trace("%1: shared object %2 can't be loaded: %3\n", path.c_str(), entry.name.c_str(), error.what());
     }
     return {};
 }

@@ -2,6 +2,7 @@
 
 #include "kernel/ArchiveDisk.h"
 #include "kernel/ArchiveError.h"
+#include "kernel/ArchiveLayout.h"
 #include "kernel/CriticalSectionSpin.h"
 #include "kernel/FileStore.h"
 #include "kernel/IDTag.h"
@@ -105,6 +106,8 @@ private:
             Counted<ArchiveSnapshot const> opened);
 
     Counted<ArchiveSnapshot const> GetSnapshot() const;
+    Counted<SharedSerialisable> ReadSharedObject(ArchiveSnapshot const & current, ArchiveLayout::Entry const & entry,
+                                                 int depth);
     void SetSnapshot(Counted<ArchiveSnapshot const> committed);
     /// Has all holders of the table load from the present snapshot, if their items are in it.
     void RefreshHolders();

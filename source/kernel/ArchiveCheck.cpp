@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <new>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -98,20 +99,19 @@ private:
     // Whether a commit behind the last good footer came as far as its own. A save that was cut off before that left
     // at most its list of contents; with a footer in its place, that one has been damaged since.
     bool HasFooterPlace(std::uint64_t end) const {
-        for (auto at = end; at + footerBytes <= size; at += footerBytes)
-            if (auto const indexSize = FindIndexAt(at)) {
-                auto const second = AlignUp(at + std::max<std::uint64_t>(*indexSize, indexDistance), footerBytes);
-                return FindIndexAt(second) && second + AlignUp(*indexSize, footerBytes) + footerBytes <= size;
-            }
+        std::uint64_t budget = 4 * size + windowBytes; // a hostile tail could have the same bytes looked at for ever
+        for (auto at = end; at + footerBytes <= size; at += footerBytes) {
+            auto const indexSize = GetIndexSize(ReadAt(*file, at, indexHeaderBytes));
+            if (!indexSize || *indexSize > size - at)
+                continue;
+            if (*indexSize > budget)
+                return true; // nothing that a save leaves looks like this
+            budget -= *indexSize;
+            // The footer comes after both copies were synced.
+            if (DecodeIndex(ReadAt(*file, at, *indexSize), at))
+                return Footer::GetOffset(at, *indexSize) + footerBytes <= size;
+        }
         return false;
-    }
-
-    std::optional<std::uint64_t> FindIndexAt(std::uint64_t offset) const {
-        auto const indexSize = GetIndexSize(ReadAt(*file, offset, indexHeaderBytes));
-        if (!indexSize || offset > size || *indexSize > size - offset ||
-            !DecodeIndex(ReadAt(*file, offset, *indexSize), offset))
-            return {};
-        return indexSize;
     }
 
     void CheckCommits(Header const & header, Footer footer) {
@@ -150,9 +150,13 @@ private:
             isHistoryLost = true;
             return;
         }
+        std::uint64_t end = 0;
         for (auto & entry : *entries) {
-            if (isNewest)
-                inUse.insert(entry.id);
+            if (entry.offset < end)
+                AddProblem("item " + entry.name + " overlaps another one", isNewest, &entry);
+            end = entry.GetEnd();
+            if (isNewest && !inUse.insert(entry.id).second)
+                AddProblem("item " + entry.name + " is listed twice", true, &entry);
             items.emplace(entry.offset, std::move(entry));
         }
     }
@@ -172,6 +176,9 @@ private:
                             AddProblem("item " + entry.name + " refers to an item that is missing", true, &entry);
             } catch (ArchiveError const & error) {
                 AddProblem(error.what(), isInUse, &entry);
+            } catch (std::bad_alloc const &) {
+                AddProblem("item " + entry.name + " is too large to be checked in this machine's memory", isInUse,
+                           &entry);
             }
             ++report.itemsChecked;
             progress.Report(size ? double(offset) / double(size) : 1.0);
@@ -211,12 +218,15 @@ private:
     bool isHistoryLost = false;
 };
 
-/// The entry of an item whose header stands at an offset, if its stored bytes check.
-std::optional<Entry> FindItemAt(ArchiveFile const & file, std::uint64_t offset, std::uint64_t size) {
+/// The entry of an item whose header stands at an offset and checks.
+/// @param budget  bytes that may still be read for headers; what claims more is none.
+std::optional<Entry> FindItemAt(ArchiveFile const & file, std::uint64_t offset, std::uint64_t size,
+                                std::uint64_t & budget) {
     auto const begin = ReadAt(file, offset, itemHeaderBytes);
     auto const headerSize = ItemHeader::GetSize(begin);
-    if (!headerSize || *headerSize > size - offset)
+    if (!headerSize || *headerSize > size - offset || *headerSize > budget)
         return {};
+    budget -= *headerSize;
     auto const header = ItemHeader::Decode(ReadAt(file, offset, *headerSize));
     if (!header || header->storedSize > size - offset - *headerSize)
         return {};
@@ -229,12 +239,13 @@ std::vector<Entry> ScanForItems(ArchiveFile const & file, Progress const & progr
     std::vector<Entry> found;
     std::uint64_t const size = file.GetSize().value_or(0);
     std::uint64_t next = 0; // what lies before is the payload of an item
+    std::uint64_t budget = 4 * size + windowBytes;
     for (std::uint64_t window = 0; window < size && !progress.IsAborted(); window += windowBytes) {
         auto const bytes = ReadAt(file, window, std::min(windowBytes, size - window));
         for (std::uint64_t at = 0; at + 4 <= bytes.size(); at += itemAlignment) {
             if (window + at < next || std::memcmp(bytes.data() + at, "Item", 4) != 0)
                 continue;
-            if (auto entry = FindItemAt(file, window + at, size)) {
+            if (auto entry = FindItemAt(file, window + at, size, budget)) {
                 next = entry->GetEnd();
                 found.push_back(*std::move(entry));
             }
@@ -242,6 +253,47 @@ std::vector<Entry> ScanForItems(ArchiveFile const & file, Progress const & progr
         progress.Report(double(window) / double(size) / 2);
     }
     return found;
+}
+}
+
+namespace {
+/// The last state, if nothing says that there was a later one.
+Counted<ArchiveSnapshot const> OpenListed(std::string const & path, Counted<ArchiveFile> const & file) {
+    try {
+        auto opened = ArchiveSnapshot::Open(path, file, IDTag());
+        bool const isLast =
+            opened->GetNewestFooter() == opened->GetFooter().commitNumber && opened->GetEnd() == file->GetSize();
+        return isLast ? opened : nullptr;
+    } catch (ArchiveError const & error) {
+        if (error.GetKind() == ArchiveError::Kind::Future)
+            throw;
+        return nullptr;
+    }
+}
+
+/// The items that check; of streams of one name, and of copies of one item, the last.
+std::vector<Entry> KeepWhole(ArchiveFile const & file, std::string const & path, std::vector<Entry> entries,
+                             Progress const & progress, ArchiveSalvage & result) {
+    ArchiveItemReader const reader(file, path);
+    std::vector<Entry> whole;
+    std::unordered_map<std::string, std::size_t> streams; // by name, where in `whole`
+    for (auto & entry : entries) {
+        if (progress.IsAborted())
+            break;
+        try {
+            reader.ReadRaw(entry, /*checkRaw=*/true);
+        } catch (std::exception const &) { // damaged, or too large for this machine
+            ++result.itemsLost;
+            continue;
+        }
+        auto const place = entry.type == ArchiveTags::stream ? streams.emplace(entry.name, whole.size())
+                                                             : std::pair(streams.end(), true);
+        if (place.second)
+            whole.push_back(std::move(entry));
+        else
+            whole[place.first->second] = std::move(entry);
+    }
+    return whole;
 }
 }
 
@@ -256,50 +308,28 @@ ArchiveSalvage SalvageArchive(std::string const & path, std::string const & targ
     auto const file = OpenFile(path, disk);
     Progress const progress{abort, report, context};
     ArchiveSalvage result;
-    Counted<ArchiveSnapshot const> source;
-    try {
-        source = ArchiveSnapshot::Open(path, file, IDTag());
-        result.hasScanned = source->GetNewestFooter() != source->GetFooter().commitNumber;
-    } catch (ArchiveError const & error) {
-        if (error.GetKind() == ArchiveError::Kind::Future)
-            throw;
-        result.hasScanned = true;
-    }
-    std::vector<Entry> entries;
-    if (result.hasScanned)
-        entries = ScanForItems(*file, progress);
-    else
-        entries = source->GetEntries();
-    // The list may name what is gone; items that it doesn't name may be older states of those that it does.
-    ArchiveItemReader const reader(*file, path);
     std::vector<Entry> whole;
-    std::unordered_map<std::string, std::size_t> streams; // by name, where in `whole`
-    for (auto & entry : entries) {
-        if (progress.IsAborted())
-            throw ArchiveError(ArchiveError::Kind::WriteFailed, target + ": stopped; nothing was written");
-        try {
-            reader.ReadRaw(entry, /*checkRaw=*/true);
-        } catch (ArchiveError const &) {
-            ++result.itemsLost;
-            continue;
-        }
-        if (entry.type == ArchiveTags::stream) {
-            auto const [place, isNew] = streams.emplace(entry.name, whole.size());
-            if (!isNew) {
-                whole[place->second] = std::move(entry);
-                continue;
-            }
-        }
-        whole.push_back(std::move(entry));
+    if (auto const listed = OpenListed(path, file))
+        whole = KeepWhole(*file, path, listed->GetEntries(), progress, result);
+    bool const isComplete = !whole.empty() && result.itemsLost == 0;
+    if (!isComplete) {
+        // A list that is gone, or a stream that is: an earlier state of it may lie in the file.
+        result = {};
+        result.hasScanned = true;
+        whole = KeepWhole(*file, path, ScanForItems(*file, progress), progress, result);
     }
+    if (progress.IsAborted())
+        throw ArchiveError(ArchiveError::Kind::WriteFailed, target + ": stopped; nothing was written");
     if (whole.empty())
         throw ArchiveError(ArchiveError::Kind::Damaged, path + ": nothing in it can be saved");
     result.itemsSaved = whole.size();
     for (auto const & entry : whole)
         result.bytesSaved += entry.rawSize;
 
-    auto const header = Header::Decode(ReadAt(*file, 0, headerBytes));
-    auto const tag = header ? header->archiveTag : IDTag();
+    // Where the header is damaged the kind of document is taken as it is found: most likely it is something else.
+    auto const headerBlock = ReadAt(*file, 0, headerBytes);
+    auto const header = Header::Decode(headerBlock);
+    auto const tag = header ? header->archiveTag : GetArchiveTagAsFound(headerBlock);
     auto const found = MakeCounted<ArchiveSnapshot>(path, file, header.value_or(Header()), Footer(), std::move(whole));
     auto const archive = Archive::Create(target, tag, disk);
     auto session = archive->CreateSession();

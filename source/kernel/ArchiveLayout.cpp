@@ -90,6 +90,10 @@ std::optional<Header> Header::Decode(Bytes bytes) {
     return header;
 }
 
+IDTag GetArchiveTagAsFound(Bytes header) {
+    return header.size() < headerBytes ? IDTag() : IDTag::FromValue(ReadAt<std::uint32_t>(header.data() + 12));
+}
+
 //   0 magic      4 header size   8 id          24 type         28 codec   30 sample bytes   31 zero
 //  32 raw size  40 stored size  48 raw hash   64 stored hash   72 length of the name   76 number of references
 //  80 hash of everything in the header but this field          88 zero    96 name, then references
@@ -270,7 +274,7 @@ std::optional<Footer> Footer::Decode(Bytes bytes, std::uint64_t fileID, std::uin
     footer.indexHash = ReadAt<std::uint64_t>(bytes.data() + 48);
     bool const fits = footer.fileID == fileID && footer.offset == offset && footer.indexOffset >= headerBytes &&
                       footer.indexOffset <= offset && footer.indexSize <= offset - footer.indexOffset &&
-                      AlignUp(footer.indexSize, footerBytes) <= offset - footer.indexOffset &&
+                      AlignUp(footer.indexSize, footerBytes) + footerDistance <= offset - footer.indexOffset &&
                       (footer.previous == 0 || footer.previous < footer.indexOffset);
     return fits ? std::optional(footer) : std::nullopt;
 }

@@ -21,8 +21,10 @@ inline constexpr std::uint64_t headerBytes = 64;
 inline constexpr std::uint64_t footerBytes = 64;
 inline constexpr std::uint64_t itemAlignment = 16;
 inline constexpr std::uint64_t itemHeaderBytes = 96; ///< without name and references
-/// The two copies of an index lie at least so far apart.
+/// The two copies of an index lie at least so far apart,
 inline constexpr std::uint64_t indexDistance = 65536;
+/// and the footer so far behind the second: what damages the one leaves the other.
+inline constexpr std::uint64_t footerDistance = 4096;
 inline constexpr std::uint32_t longestName = 4096;
 inline constexpr std::uint32_t mostReferences = 1 << 24;
 
@@ -55,6 +57,9 @@ struct Header {
     /// Nothing if the bytes are no header, or damaged.
     static std::optional<Header> Decode(Bytes bytes);
 };
+
+/// What the bytes of a header say of the document's kind, whether they check or not.
+IDTag GetArchiveTagAsFound(Bytes header);
 
 struct ItemHeader {
     ItemID id;
@@ -103,8 +108,13 @@ struct Footer {
     std::uint64_t indexOffset = 0, indexSize = 0, indexHash = 0;
     std::uint64_t previous = 0; ///< the footer of the commit before; 0 for the first
 
-    /// Where the second copy of the index lies: right before the footer.
-    std::uint64_t GetSecondIndexOffset() const { return offset - AlignUp(indexSize, footerBytes); }
+    /// Where the second copy of the index lies: shortly before the footer.
+    std::uint64_t GetSecondIndexOffset() const { return offset - footerDistance - AlignUp(indexSize, footerBytes); }
+    /// Where a footer stands whose index has its first copy there.
+    static std::uint64_t GetOffset(std::uint64_t indexOffset, std::uint64_t indexSize) {
+        auto const second = AlignUp(indexOffset + (indexSize > indexDistance ? indexSize : indexDistance), footerBytes);
+        return second + AlignUp(indexSize, footerBytes) + footerDistance;
+    }
 
     std::array<std::uint8_t, footerBytes> Encode() const;
     /// Nothing if the bytes are no footer, damaged, of another file, or not where they say that they are.

@@ -16,6 +16,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
+#include <unordered_set>
 #include <utility>
 
 namespace Kernel {
@@ -67,6 +69,13 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
 
 ArchiveSession::~ArchiveSession() { Undo(); }
 
+namespace {
+bool HasFooter(ArchiveFile const & file, Footer const & footer) {
+    std::array<std::uint8_t, footerBytes> bytes{};
+    return file.Read(footer.offset, bytes.data(), bytes.size()) == bytes.size() && bytes == footer.Encode();
+}
+}
+
 /// The document's file, locked and found to be as it was when it was opened.
 Counted<ArchiveFile> ArchiveSession::LockBase() const {
     auto const & path = archive->GetPath();
@@ -80,6 +89,7 @@ Counted<ArchiveFile> ArchiveSession::LockBase() const {
         opened->Read(0, bytes.data(), bytes.size()) == bytes.size() ? Header::Decode(bytes) : std::nullopt;
     auto const size = opened->GetSize();
     bool isSame = opened->IsAt(path) && itsHeader && itsHeader->fileID == base->GetHeader().fileID && size;
+    isSame = isSame && HasFooter(*opened, base->GetFooter());
     if (isSame) {
         // A footer behind the one that was read is another program's save, unless it is known: its list of contents was
         // damaged when this document was opened, or it is our own that the disk did not confirm. Then it is cut off,
@@ -98,13 +108,16 @@ void ArchiveSession::OpenForUpdate() {
     header = base->GetHeader();
     position = base->GetEnd();
     isOpen = true;
-    if (file->GetSize() != position && !file->Truncate(position))
+    // Synced before anything is written there: a footer that was cut off must not come back over it.
+    if (file->GetSize() != position && !(file->Truncate(position) && file->Sync()))
         FailWrite(archive->GetPath(), "what an earlier save left unfinished can't be removed");
 }
 
 void ArchiveSession::OpenAnew() {
-    if (base)
-        locked = LockBase();
+    // A document that is replaced by another one is kept from others too, so that no save of theirs is lost unseen.
+    locked = base ? LockBase() : archive->disk->OpenToUpdate(archive->GetPath());
+    if (!base && locked && !locked->Lock())
+        Fail(ArchiveError::Kind::Busy, archive->GetPath(), "another program is saving it");
     file = archive->disk->CreateBeside(archive->GetPath(), temporaryPath);
     if (!file)
         FailWrite(archive->GetPath(), "no file can be made beside it");
@@ -140,6 +153,17 @@ ItemID ArchiveSession::Refer(ItemID id) {
     return id;
 }
 
+// What the stream that is complete refers to, each item once, in the order in which they came.
+std::vector<ItemID> ArchiveSession::TakeReferences() {
+    auto all = std::move(references.back());
+    references.pop_back();
+    std::unordered_set<ItemID> seen;
+    std::erase_if(all, [&](ItemID const & id) { return !seen.insert(id).second; });
+    if (all.size() > mostReferences)
+        Fail(ArchiveError::Kind::WriteFailed, archive->GetPath(), "one object of it refers to more than 2^24 others");
+    return all;
+}
+
 template<class Write>
 ItemID ArchiveSession::AddNestable(IDTag type, std::string const & name, Write const & write) {
     auto const stream = MakeCounted<MemoryOutStream>();
@@ -153,14 +177,22 @@ ItemID ArchiveSession::AddNestable(IDTag type, std::string const & name, Write c
     Pending item;
     item.header.type = type;
     item.header.name = name.substr(0, longestName);
-    item.header.references = std::move(references.back());
-    references.pop_back();
+    item.header.references = TakeReferences();
     item.raw = stream->TakeData();
     item.hint = GetStreamHint();
     return AddItem(std::move(item));
 }
 
+// A document has one stream of a name.
+void ArchiveSession::TakeStreamName(std::string const & name) {
+    if (name.size() > longestName)
+        throw std::length_error("the name of a stream is longer than 4096 bytes");
+    if (!streamNames.insert(name).second)
+        throw std::invalid_argument("a stream is stored twice in one save: " + name);
+}
+
 void ArchiveSession::StoreStream(std::string const & name, void const * bytes, std::uint64_t size) {
+    TakeStreamName(name);
     AddNestable(ArchiveTags::stream, name, [&](OutStream & stream) { stream.WriteAll(bytes, size); });
 }
 
@@ -172,6 +204,7 @@ void ArchiveSession::StoreObject(std::string const & name, Serialisable const & 
 
 void ArchiveSession::StoreProperties(std::string const & name, IDTag rootTag, unsigned short version,
                                      std::function<void(OutSerialiser &)> const & save) {
+    TakeStreamName(name);
     AddNestable(ArchiveTags::stream, name, [&](OutStream & stream) {
         OutSerialiserFile serialiser(stream, *this, rootTag, version);
         save(serialiser);
@@ -181,9 +214,11 @@ void ArchiveSession::StoreProperties(std::string const & name, IDTag rootTag, un
 
 bool ArchiveSession::KeepStream(std::string const & name) {
     auto const * const entry = base ? base->FindNamed(name, ArchiveTags::stream) : nullptr;
-    if (entry)
-        KeepItem(*base, entry->id);
-    return entry != nullptr;
+    if (!entry)
+        return false;
+    TakeStreamName(name);
+    KeepItem(*base, entry->id);
+    return true;
 }
 
 void ArchiveSession::KeepEverything(ArchiveSnapshot const & source) {
@@ -249,8 +284,7 @@ ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
     Pending added;
     added.header.type = holder.GetItemType().GetTag();
     added.header.name = itemPath.GetPath(itemsAdded).substr(0, longestName);
-    added.header.references = std::move(references.back());
-    references.pop_back();
+    added.header.references = TakeReferences();
     added.raw = stream->TakeData();
     if (hint)
         added.hint.emplace(hint->GetLevel(), hint->GetPredictor(), hint->GetStriping());
@@ -406,18 +440,18 @@ void ArchiveSession::Commit() {
 
     Footer footer;
     footer.fileID = header.fileID.low;
-    footer.commitNumber = base ? base->GetNewestFooter() + 1 : 1;
+    footer.commitNumber = std::max(base ? base->GetNewestFooter() : 0, archive->unconfirmedCommit.load()) + 1;
     footer.previous = isUpdate ? base->GetFooter().offset : 0;
     footer.indexOffset = AlignUp(position, footerBytes);
     footer.indexSize = index.size();
     footer.indexHash = Hash64(index.data(), index.size());
-    auto const second = AlignUp(footer.indexOffset + std::max<std::uint64_t>(index.size(), indexDistance), footerBytes);
-    footer.offset = second + AlignUp(index.size(), footerBytes);
+    footer.offset = Footer::GetOffset(footer.indexOffset, index.size());
 
     // From here to the footer: zeros, and the index twice.
     std::vector<std::uint8_t> tail(footer.offset - position);
     std::copy(index.begin(), index.end(), tail.begin() + static_cast<std::ptrdiff_t>(footer.indexOffset - position));
-    std::copy(index.begin(), index.end(), tail.begin() + static_cast<std::ptrdiff_t>(second - position));
+    std::copy(index.begin(), index.end(),
+              tail.begin() + static_cast<std::ptrdiff_t>(footer.GetSecondIndexOffset() - position));
     Append(tail);
     errno = 0;
     if (!file->Sync())

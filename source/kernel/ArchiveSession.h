@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace Kernel {
@@ -24,7 +25,8 @@ class RASTER_API ArchiveSession final : public FileStoreOut {
 public:
     ~ArchiveSession() override; ///< Without a commit: everything is undone.
 
-    /// Stores bytes under a name, as they are. Throws `ArchiveError` and what streams throw.
+    /// Stores bytes under a name, as they are. A name may be used once in a save, and be 4096 bytes long. Throws
+    /// `ArchiveError` and what streams throw.
     void StoreStream(std::string const & name, void const * bytes, std::uint64_t size);
     /// Writes an object as the root of a stream of properties, under a name.
     void StoreObject(std::string const & name, Serialisable const & object);
@@ -67,6 +69,8 @@ private:
     void OpenForUpdate();
     void OpenAnew();
     ItemID Refer(ItemID id);
+    std::vector<ItemID> TakeReferences();
+    void TakeStreamName(std::string const & name);
     ItemID TakeItem(DelayLoadHolder & holder, FileStoreItem & item, FileStoreOutPathGenerator const & itemPath,
                     FileStoreCompressionHint const * hint);
     ItemID KeepItem(ArchiveSnapshot const & source, ItemID id);
@@ -100,6 +104,7 @@ private:
     std::vector<Entry> entries; // everything that belongs to the document so far
     std::unordered_map<ItemID, std::size_t> entryByID;
     std::unordered_multimap<std::uint64_t, ItemID> entriesByHash; // of the base, and of what was added
+    std::unordered_set<std::string> streamNames;
     std::unordered_map<Counted<DelayLoadHolder>, ItemID> storedHolders;
     std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;
     std::vector<Taken> taken;

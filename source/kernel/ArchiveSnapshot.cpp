@@ -2,6 +2,7 @@
 
 #include "kernel/ArchiveError.h"
 #include "kernel/ItemCodec.h"
+#include "kernel/Trace.h"
 
 #include <algorithm>
 #include <utility>
@@ -10,9 +11,6 @@ namespace Kernel {
 using namespace ArchiveLayout;
 
 namespace {
-// Longer than any item that is stored here; what claims more is damage.
-constexpr std::uint64_t largestItemBytes = std::uint64_t(1) << 36;
-
 std::vector<std::uint8_t> ReadUpTo(ArchiveFile const & file, std::uint64_t offset, std::uint64_t size) {
     std::vector<std::uint8_t> bytes(size);
     bytes.resize(file.Read(offset, bytes.data(), size));
@@ -74,8 +72,13 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
     std::uint32_t newest = 0;
     for (auto end = size.value_or(0); auto const footer = FindFooter(*file, header->fileID, end);) {
         newest = std::max(newest, footer->commitNumber);
-        if (auto entries = ReadIndex(*file, *footer))
+        if (auto entries = ReadIndex(*file, *footer)) {
+            if (footer->offset + footerBytes < size.value_or(0))
+                Trace(
+                    "%1: behind the last save that is whole there is more, of one that was cut off or damaged since\n",
+                    path.c_str());
             return MakeCounted<ArchiveSnapshot>(path, std::move(file), *header, *footer, std::move(*entries), newest);
+        }
         // Neither copy of the index is whole: take the commit before. Looking further on than there would be of no use,
         // and would let a hostile file have the same bytes checked for many footers.
         end = footer->previous == 0 ? 0 : footer->previous + footerBytes;
@@ -133,21 +136,11 @@ ArchiveItemReader::Stored ArchiveItemReader::ReadStored(Entry const & entry) con
 
 std::vector<std::uint8_t> ArchiveItemReader::ReadRaw(Entry const & entry, bool checkRaw) const {
     auto const stored = ReadStored(entry);
-    if (entry.rawSize > largestItemBytes)
-        FailDamaged(entry, "it says that it is larger than any item can be");
-    // The codec knows the true size before anything is allocated for it.
-    if (stored.header.codec != Codec::Raw && stored.header.codec != Codec::Zstd)
-        FailDamaged(entry, "its codec is not known");
-    if (stored.header.codec == Codec::Raw && entry.rawSize != entry.storedSize)
-        FailDamaged(entry, "its sizes differ");
-    std::vector<std::uint8_t> raw;
-    if (stored.header.codec == Codec::Zstd && !ItemCodec::HasRawSize(stored.payload, entry.rawSize))
-        FailDamaged(entry, "its compressed bytes give another size");
-    raw.resize(entry.rawSize);
-    if (!ItemCodec::Decode(stored.header.codec, stored.header.sampleBytes, stored.payload, raw))
-        FailDamaged(entry, "its bytes can't be decompressed");
-    if (checkRaw && GetHash128(raw.data(), raw.size()) != stored.header.rawHash)
+    auto raw = ItemCodec::Decode(stored.header.codec, stored.header.sampleBytes, stored.payload, entry.rawSize);
+    if (!raw)
+        FailDamaged(entry, "its bytes can't be decompressed, or give another size");
+    if (checkRaw && GetHash128(raw->data(), raw->size()) != stored.header.rawHash)
         FailDamaged(entry, "its content does not fit its checksum");
-    return raw;
+    return *std::move(raw);
 }
 }

@@ -125,30 +125,52 @@ Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint) 
     return best;
 }
 
-bool HasRawSize(ArchiveLayout::Bytes stored, std::uint64_t rawSize) {
-    return ZSTD_getFrameContentSize(stored.data(), stored.size()) == rawSize;
+namespace {
+// Decompresses in pieces: a few bytes may claim to be any number.
+std::optional<std::vector<std::uint8_t>> Decompress(ArchiveLayout::Bytes stored, std::uint64_t rawSize) {
+    constexpr std::uint64_t piece = 16 << 20;
+    if (ZSTD_getFrameContentSize(stored.data(), stored.size()) != rawSize)
+        return {};
+    auto * const context = GetDecompressor();
+    ZSTD_DCtx_reset(context, ZSTD_reset_session_only);
+    std::vector<std::uint8_t> raw(std::min(rawSize, piece));
+    ZSTD_inBuffer in{stored.data(), stored.size(), 0};
+    ZSTD_outBuffer out{raw.data(), raw.size(), 0};
+    for (;;) {
+        std::size_t const left = ZSTD_decompressStream(context, &out, &in);
+        if (ZSTD_isError(left))
+            return {};
+        if (left == 0)
+            break;
+        if (out.pos < out.size)
+            return {}; // it wants more than is there
+        if (raw.size() == rawSize)
+            return {};
+        raw.resize(std::min(rawSize, std::uint64_t(raw.size()) * 2));
+        out.dst = raw.data();
+        out.size = raw.size();
+    }
+    return out.pos == rawSize && in.pos == in.size ? std::optional(std::move(raw)) : std::nullopt;
+}
 }
 
-bool Decode(ArchiveLayout::Codec codec, std::uint8_t sampleBytes, ArchiveLayout::Bytes stored,
-            std::vector<std::uint8_t> & raw) {
+std::optional<std::vector<std::uint8_t>> Decode(ArchiveLayout::Codec codec, std::uint8_t sampleBytes,
+                                                ArchiveLayout::Bytes stored, std::uint64_t rawSize) {
     if (codec == ArchiveLayout::Codec::Raw) {
-        if (stored.size() != raw.size() || sampleBytes != 0)
-            return false;
-        std::copy(stored.begin(), stored.end(), raw.begin());
-        return true;
+        if (stored.size() != rawSize || sampleBytes != 0)
+            return {};
+        return std::vector<std::uint8_t>(stored.begin(), stored.end());
     }
-    if (codec != ArchiveLayout::Codec::Zstd || !HasRawSize(stored, raw.size()))
-        return false;
-    bool const isPredicted = sampleBytes != 0;
+    if (codec != ArchiveLayout::Codec::Zstd)
+        return {};
+    if (sampleBytes == 0)
+        return Decompress(stored, rawSize);
     bool const isKnown = sampleBytes == 1 || sampleBytes == 2 || sampleBytes == 4 || sampleBytes == 8;
-    if (isPredicted && (!isKnown || raw.size() != blockBytes))
-        return false;
-    std::vector<std::uint8_t> predicted(isPredicted ? blockBytes : 0);
-    auto & dest = isPredicted ? predicted : raw;
-    if (ZSTD_decompressDCtx(GetDecompressor(), dest.data(), dest.size(), stored.data(), stored.size()) != dest.size())
-        return false;
-    if (isPredicted)
-        Restore(predicted.data(), raw.data(), sampleBytes);
-    return true;
+    auto const predicted = isKnown && rawSize == blockBytes ? Decompress(stored, rawSize) : std::nullopt;
+    if (!predicted)
+        return {};
+    std::vector<std::uint8_t> raw(blockBytes);
+    Restore(predicted->data(), raw.data(), sampleBytes);
+    return raw;
 }
 }

@@ -5,6 +5,7 @@
 #include "kernel/FileStoreCompressionHint.h"
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace Kernel::ItemCodec {
@@ -18,12 +19,10 @@ struct Encoded {
 /// @param hint  null stores raw.
 Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint);
 
-/// Whether compressed bytes say that they give so many.
-bool HasRawSize(ArchiveLayout::Bytes stored, std::uint64_t rawSize);
-/// @param raw  of the size that the item has; receives its bytes.
-/// @return false if the stored bytes don't give that many.
-bool Decode(ArchiveLayout::Codec codec, std::uint8_t sampleBytes, ArchiveLayout::Bytes stored,
-            std::vector<std::uint8_t> & raw);
+/// @param rawSize  what the item says of itself. Memory is taken as bytes come, not for what is only claimed.
+/// @return nothing if the stored bytes don't give exactly that many.
+std::optional<std::vector<std::uint8_t>> Decode(ArchiveLayout::Codec codec, std::uint8_t sampleBytes,
+                                                ArchiveLayout::Bytes stored, std::uint64_t rawSize);
 
 /// Replaces each sample by its difference from the one before in its row of 256 bytes, then gathers the first bytes of
 /// all differences, the second ones, and so on. Both are blocks of 65536 bytes; `sampleBytes` is 1, 2, 4 or 8.

@@ -19,7 +19,12 @@ void DynamicBitmap::Save(Kernel::OutSerialiser & serialiser) const {
 
 bool DynamicBitmap::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version) {
     int format = NoFormat, width = 0, height = 0;
-    serialiser.LoadEnumI(formatTag, FormatEnumSerialiser::GetInstance(), format);
+    // An unknown format is one of a later version: an empty bitmap in its place would be saved over the pixels.
+    if (!serialiser.LoadEnumI(formatTag, FormatEnumSerialiser::GetInstance(), format) &&
+        serialiser.HasProperty(formatTag)) {
+        Kernel::Trace("A bitmap of a document has a format that is not known: it is not loaded\n");
+        return false;
+    }
     serialiser.LoadType(widthTag, width);
     serialiser.LoadType(heightTag, height);
     if (width < 0 || height < 0) {

@@ -72,8 +72,10 @@ bool PlaneCore::LoadInline(Kernel::InSerialiser const & serialiser, Kernel::File
     std::size_t lost = GetTileCount() - std::min(GetTileCount(), states.size()), nextBlock = 0;
     for (std::size_t i = 0; i < std::min(GetTileCount(), states.size()); ++i) {
         auto const state = static_cast<TileState>(states[i]);
-        if (state == TileState::SameAsBacking)
+        if (state == TileState::SameAsBacking) {
+            lost += tiles[i].GetBacking() ? 0 : 1;
             continue;
+        }
         tiles[i].Unallocate();
         tiles[i].SetBacking(nullptr);
         if (auto const * const known = GetStaticTile(state)) {
