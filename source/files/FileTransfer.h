@@ -19,7 +19,8 @@ concept WrapsFile = std::derived_from<T, DynamicBase<T>> && std::derived_from<T,
 /// Lays the picture in a file over a bitmap, as `Draw` of a model does: file pixel (x, y) lands on (x + dx, y + dy).
 /// The file is decoded now, if it wasn't before. One of another format is converted by formula, by way of a temporary
 /// bitmap. A pending destination is loaded first, and its levels are told of the change. A file that failed has no
-/// pixels; without a format on either side nothing happens.
+/// pixels; without a format on either side nothing happens. Throws what decoding and allocation throw, a limit that the
+/// file goes over among it.
 template<WrapsFile File>
 void Draw(DynamicBitmap & dest, File const & source, TransferParams const * params, float const * opacity, int dx,
           int dy);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 
 namespace Raster {
@@ -54,7 +55,7 @@ public:
     }
     void Write(PixelType & pixel) {
         if (x >= 0 && x < model.GetWidth() && y >= 0 && y < model.GetHeight())
-            model.Put(x, pixel);
+            model.Put(static_cast<int>(x), pixel);
     }
     void Increment() { ++x; }
 
@@ -62,8 +63,8 @@ public:
     /// What does not fit the row is ignored.
     void WriteRow(std::size_t count, void const * const * rows) {
         if (x >= 0 && y >= 0 && y < model.GetHeight() && x < model.GetWidth())
-            model.PutRow(x, std::min(count, static_cast<std::size_t>(model.GetWidth() - x)), rows);
-        x += static_cast<int>(count);
+            model.PutRow(static_cast<int>(x), std::min(count, static_cast<std::size_t>(model.GetWidth() - x)), rows);
+        x += static_cast<std::int64_t>(count);
     }
 
     /// Encodes the last row and completes the file. Throws what codec or stream throw; the model has failed then.
@@ -100,7 +101,8 @@ private:
     }
 
     Model & model;
-    int x = 0, y = 0;
+    std::int64_t x = 0; // so that no walk overflows
+    int y = 0;
     int encodedRows = 0;
     bool isFinished = false;
     int const exceptionsBefore = std::uncaught_exceptions();

@@ -16,7 +16,11 @@ CompressedRasterData::CompressedRasterData() = default;
 CompressedRasterData::~CompressedRasterData() { Account(0); }
 
 CompressedRasterData::Bytes CompressedRasterData::Allocate(std::uint64_t byteCount) {
+    // More than this no process can map. Refused here, since some allocators take an impossible size for a bug.
+    constexpr std::uint64_t largestAllocation = std::uint64_t(1) << 47;
     PixelMemory::CheckFault();
+    if (byteCount > largestAllocation)
+        throw std::bad_alloc();
     return Bytes(Kernel::AllocatorNew::Allocate(byteCount));
 }
 

@@ -188,6 +188,18 @@ TEST_F(FileTransferTest, AFailingAllocationArrivesAndEverythingIsGivenBack) {
     EXPECT_EQ(MemoryManager::Instance().GetInterleavedUsage(), before);
 }
 
+TEST_F(FileTransferTest, ATileThatCannotBeMadeStaysAsItWas) {
+    auto const before = MakePicture<RGBA8Tuple>(256, 256, 2);
+    auto const file = MakeFile(MakeOpaque(MakePicture<RGBA8Tuple>(256, 256, 1)), /*opaque=*/true);
+    file->Decode(nullptr);
+    auto const bitmap = MakeBitmap<RGBA8Tuple>(before);
+    for (int plane = 1; plane <= 3; ++plane) {
+        PixelMemory::FailAllocation(std::uint64_t(plane));
+        EXPECT_THROW(Draw(*bitmap, *file, nullptr, nullptr, 0, 0), std::bad_alloc) << plane;
+        EXPECT_EQ(FindDifference<RGBA8Tuple>(before, *bitmap), "") << plane;
+    }
+}
+
 TEST_F(FileTransferTest, ADecodedBlockCountsAsInterleaved) {
     auto const before = MemoryManager::Instance().GetInterleavedUsage();
     {

@@ -78,21 +78,14 @@ protected:
     DynamicBitmap read;
 };
 
-// Slopes in every channel, opaque or half so.
-DynamicBitmap MakeBitmap(Format format, bool opaque) {
+// Noise, opaque or in part transparent: nothing that a lossy codec would hit by chance.
+DynamicBitmap MakeNoise(Format format, bool opaque) {
     return VisitFormat(format, [&](auto tuple) {
         using Tuple = decltype(tuple);
-        using Storage = typename Tuple::Storage;
-        constexpr auto full = Tuple::First::maximum;
-        Slow::Picture<Tuple> picture(64, 48);
-        for (int y = 0; y < 48; ++y)
-            for (int x = 0; x < 64; ++x) {
-                auto & pixel = picture.At(x, y);
-                for (std::size_t c = 0; c < Tuple::channelCount; ++c)
-                    pixel[c] = Storage(double(full) * (double(c % 2 ? x : y) / 100 + 0.2));
-                if (opaque)
-                    pixel[Tuple::channelCount - 1] = Storage(full);
-            }
+        auto picture = MakePicture<Tuple>(64, 48, 1);
+        for (auto & pixel : picture.pixels)
+            if (opaque)
+                pixel[Tuple::channelCount - 1] = typename Tuple::Storage(Tuple::First::maximum);
         return DynamicBitmap(MakeBitmap<Tuple>(picture));
     });
 }
@@ -131,7 +124,7 @@ TEST_F(FormatsPageTest, SaysWhatEachTypeOfFileKeeps) {
         std::vector<Format> opened;
         for (Format const format : GetFormats()) {
             Format const written = DynamicFile::GetSupportedFormat(type, format);
-            auto const bitmap = MakeBitmap(format, /*opaque=*/false);
+            auto const bitmap = MakeNoise(format, /*opaque=*/false);
             if (written == NoFormat || !Pass(type, bitmap))
                 continue;
             if (std::find(opened.begin(), opened.end(), back.GetFormat()) == opened.end())
@@ -142,7 +135,7 @@ TEST_F(FormatsPageTest, SaysWhatEachTypeOfFileKeeps) {
             else if (back.GetFormat() != format)
                 facts.exact.push_back(Code(format) + " (opens as " + Code(back.GetFormat()) + ")");
             else {
-                auto const opaque = MakeBitmap(format, /*opaque=*/true);
+                auto const opaque = MakeNoise(format, /*opaque=*/true);
                 Pass(type, opaque);
                 (AreEqual(opaque, read) ? facts.exact : facts.near).push_back(Code(format));
             }
@@ -150,7 +143,7 @@ TEST_F(FormatsPageTest, SaysWhatEachTypeOfFileKeeps) {
         for (Format const format : opened)
             facts.opened.push_back(Code(format));
 
-        auto const bitmap = MakeBitmap(RGBA8, /*opaque=*/true);
+        auto const bitmap = MakeNoise(RGBA8, /*opaque=*/true);
         ExportOptions options;
         options.SetDPI(150.0);
         options.SetICCProfile(ICCManager::GetInstance().GetDefaultProfileForFormat(RGBAUF)); // one that no default is
@@ -164,7 +157,7 @@ TEST_F(FormatsPageTest, SaysWhatEachTypeOfFileKeeps) {
         facts.dpi += "; unstated: " + FormatDPI(back.GetDPI());
         facts.profile +=
             back.IsProfileFallback() ? "; `RGBA8` without one: the default, as a fallback" : "; without one: none";
-        Pass(type, MakeBitmap(IA8, /*opaque=*/true), options);
+        Pass(type, MakeNoise(IA8, /*opaque=*/true), options);
         facts.profile += back.GetProfile() ? "; grey: the same" : "; grey: none";
 
         table += "| " + std::string(typeNames[type]) + " | " + Join(facts.exact) + " | " + Join(facts.near) + " | " +

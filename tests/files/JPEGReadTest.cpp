@@ -485,13 +485,19 @@ TEST(JPEGRead, DecodesWhatThereIsOfAFileThatEndsEarly) {
     }
 }
 
+#ifdef RASTER_SANITIZED
+constexpr std::size_t cutStep = 7;
+#else
+constexpr std::size_t cutStep = 1;
+#endif
+
 TEST(JPEGRead, GivesWhatTheCodecGivesForAFileCutAtEveryByte) {
     for (auto const & recipe : MakeEveryKindOfJPEG(18, 18)) {
         if (recipe.horizontalSampling != 2 || recipe.inSpace == JCS_GRAYSCALE)
             continue;
         auto bytes = MakeJPEG(recipe);
         while (!bytes.empty()) {
-            bytes.pop_back();
+            bytes.resize(bytes.size() - std::min(bytes.size(), cutStep));
             auto const answer = AskLibjpeg(bytes);
             DynamicJPEG file;
             ASSERT_TRUE(file.CreateFromStream(StreamOf(bytes)));

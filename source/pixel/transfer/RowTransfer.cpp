@@ -118,31 +118,33 @@ void DrawOpaque(DrawJob const & job, TileTask const & task) {
     }
 }
 
-// The same for a tile that is covered whole: nothing of it is kept, and its alpha is not even written. An abort comes
-// before or after it.
+// The same for a tile that is covered whole: it is made aside, without its alpha being written, and takes the place of
+// what was there. An abort, or an error, leaves that.
 void DrawOpaqueTile(DrawJob const & job, TileTask const & task) {
     auto const & grid = job.dest.GetGrid();
-    int const column = task.rect.left / grid.tileWidth, row = task.rect.top / TileGrid::tileHeight;
-    int const alpha = job.dest.GetLayout().channelCount - 1;
+    int const colours = job.dest.GetLayout().channelCount - 1;
+    std::array<Tile, 4> tiles;
     std::array<MutableTileGuard, 4> guards;
-    std::array<std::byte *, 4> buffers{};
-    for (int plane = 0; plane < alpha; ++plane) {
-        Tile & tile = job.dest.GetPlane(plane).GetTile(column, row);
-        tile.Unallocate(); // so that a shared block isn't copied to be overwritten
-        guards[std::size_t(plane)] = MutableTileGuard(tile);
-        buffers[std::size_t(plane)] = reinterpret_cast<std::byte *>(guards[std::size_t(plane)].GetBuffer());
+    Rows rows{};
+    for (std::size_t plane = 0; plane < static_cast<std::size_t>(colours); ++plane) {
+        guards[plane] = MutableTileGuard(tiles[plane]);
+        rows[plane] = guards[plane].GetBuffer();
     }
-    auto const count = static_cast<std::size_t>(grid.tileWidth);
     for (int y = task.rect.top; y < task.rect.bottom; ++y) {
-        Rows rows{};
-        std::size_t const offset = static_cast<std::size_t>(y - task.rect.top) * TileGrid::rowBytes;
-        for (int plane = 0; plane < alpha; ++plane)
-            rows[std::size_t(plane)] = buffers[std::size_t(plane)] + offset;
-        job.ReadRow(task.rect.left, y, count, rows);
+        if (task.IsAborted())
+            return;
+        job.ReadRow(task.rect.left, y, static_cast<std::size_t>(grid.tileWidth), rows);
+        for (int plane = 0; plane < colours; ++plane)
+            rows[std::size_t(plane)] = static_cast<std::byte *>(rows[std::size_t(plane)]) + TileGrid::rowBytes;
         task.ReportRow(y);
     }
-    auto & alphaPlane = job.dest.GetPlane(alpha);
-    alphaPlane.GetTile(column, row) = alphaPlane.GetFullTileOfKind();
+    int const column = task.rect.left / grid.tileWidth, row = task.rect.top / TileGrid::tileHeight;
+    for (int plane = 0; plane < colours; ++plane) {
+        guards[std::size_t(plane)].Reset();
+        job.dest.GetPlane(plane).GetTile(column, row) = tiles[std::size_t(plane)];
+    }
+    auto & alpha = job.dest.GetPlane(colours);
+    alpha.GetTile(column, row) = alpha.GetFullTileOfKind();
 }
 
 bool IsNothing(BitmapCore const & bitmap, Rect const & rect) {
