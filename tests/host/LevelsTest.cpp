@@ -23,26 +23,32 @@ Kernel::Counted<RGBA8Bitmap> MakeBitmap(Size const & size) {
     return bitmap;
 }
 
-/// The picture in a PNG file.
-DynamicFile MakeFile(Kernel::Counted<RGBA8Bitmap> const & bitmap) {
+/// The picture as a PNG file.
+Kernel::Counted<CompressedRasterData const> MakeFile(Kernel::Counted<RGBA8Bitmap> const & bitmap) {
     Kernel::Counted<CompressedRasterData> const data(new CompressedRasterData);
     DynamicFile out;
     EXPECT_TRUE(out.Create(data, bitmap->GetWidth(), bitmap->GetHeight(), {}, FileTypePNG, RGBA8));
     EXPECT_TRUE(Feed(out, DynamicBitmap(bitmap), nullptr));
-    DynamicFile in;
-    EXPECT_TRUE(in.Create(data));
-    return in;
+    return data;
 }
 
 TEST_F(LevelsTest, EqualTheLevelsOfABitmapWhateverTheBands) {
+#ifdef RASTER_SANITIZED
+    constexpr int levels[] = {1, 4};
+#else
+    constexpr int levels[] = {0, 1, 2, 5};
+#endif
     // Heights around whole bands: of the widest, a band is one row of tiles.
-    for (auto const & size : {Size{301, 270}, Size{17, 2}, Size{16, 16}, Size{12000, 511}, Size{12000, 512},
-                              Size{12000, 777}, Size{12001, 1025}, Size{3, 5000}}) {
+    for (auto const & size : {Size{301, 270}, Size{17, 2}, Size{16, 16}, Size{6200, 511}, Size{6200, 512},
+                              Size{6200, 777}, Size{6201, 1025}, Size{3, 5000}}) {
         auto const bitmap = MakeBitmap(size);
-        for (int level = 0; level <= 6; ++level) {
+        auto const data = MakeFile(bitmap);
+        for (int const level : levels) {
             Size const to{std::max(1, size.width >> level), std::max(1, size.height >> level)};
+            DynamicFile file;
+            ASSERT_TRUE(file.Create(data));
             int const chosen = ChooseLevel(size, {to.width, to.height});
-            auto const drawn = DrawLevel(MakeFile(bitmap), chosen, progress);
+            auto const drawn = DrawLevel(file, chosen, progress);
             bitmap->UpdateMipmaps(chosen, nullptr);
             DynamicBitmap expected(bitmap);
             if (chosen > 0)
