@@ -15,7 +15,7 @@ struct Pixels {
     Pixels(std::size_t count, std::size_t channels, std::size_t sampleBytes)
         : interleaved(count * channels * sampleBytes, 7), planar(count * channels * sampleBytes, 9) {
         for (std::size_t channel = 0; channel < channels; ++channel)
-            rows[channel] = constRows[channel] = planar.data() + channel * count * sampleBytes;
+            constRows[channel] = rows[channel] = planar.data() + channel * count * sampleBytes;
     }
     Bytes interleaved, planar;
     std::array<void *, 4> rows{};

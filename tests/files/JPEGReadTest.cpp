@@ -495,9 +495,9 @@ TEST(JPEGRead, GivesWhatTheCodecGivesForAFileCutAtEveryByte) {
     for (auto const & recipe : MakeEveryKindOfJPEG(18, 18)) {
         if (recipe.horizontalSampling != 2 || recipe.inSpace == JCS_GRAYSCALE)
             continue;
-        auto bytes = MakeJPEG(recipe);
-        while (!bytes.empty()) {
-            bytes.resize(bytes.size() - std::min(bytes.size(), cutStep));
+        auto const whole = MakeJPEG(recipe);
+        for (std::size_t size = 0; size < whole.size(); size += cutStep) {
+            JPEGBytes const bytes(whole.begin(), whole.begin() + std::ptrdiff_t(size));
             auto const answer = AskLibjpeg(bytes);
             DynamicJPEG file;
             ASSERT_TRUE(file.CreateFromStream(StreamOf(bytes)));
@@ -552,7 +552,9 @@ TEST(JPEGRead, FailsCleanlyOnWhatTheCodecCannotRead) {
     deep[std::size_t(frame) + 4] = 12;       // bits of a sample
     lossless[std::size_t(frame) + 1] = 0xC3; // SOF3
     for (auto const & bytes : {deep, lossless, JPEGBytes{}, JPEGBytes{0xFF, 0xD8, 0xFF}, JPEGBytes(10000, 0xFF)}) {
+        TraceCapture traces;
         EXPECT_EQ(NoFormat, GetJPEGFormat(StreamOf(bytes)));
+        EXPECT_THAT(traces.Take(), testing::Contains(HasSubstr("JPEG: ")));
         EXPECT_THROW(Open<RGBA8JPEG>(bytes), JPEGError);
         DynamicJPEG file;
         EXPECT_TRUE(file.CreateFromStream(StreamOf(bytes)));
@@ -563,6 +565,20 @@ TEST(JPEGRead, FailsCleanlyOnWhatTheCodecCannotRead) {
         EXPECT_TRUE(file.HasFailed());
         EXPECT_THAT(file.GetFailure(), HasSubstr("JPEG: "));
     }
+}
+
+TEST(JPEGRead, FailsCleanlyOnTwoComponents) {
+    auto bytes = MakeJPEG({});
+    JPEGBytes const frameMarker = {0xFF, 0xC0};
+    auto const frame = std::search(bytes.begin(), bytes.end(), frameMarker.begin(), frameMarker.end());
+    ASSERT_EQ(3, frame[9]);
+    frame[9] = 2;
+    frame[3] = static_cast<std::uint8_t>(frame[3] - 3);
+    bytes.erase(frame + 10, frame + 13);
+    DynamicJPEG file;
+    EXPECT_TRUE(file.CreateFromStream(StreamOf(bytes)));
+    EXPECT_EQ(NoFormat, file.GetFormat());
+    EXPECT_TRUE(file.HasFailed());
 }
 
 TEST(JPEGRead, TakesNoStream) {

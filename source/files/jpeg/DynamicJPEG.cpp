@@ -16,15 +16,15 @@ Format FindFormat(Kernel::Counted<Kernel::InStreamSeekable> stream, std::string 
     try {
         JPEGReader reader(std::move(stream));
         reader.ReadHeader(JPEGReader::Metadata::Skip);
-        auto const format = reader.GetFormat();
-        if (format == NoFormat)
-            why = "JPEG: a colour space that is not supported";
-        return format;
+        if (auto const format = reader.GetFormat(); format != NoFormat)
+            return format;
+        why = "JPEG: a colour space that is not supported";
     } catch (std::exception const & error) {
         why = error.what();
     } catch (...) {
         why = "JPEG: the stream could not be read";
     }
+    Kernel::Trace("%1\r\n", why.c_str());
     return NoFormat;
 }
 
@@ -62,9 +62,7 @@ bool DynamicJPEG::CreateFromStream(Kernel::Counted<Kernel::InStreamSeekable> str
     auto const format = FindFormat(stream, why);
     stream->Seek(Kernel::SeekOrigin::Start, start);
     Kernel::Counted<Kernel::Countable> model;
-    if (format == NoFormat)
-        Kernel::Trace("%1\r\n", why.c_str());
-    else
+    if (format != NoFormat)
         model = VisitFormat(format, [&](auto tuple) -> Kernel::Counted<Kernel::Countable> {
             return Kernel::MakeCounted<TypedOf<decltype(tuple)>>(std::move(stream));
         });
