@@ -14,8 +14,9 @@ namespace {
 using namespace Raster;
 
 constexpr int tileHeight = 256;
-// Freed tiles of this much stay at hand, so that bands after the first take no new memory from the system.
-constexpr std::int64_t bandBytes = 12 << 20;
+// What is freed stays at hand up to a few times this, so that bands after the first take no new memory from the system.
+// Larger ones are slower: they leave the caches before they are halved.
+constexpr std::int64_t bandBytes = 4 << 20;
 
 int Halve(int length) { return (length + 1) / 2; }
 

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <new>
-#include <sys/mman.h>
 
 namespace Raster::PixelMemory {
 namespace {
@@ -13,16 +12,6 @@ constexpr std::uint64_t largestAllocation = std::uint64_t(1) << 47;
 
 // Allocations until the one that fails, counting it; 0 if none is to fail.
 std::atomic<std::uint64_t> countdown{0};
-
-// A large block that is about to be filled: with large pages the system gives it out in hundreds of pieces, not tens of
-// thousands, which is most of what new memory costs. Advice only.
-void AdviseLargePages(void * memory, std::uint64_t bytes) {
-    constexpr std::uintptr_t pageBytes = 2 << 20;
-    auto const start = (reinterpret_cast<std::uintptr_t>(memory) + pageBytes - 1) & ~(pageBytes - 1);
-    auto const end = (reinterpret_cast<std::uintptr_t>(memory) + bytes) & ~(pageBytes - 1);
-    if (end > start)
-        madvise(reinterpret_cast<void *>(start), end - start, MADV_HUGEPAGE);
-}
 }
 
 void Deleter::operator()(unsigned char * bytes) const noexcept { Free(bytes); }
@@ -49,7 +38,6 @@ unsigned char * Allocate(std::uint64_t bytes, Content content) {
     void * const memory = content == Content::Zeroed ? std::calloc(bytes, 1) : std::malloc(bytes);
     if (!memory)
         throw std::bad_alloc();
-    AdviseLargePages(memory, bytes);
     return static_cast<unsigned char *>(memory);
 }
 
