@@ -136,7 +136,8 @@ DynamicBitmap ConvertColours(DynamicBitmap const & bitmap, ColourPlan const & pl
             throw Failure(fmt::format("colours can't be taken from {} to {}; choose another profile or --intent",
                                       GetName(plan.from), GetName(plan.to)));
     }
-    DynamicBitmap converted(bitmap.GetWidth(), bitmap.GetHeight(), plan.format, MipmapModeNone, HardwareCachePolicy());
+    DynamicBitmap converted(bitmap.GetWidth(), bitmap.GetHeight(), plan.format, bitmap.GetMipmapMode(),
+                            HardwareCachePolicy());
     auto const params = progress.GetParams();
     TransferManaged(converted, bitmap, transform, &params);
     Signals::ThrowIfAborted();

@@ -1,6 +1,5 @@
 #include "host/Picture.h"
 
-#include "files/FileTransfer.h"
 #include "files/ImageLimits.h"
 #include "host/Failure.h"
 #include "host/Formats.h"
@@ -123,7 +122,7 @@ Profile SourceFile::ChooseProfile() const {
     return file.IsProfileFallback() ? Profile() : file.GetProfile();
 }
 
-Picture SourceFile::Decode(Raster::MipmapMode mipmaps, Progress & progress) {
+Picture SourceFile::Decode(int level, Progress & progress) {
     session.PrepareForPixels();
     Picture picture;
     picture.name = path;
@@ -132,22 +131,20 @@ Picture SourceFile::Decode(Raster::MipmapMode mipmaps, Progress & progress) {
     picture.profile = ChooseProfile();
     picture.isAssumed = picture.profile && file.IsProfileFallback();
     picture.metadata = FindMetadataOfFile();
-
-    picture.bitmap.Create(file.GetWidth(), file.GetHeight(), file.GetFormat(), mipmaps, Raster::HardwareCachePolicy());
+    picture.bitmap = DrawPixels(level, progress);
     if (!picture.bitmap.GetCore())
         throw Failure("is too large to be held in tiles; cut it into parts");
-    DrawOn(picture.bitmap, progress);
     TellOfDamage();
     file = Raster::DynamicFile(); // its decoded block goes
     data = {};
     return picture;
 }
 
-void SourceFile::DrawOn(DynamicBitmap & bitmap, Progress & progress) const {
+DynamicBitmap SourceFile::DrawPixels(int level, Progress & progress) const {
     constexpr char const * help = "another program may open it and save it anew";
-    auto const params = progress.GetParams();
+    DynamicBitmap bitmap;
     try {
-        Raster::Draw(bitmap, file, &params, nullptr, 0, 0);
+        bitmap = DrawLevel(file, level, progress);
     } catch (std::bad_alloc const &) {
         throw;
     } catch (std::exception const & error) {
@@ -157,6 +154,7 @@ void SourceFile::DrawOn(DynamicBitmap & bitmap, Progress & progress) const {
     Signals::ThrowIfAborted();
     if (file.HasFailed())
         throw Failure(AddHelp(file.GetFailure(), help));
+    return bitmap;
 }
 
 void SourceFile::TellOfDamage() const {

@@ -2,6 +2,7 @@
 
 #include "colour/ICCManager.h"
 #include "files/DynamicFile.h"
+#include "host/Levels.h"
 #include "host/Progress.h"
 #include "host/Session.h"
 #include "storage/CompressedRasterData.h"
@@ -37,16 +38,18 @@ public:
     /// Of the decoded pixels, as a bitmap holds them.
     std::uint64_t GetDecodedBytes() const;
 
+    Size GetSize() const { return {file.GetWidth(), file.GetHeight()}; }
+
     /// Decodes, and drops the file: its pixels are in memory once then. Throws `Failure`, `Interrupted`.
-    /// @param mipmaps  of the bitmap.
-    Picture Decode(Raster::MipmapMode mipmaps, Progress & progress);
+    /// @param level  how often the picture is halved.
+    Picture Decode(int level, Progress & progress);
 
 private:
     void Open();
     Kernel::Counted<Raster::CompressedRasterData const> ReadStandardInput() const;
     Profile ChooseProfile() const;
     std::vector<std::string> FindMetadataOfFile() const;
-    void DrawOn(DynamicBitmap & bitmap, Progress & progress) const;
+    DynamicBitmap DrawPixels(int level, Progress & progress) const;
     void TellOfDamage() const;
 
     Session & session;

@@ -70,7 +70,7 @@ void PictureWriter::Tell(Picture const & picture, ColourPlan const & plan, bool 
                                                 "--auto-orient turns it",
                                                 picture.orientation));
     if (!picture.metadata.empty())
-        messages.Note(picture.name, Join(picture.metadata) + " of the file are not kept");
+        messages.Note(picture.name, "metadata isn't kept: " + Join(picture.metadata));
 }
 
 void PictureWriter::Write(Picture picture, Progress & progress, Say say) {

@@ -61,42 +61,25 @@ std::vector<Band> Cut(Axis const & axis) {
     return bands;
 }
 
-/// The level that a transfer would read: the one that the smaller scale doesn't make coarser than the result.
-int ChooseLevel(double scale) {
-    int level = 0;
-    for (; scale > 2.0; scale *= 0.5)
-        ++level;
-    return level;
-}
 }
 
-DynamicBitmap Resample(DynamicBitmap const & bitmap, int width, int height, Progress & progress) {
-    double const scaleX = double(bitmap.GetWidth()) / width, scaleY = double(bitmap.GetHeight()) / height;
+DynamicBitmap Resample(DynamicBitmap const & bitmap, int level, Size const & from, Size const & to,
+                       Progress & progress) {
+    if (level == 0 && from.width == to.width && from.height == to.height)
+        return bitmap;
     auto const params = progress.GetParams();
-
-    // The level is taken by hand: along edges the matrix stands still, by which no scale could be told.
-    int const level = ChooseLevel(std::min(scaleX, scaleY));
-    DynamicBitmap source = bitmap;
-    double levelScale = 1;
-    if (level > 0) {
-        bitmap.UpdateMipmaps(level, params.abort);
-        Signals::ThrowIfAborted();
-        if (auto const mipmap = source.GetMipmap(level)) {
-            source = *mipmap;
-            levelScale = std::ldexp(1.0, -level);
-        }
-    }
-
-    DynamicBitmap result(width, height, bitmap.GetFormat(), Raster::MipmapModeNone, Raster::HardwareCachePolicy());
-    Axis const axisX(source.GetWidth(), width, scaleX * levelScale);
-    Axis const axisY(source.GetHeight(), height, scaleY * levelScale);
+    double const levelScale = std::ldexp(1.0, -level);
+    DynamicBitmap result(to.width, to.height, bitmap.GetFormat(), Raster::MipmapModeNone,
+                         Raster::HardwareCachePolicy());
+    Axis const axisX(bitmap.GetWidth(), to.width, double(from.width) / to.width * levelScale);
+    Axis const axisY(bitmap.GetHeight(), to.height, double(from.height) / to.height * levelScale);
     for (auto const & row : Cut(axisY)) {
         for (auto const & column : Cut(axisX)) {
             Kernel::RectT<int> const clip{column.begin, row.begin, column.end, row.end};
             std::array<double, 6> const matrix{column.step, 0, column.start, 0, row.step, row.start};
             auto part = params;
             part.clip = &clip;
-            Raster::Transfer(result, source, &part, nullptr, matrix.data());
+            Raster::Transfer(result, bitmap, &part, nullptr, matrix.data());
             Signals::ThrowIfAborted();
         }
     }

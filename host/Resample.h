@@ -1,11 +1,13 @@
 #pragma once
 
+#include "host/Levels.h"
 #include "host/Progress.h"
 #include "storage/DynamicBitmap.h"
 
 namespace Host {
-/// The picture in another size. Shrinking by more than two reads a level of the bitmap, which it has if its mipmap mode
-/// is on demand; the rest is bilinear. What lies beyond an edge is the edge's own colour, so that edges don't fade.
-/// @param width, height  at least 1. Throws `Interrupted`.
-Raster::DynamicBitmap Resample(Raster::DynamicBitmap const & bitmap, int width, int height, Progress & progress);
+/// The picture in another size, bilinear. What lies beyond an edge is the edge's own colour, so that edges don't fade.
+/// @param bitmap  the picture, halved `level` times. @param from  its size before that. @param to  at least 1 by 1.
+/// Throws `Interrupted`.
+Raster::DynamicBitmap Resample(Raster::DynamicBitmap const & bitmap, int level, Size const & from, Size const & to,
+                               Progress & progress);
 }

@@ -69,6 +69,8 @@ void Session::PrepareForPixels() {
     Raster::Tile::InitStaticTiles();
     Raster::Block::InitStaticBlock();
     Raster::Block::InitBackstore((settings.backstore.empty() ? GetDefaultBackstore() : settings.backstore).c_str());
+    if (auto const path = Raster::Block::GetBackstorePath(); !path.IsEmpty())
+        backstoreFile.emplace(path.GetCharacters());
 }
 
 void Session::Report(std::string const & file) {

@@ -2,6 +2,10 @@
 
 #include "host/Messages.h"
 #include "host/Settings.h"
+#include "host/Signals.h"
+
+#include <optional>
+#include <string>
 
 namespace Host {
 /// One run of the program: what every command shares. Made before anything of the library is used.
@@ -40,5 +44,6 @@ private:
     GlobalSettings const settings;
     Messages messages;
     bool isPrepared = false;
+    std::optional<UnfinishedFile> backstoreFile; // goes by itself, unless the process is ended at once
 };
 }

@@ -15,7 +15,7 @@
 namespace Host {
 namespace {
 // A tenth of a second is what users take for at once; the rest of it is for the end of the process.
-constexpr suseconds_t patienceMicroseconds = 70000;
+constexpr suseconds_t patienceMicroseconds = 50000;
 
 struct Slot {
     std::atomic<bool> isTaken{false};  ///< by an object

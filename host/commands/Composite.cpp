@@ -31,9 +31,9 @@ AffineTransform::Params GetMatrix(CompositeSettings const & settings, int overWi
 }
 
 Picture ReadUpright(Session & session, std::string const & path, CompositeSettings const & settings,
-                    Raster::MipmapMode mipmaps, Progress & progress) {
+                    Progress & progress) {
     return Blaming(path, [&] {
-        auto picture = SourceFile(session, path, settings.reading).Decode(mipmaps, progress);
+        auto picture = SourceFile(session, path, settings.reading).Decode(/*level=*/0, progress);
         if (settings.autoOrient) {
             picture.bitmap = MakeUpright(picture.bitmap, picture.orientation, progress);
             picture.orientation = 1;
@@ -57,9 +57,9 @@ bool RunComposite(Session & session, CompositeSettings const & settings) {
         PictureWriter writer(session, settings.out, settings.writing, {});
         Progress progress(session.GetMessages(), settings.base);
         progress.BeginStep(0.15);
-        auto over = ReadUpright(session, settings.over, settings, Raster::MipmapModeOnDemand, progress);
+        auto over = ReadUpright(session, settings.over, settings, progress);
         progress.BeginStep(0.15);
-        auto base = ReadUpright(session, settings.base, settings, Raster::MipmapModeNone, progress);
+        auto base = ReadUpright(session, settings.base, settings, progress);
         writer.CheckSize(base.bitmap.GetWidth(), base.bitmap.GetHeight());
         over.bitmap = MatchColours(session, over, base, progress);
 

@@ -14,7 +14,7 @@ bool RunConvert(Session & session, ConvertSettings const & settings) {
 
         Progress progress(session.GetMessages(), settings.in);
         progress.BeginStep(0.3);
-        auto picture = source.Decode(Raster::MipmapModeNone, progress);
+        auto picture = source.Decode(/*level=*/0, progress);
         progress.BeginStep(0.1);
         if (settings.autoOrient) {
             picture.bitmap = MakeUpright(picture.bitmap, picture.orientation, progress);

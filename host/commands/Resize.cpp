@@ -14,10 +14,6 @@
 
 namespace Host {
 namespace {
-struct Size {
-    int width, height;
-};
-
 /// To whole pixels, at least one.
 int RoundLength(double length) {
     double const largest = static_cast<double>(Raster::GetImageLimits().largestSide);
@@ -45,20 +41,19 @@ bool RunResize(Session & session, ResizeSettings const & settings) {
     return session.Try(settings.in, [&] {
         PictureWriter writer(session, settings.out, settings.writing, {});
         SourceFile source(session, settings.in, settings.reading);
-        Size stored{source.GetFile().GetWidth(), source.GetFile().GetHeight()};
+        Size const stored = source.GetSize();
         bool const isSideways = settings.autoOrient && IsSideways(source.GetFile().GetOrientation());
-        if (isSideways)
-            std::swap(stored.width, stored.height);
-        auto size = ChooseSize(stored, settings);
+        auto size = ChooseSize(isSideways ? Size{stored.height, stored.width} : stored, settings);
         writer.CheckSize(size.width, size.height);
         if (isSideways)
             std::swap(size.width, size.height);
 
         Progress progress(session.GetMessages(), settings.in);
         progress.BeginStep(0.3);
-        auto picture = source.Decode(Raster::MipmapModeOnDemand, progress);
+        int const level = ChooseLevel(stored, size);
+        auto picture = source.Decode(level, progress);
         progress.BeginStep(0.1);
-        picture.bitmap = Resample(picture.bitmap, size.width, size.height, progress);
+        picture.bitmap = Resample(picture.bitmap, level, stored, size, progress);
         if (settings.autoOrient) {
             picture.bitmap = MakeUpright(picture.bitmap, picture.orientation, progress);
             picture.orientation = 1;

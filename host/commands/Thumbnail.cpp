@@ -107,9 +107,13 @@ private:
         Admission::Ticket const ticket(admission, source.GetDecodedBytes());
         Progress ownProgress(session.GetMessages(), settings.in.size() == 1 ? path : std::string());
         ownProgress.BeginStep(0.5);
-        auto picture = source.Decode(Raster::MipmapModeOnDemand, ownProgress);
+        Size const stored = source.GetSize(), size = ChooseSize(stored);
+        int const level = ChooseLevel(stored, size);
+        auto picture = source.Decode(level, ownProgress);
         ownProgress.BeginStep(0.1);
-        Shrink(picture, ownProgress);
+        picture.bitmap = Resample(picture.bitmap, level, stored, size, ownProgress);
+        picture.bitmap = MakeUpright(picture.bitmap, picture.orientation, ownProgress);
+        picture.orientation = 1;
         picture.metadata.clear(); // nobody looks for it in a thumbnail
 
         bool const isOpaque = IsOpaque(picture.bitmap);
@@ -122,15 +126,11 @@ private:
         writer.Write(std::move(picture), ownProgress, PictureWriter::Say::Nothing);
     }
 
-    void Shrink(Picture & picture, Progress & ownProgress) const {
-        int const width = picture.bitmap.GetWidth(), height = picture.bitmap.GetHeight();
-        double const scale = std::min(1.0, double(settings.size) / std::max(width, height));
-        if (scale < 1) {
-            auto const shrink = [&](int length) { return std::max(1, static_cast<int>(length * scale + 0.5)); };
-            picture.bitmap = Resample(picture.bitmap, shrink(width), shrink(height), ownProgress);
-        }
-        picture.bitmap = MakeUpright(picture.bitmap, picture.orientation, ownProgress);
-        picture.orientation = 1;
+    /// Never larger than the picture.
+    Size ChooseSize(Size const & from) const {
+        double const scale = std::min(1.0, double(settings.size) / std::max(from.width, from.height));
+        auto const shrink = [&](int length) { return std::max(1, static_cast<int>(length * scale + 0.5)); };
+        return {shrink(from.width), shrink(from.height)};
     }
 
     /// Thumbnails are for screens: grey or RGB in 8 bits.

@@ -451,6 +451,8 @@ void Block::DestroyStaticBlock() { GetStaticBlock(false, true); }
 void Block::InitBackstore(Kernel::StringT<Kernel::TEncUtf8> const & directory) {
     BackstoreFile::Instance().Open(std::string(directory.GetView()));
 }
+
+Kernel::StringT<Kernel::TEncUtf8> Block::GetBackstorePath() { return BackstoreFile::Instance().GetPath().c_str(); }
 }
 
 template class RASTER_TEMPLATE_INSTANCE Kernel::COW<Raster::Block>;

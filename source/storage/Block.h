@@ -118,6 +118,9 @@ public:
     /// Names the directory for what doesn't fit into memory. Must run before the first eviction: until then
     /// every eviction is a failed write.
     static void InitBackstore(Kernel::StringT<Kernel::TEncUtf8> const & directory);
+    /// The file that is used there, for a program that has to end without the usual way out and take it along; empty if
+    /// there is none.
+    static Kernel::StringT<Kernel::TEncUtf8> GetBackstorePath();
 
 private:
     friend class BackstoreFile;

@@ -52,6 +52,18 @@ TEST(ICCManager, MakesItsDefaultsOnFirstUse) {
     EXPECT_EQ(sRGB, manager.GetDefaultProfile(ColourSpaceRGB)) << "the defaults are made once";
 }
 
+TEST(ICCManager, ProfilesThatAreBuiltHereBearNoTime) {
+    auto & manager = Manager();
+    auto const linear = manager.GetDefaultProfile(ColourSpaceRGBUF);
+    for (auto const & profile :
+         {manager.GetDefaultProfile(ColourSpaceRGB), linear, manager.GetDefaultProfile(ColourSpaceGrey),
+          manager.GetDefaultProfile(ColourSpaceLAB), manager.GetGammaCorrectedRGBProfile(linear, 1.7)}) {
+        auto const bytes = profile->GetRawData();
+        std::vector<std::uint8_t> const time(bytes.begin() + 24, bytes.begin() + 36);
+        EXPECT_EQ((std::vector<std::uint8_t>{7, 208, 0, 1, 0, 1, 0, 0, 0, 0, 0, 0}), time) << NameOf(profile);
+    }
+}
+
 TEST(ICCManager, DefaultsByFormatAreThoseOfTheirSpace) {
     auto & manager = Manager();
     EXPECT_EQ(manager.GetDefaultProfile(ColourSpaceRGB), manager.GetDefaultProfileForFormat(RGBA8));

@@ -201,7 +201,7 @@ Same out/named.png out/a.png
 for orientation in 1 2 3 4 5 6 7 8; do
     Orient $orientation $photo "in/o$orientation.jpg"
     Run 0 convert "in/o$orientation.jpg" "out/o$orientation.png" --auto-orient
-    Says "EXIF of the file"
+    Says "metadata isn't kept: EXIF"
     SaysNot "warning"
 done
 IsPicture out/o3.png PNG 600 400 RGBA8

@@ -19,9 +19,14 @@ protected:
     Progress progress{messages, {}};
 };
 
-struct Size {
-    int width, height;
-};
+/// By way of the bitmap's own levels.
+DynamicBitmap Resize(DynamicBitmap const & bitmap, int width, int height, Progress & progress) {
+    Size const from{bitmap.GetWidth(), bitmap.GetHeight()}, to{width, height};
+    int const level = ChooseLevel(from, to);
+    if (level > 0)
+        bitmap.UpdateMipmaps(level, nullptr);
+    return Resample(level > 0 ? DynamicBitmap(*bitmap.GetMipmap(level)) : bitmap, level, from, to, progress);
+}
 
 Kernel::Counted<RGBA8Bitmap> MakeBitmap(Size const & size, std::vector<Pixel> const & pixels) {
     Kernel::Counted<RGBA8Bitmap> bitmap(
@@ -54,7 +59,7 @@ TEST_F(ResampleTest, KeepsOneColourToTheEdgesAtAnySize) {
         auto const bitmap =
             MakeBitmap(from, std::vector<Pixel>(std::size_t(from.width) * std::size_t(from.height), colour));
         for (auto const & to : sizes) {
-            auto const result = Resample(DynamicBitmap(bitmap), to.width, to.height, progress);
+            auto const result = Resize(DynamicBitmap(bitmap), to.width, to.height, progress);
             ASSERT_EQ(to.width, result.GetWidth());
             ASSERT_EQ(to.height, result.GetHeight());
             for (auto const & pixel : ReadAll(*result.GetTyped<RGBA8Tuple>()))
@@ -67,7 +72,7 @@ TEST_F(ResampleTest, KeepsOneColourToTheEdgesAtAnySize) {
 TEST_F(ResampleTest, KeepsAPictureOfTheSameSize) {
     Size const size{300, 270};
     auto const pixels = MakeOpaquePixels(size);
-    auto const result = Resample(DynamicBitmap(MakeBitmap(size, pixels)), size.width, size.height, progress);
+    auto const result = Resize(DynamicBitmap(MakeBitmap(size, pixels)), size.width, size.height, progress);
     EXPECT_EQ(pixels, ReadAll(*result.GetTyped<RGBA8Tuple>()));
 }
 
@@ -93,7 +98,7 @@ TEST_F(ResampleTest, EqualsTheSlowWayUpToHalfTheSize) {
     auto const bitmap = MakeBitmap(from, pixels);
     for (Size const & to : {Size{75, 45}, Size{149, 89}, Size{151, 91}, Size{100, 77}, Size{600, 400}, Size{333, 45}}) {
         auto const result =
-            ReadAll(*Resample(DynamicBitmap(bitmap), to.width, to.height, progress).GetTyped<RGBA8Tuple>());
+            ReadAll(*Resize(DynamicBitmap(bitmap), to.width, to.height, progress).GetTyped<RGBA8Tuple>());
         for (int y = 0; y < to.height; ++y)
             for (int x = 0; x < to.width; ++x)
                 for (int channel = 0; channel < 4; ++channel) {
@@ -112,7 +117,7 @@ TEST_F(ResampleTest, ShrinksByTheMeanOfAllPixels) {
     for (int y = 0; y < from.height; ++y)
         for (int x = 0; x < from.width; ++x) // single white points that a coarse sampler would miss or overrate
             pixels.push_back((x % 8 == 5 && y % 4 == 2) ? Pixel{255, 255, 255, 255} : Pixel{0, 0, 0, 255});
-    auto const result = Resample(DynamicBitmap(MakeBitmap(from, pixels)), 32, 32, progress);
+    auto const result = Resize(DynamicBitmap(MakeBitmap(from, pixels)), 32, 32, progress);
     for (auto const & pixel : ReadAll(*result.GetTyped<RGBA8Tuple>())) {
         ASSERT_NEAR(255 / 32.0, pixel[0], 3); // each of the levels rounds down
         ASSERT_EQ(255, pixel[3]);
@@ -124,7 +129,7 @@ TEST_F(ResampleTest, KeepsTransparencyTransparent) {
     auto pixels = MakeOpaquePixels(from);
     for (std::size_t i = 0; i < pixels.size() / 2; ++i)
         pixels[i] = {};
-    auto const result = Resample(DynamicBitmap(MakeBitmap(from, pixels)), 50, 50, progress);
+    auto const result = Resize(DynamicBitmap(MakeBitmap(from, pixels)), 50, 50, progress);
     auto const shrunk = ReadAll(*result.GetTyped<RGBA8Tuple>());
     for (std::size_t i = 0; i < shrunk.size(); ++i)
         ASSERT_EQ(i < shrunk.size() / 2 ? 0 : 255, shrunk[i][3]) << i;
