@@ -2,7 +2,8 @@
 
 _raster() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command= word
-    local commands="info convert resize thumbnail composite profile"
+    local commands="info convert resize thumbnail composite document profile"
+    local actions="create info extract fill stamp flatten compact verify salvage"
     local global="--memory --decode-limit --backstore --threads --verbose --quiet --stats --version --help"
     local reading="--strict --assume-profile"
     local writing="--type --quality --progressive --dpi --strip-alpha --background --no-clobber --force"
@@ -23,7 +24,7 @@ _raster() {
         --out | --backstore) mapfile -t COMPREPLY < <(compgen -d -- "$current"); return ;;
         --profile | --assume-profile) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
         --memory | --decode-limit | --threads | --quality | --dpi | --width | --height | --size | --at | --rotate | \
-            --scale | --opacity)
+            --scale | --opacity | --layer | --rect | --colour)
             return ;;
     esac
 
@@ -34,11 +35,15 @@ _raster() {
             convert) options+=" $reading $writing --format --profile --intent --bpc --auto-orient" ;;
             resize) options+=" $reading $writing --width --height --scale --stretch --auto-orient" ;;
             thumbnail) options+=" $reading --size --out --quality --no-clobber" ;;
+            document)
+                options+=" $reading $writing --json --original --layer --rect --colour --at --opacity --keep-damaged" ;;
             composite) options+=" $reading $writing --at --rotate --scale --opacity --auto-orient" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
     elif [[ -z $command ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$current")
+    elif [[ $command == document && $previous == document ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$actions" -- "$current")
     elif [[ $command == profile && $previous == profile ]]; then
         mapfile -t COMPREPLY < <(compgen -W "list show" -- "$current")
     else

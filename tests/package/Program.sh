@@ -26,6 +26,13 @@ for command in $commands; do
         grep -qF -- "$option" "$1/share/bash-completion/completions/raster" || { echo "$option isn't completed"; missing=1; }
     done
 done
+for action in $("$raster" document --help | sed -n '/^SUBCOMMANDS:/I,$s/^  \([a-z]\{1,\}\) .*/\1/p'); do
+    for option in $("$raster" document "$action" --help | grep -oE -- '--[a-z-]+' | sort -u); do
+        grep -qF -- "$(sed 's/-/\\-/g' <<<"$option")" "$1/share/man/man1/raster.1" || { echo "document $action $option isn't in the page"; missing=1; }
+        grep -qF -- "$option" "$1/share/bash-completion/completions/raster" || { echo "document $action $option isn't completed"; missing=1; }
+    done
+    grep -qw -- "$action" "$1/share/man/man1/raster.1" || { echo "document $action isn't in the page"; missing=1; }
+done
 source "$1/share/bash-completion/completions/raster"
 for command in $commands; do
     COMP_WORDS=(raster $command --) COMP_CWORD=2 COMPREPLY=()
