@@ -31,7 +31,7 @@ for action in $("$raster" document --help | sed -n '/^SUBCOMMANDS:/I,$s/^  \([a-
         grep -qF -- "$(sed 's/-/\\-/g' <<<"$option")" "$1/share/man/man1/raster.1" || { echo "document $action $option isn't in the page"; missing=1; }
         grep -qF -- "$option" "$1/share/bash-completion/completions/raster" || { echo "document $action $option isn't completed"; missing=1; }
     done
-    grep -qw -- "$action" "$1/share/man/man1/raster.1" || { echo "document $action isn't in the page"; missing=1; }
+    grep -qF -- "$action" "$1/share/man/man1/raster.1" || { echo "document $action isn't in the page"; missing=1; }
 done
 source "$1/share/bash-completion/completions/raster"
 for command in $commands; do
