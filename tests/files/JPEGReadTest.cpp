@@ -469,7 +469,7 @@ TEST(JPEGRead, DecodesWhatThereIsOfAFileThatEndsEarly) {
         auto bytes = MakeLarge(isProgressive);
         auto const whole = AddAlpha(AskLibjpeg(bytes));
         bytes.resize(bytes.size() * 2 / 3);
-        TraceCapture traces;
+        TraceCapture traces(TraceCapture::Under::TheLockOfAModel);
         DynamicJPEG file;
         file.CreateFromStream(StreamOf(bytes));
         EXPECT_FALSE(file.EndedEarly()) << "not known yet";
@@ -552,7 +552,7 @@ TEST(JPEGRead, FailsCleanlyOnWhatTheCodecCannotRead) {
     deep[std::size_t(frame) + 4] = 12;       // bits of a sample
     lossless[std::size_t(frame) + 1] = 0xC3; // SOF3
     for (auto const & bytes : {deep, lossless, JPEGBytes{}, JPEGBytes{0xFF, 0xD8, 0xFF}, JPEGBytes(10000, 0xFF)}) {
-        TraceCapture traces;
+        TraceCapture traces(TraceCapture::Under::TheLockOfAModel);
         EXPECT_EQ(NoFormat, GetJPEGFormat(StreamOf(bytes)));
         EXPECT_THAT(traces.Take(), testing::Contains(HasSubstr("JPEG: ")));
         EXPECT_THROW(Open<RGBA8JPEG>(bytes), JPEGError);

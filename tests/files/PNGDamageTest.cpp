@@ -363,7 +363,7 @@ TEST(PNGDamage, TheBlockIsAccountedWhileTheModelLives) {
 }
 
 TEST(PNGDamage, TheCodecIsSilentAndItsWarningsAreTraced) {
-    TraceCapture trace;
+    TraceCapture trace(TraceCapture::Under::TheLockOfAModel);
     PNGRecipe recipe;
     recipe.pixelsPerUnitX = recipe.pixelsPerUnitY = 3000;
     auto bytes = MakePNG(recipe);
