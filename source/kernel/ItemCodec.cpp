@@ -1,6 +1,6 @@
 #include "kernel/ItemCodec.h"
 
-#include "kernel/PropertyStream.h"
+#include "kernel/kernels/PredictSamples.h"
 
 #include <zstd.h>
 
@@ -10,38 +10,7 @@
 
 namespace Kernel::ItemCodec {
 namespace {
-constexpr std::size_t blockBytes = 65536, rowBytes = 256;
-
-template<class Sample>
-void PredictSamples(std::uint8_t const * raw, std::uint8_t * predicted) {
-    constexpr std::size_t planeBytes = blockBytes / sizeof(Sample), perRow = rowBytes / sizeof(Sample);
-    for (std::size_t row = 0; row < blockBytes / rowBytes; ++row) {
-        Sample before = 0;
-        for (std::size_t i = 0; i < perRow; ++i) {
-            auto const sample = PropertyStream::ReadAt<Sample>(raw + row * rowBytes + i * sizeof(Sample));
-            auto const difference = static_cast<Sample>(sample - before);
-            before = sample;
-            for (std::size_t plane = 0; plane < sizeof(Sample); ++plane)
-                predicted[plane * planeBytes + row * perRow + i] = static_cast<std::uint8_t>(difference >> 8 * plane);
-        }
-    }
-}
-
-template<class Sample>
-void RestoreSamples(std::uint8_t const * predicted, std::uint8_t * raw) {
-    constexpr std::size_t planeBytes = blockBytes / sizeof(Sample), perRow = rowBytes / sizeof(Sample);
-    for (std::size_t row = 0; row < blockBytes / rowBytes; ++row) {
-        Sample sample = 0;
-        for (std::size_t i = 0; i < perRow; ++i) {
-            Sample difference = 0;
-            for (std::size_t plane = 0; plane < sizeof(Sample); ++plane)
-                difference = static_cast<Sample>(difference | Sample(predicted[plane * planeBytes + row * perRow + i])
-                                                                  << 8 * plane);
-            sample = static_cast<Sample>(sample + difference);
-            PropertyStream::WriteAt(raw + row * rowBytes + i * sizeof(Sample), sample);
-        }
-    }
-}
+constexpr std::size_t blockBytes = 65536;
 
 // A context for each thread: making one costs more than compressing a tile.
 ZSTD_CCtx * GetCompressor() {
@@ -77,32 +46,6 @@ std::vector<std::uint8_t> Compress(ArchiveLayout::Bytes raw, int level) {
 }
 }
 
-void Predict(std::uint8_t const * raw, std::uint8_t * predicted, int sampleBytes) {
-    switch (sampleBytes) {
-    case 1:
-        return PredictSamples<std::uint8_t>(raw, predicted);
-    case 2:
-        return PredictSamples<std::uint16_t>(raw, predicted);
-    case 4:
-        return PredictSamples<std::uint32_t>(raw, predicted);
-    case 8:
-        return PredictSamples<std::uint64_t>(raw, predicted);
-    }
-}
-
-void Restore(std::uint8_t const * predicted, std::uint8_t * raw, int sampleBytes) {
-    switch (sampleBytes) {
-    case 1:
-        return RestoreSamples<std::uint8_t>(predicted, raw);
-    case 2:
-        return RestoreSamples<std::uint16_t>(predicted, raw);
-    case 4:
-        return RestoreSamples<std::uint32_t>(predicted, raw);
-    case 8:
-        return RestoreSamples<std::uint64_t>(predicted, raw);
-    }
-}
-
 Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint) {
     Encoded best;
     std::size_t bestSize = raw.size();
@@ -118,7 +61,7 @@ Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint) 
         raw.size() == blockBytes) {
         auto const sampleBytes = static_cast<std::uint8_t>(hint->GetPredictor());
         std::vector<std::uint8_t> predicted(blockBytes);
-        Predict(raw.data(), predicted.data(), sampleBytes);
+        PredictSamples(raw.data(), predicted.data(), sampleBytes);
         consider(Compress(predicted, hint->GetLevel()), sampleBytes);
     }
     consider(Compress(raw, hint->GetLevel()), 0);
@@ -170,7 +113,7 @@ std::optional<std::vector<std::uint8_t>> Decode(ArchiveLayout::Codec codec, std:
     if (!predicted)
         return {};
     std::vector<std::uint8_t> raw(blockBytes);
-    Restore(predicted->data(), raw.data(), sampleBytes);
+    RestoreSamples(predicted->data(), raw.data(), sampleBytes);
     return raw;
 }
 }

@@ -23,10 +23,4 @@ Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint);
 /// @return nothing if the stored bytes don't give exactly that many.
 std::optional<std::vector<std::uint8_t>> Decode(ArchiveLayout::Codec codec, std::uint8_t sampleBytes,
                                                 ArchiveLayout::Bytes stored, std::uint64_t rawSize);
-
-/// Replaces each sample by its difference from the one before in its row of 256 bytes, then gathers the first bytes of
-/// all differences, the second ones, and so on. Both are blocks of 65536 bytes; `sampleBytes` is 1, 2, 4 or 8.
-void Predict(std::uint8_t const * raw, std::uint8_t * predicted, int sampleBytes);
-/// The opposite.
-void Restore(std::uint8_t const * predicted, std::uint8_t * raw, int sampleBytes);
 }
