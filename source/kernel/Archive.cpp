@@ -86,26 +86,20 @@ ArchiveInfo Archive::GetInfo() const {
         return info;
     info.fileBytes = current->GetEnd();
     info.commitNumber = current->GetFooter().commitNumber;
-    // Entries stand in the order of the file: whatever lies between them belongs to nobody.
-    auto end = ArchiveLayout::headerBytes;
-    for (auto const & entry : current->GetEntries()) {
+    info.deadBytes = current->GetDeadBytes();
+    for (auto const & entry : current->GetEntries())
         info.items.push_back({entry.id, entry.type, entry.name, entry.rawSize, entry.storedSize, entry.offset});
-        info.deadBytes += entry.offset - std::min(end, entry.offset);
-        end = ArchiveLayout::AlignUp(entry.GetEnd(), ArchiveLayout::itemAlignment);
-    }
-    auto const indexOffset = current->GetFooter().indexOffset;
-    info.deadBytes += indexOffset - std::min(ArchiveLayout::AlignUp(end, ArchiveLayout::footerBytes), indexOffset);
     return info;
 }
 
 bool Archive::HasStream(std::string const & name) const {
     auto const current = GetSnapshot();
-    return current && current->FindNamed(name, ArchiveTags::stream);
+    return current && current->FindStream(name);
 }
 
 Counted<InStreamSeekable> Archive::OpenStream(std::string const & name) const {
     auto const current = GetSnapshot();
-    auto const * const entry = current ? current->FindNamed(name, ArchiveTags::stream) : nullptr;
+    auto const * const entry = current ? current->FindStream(name) : nullptr;
     if (!entry)
         return {};
     auto const raw = current->GetReader().ReadRaw(*entry);
@@ -144,7 +138,7 @@ void Archive::RememberHolder(ItemID id, DelayLoadHolder & holder) {
     holders->byID.emplace(id, &holder);
 }
 
-void Archive::RefreshHolders() {
+void Archive::MoveHolders() {
     std::vector<std::pair<ItemID, Counted<DelayLoadHolder>>> held;
     {
         ScopedLock const guard(holders->lock);

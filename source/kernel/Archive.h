@@ -109,8 +109,8 @@ private:
     Counted<SharedSerialisable> ReadSharedObject(ArchiveSnapshot const & current, ArchiveLayout::Entry const & entry,
                                                  int depth);
     void SetSnapshot(Counted<ArchiveSnapshot const> committed);
-    /// Has all holders of the table load from the present snapshot, if their items are in it.
-    void RefreshHolders();
+    /// Has all holders of the table load from the present snapshot's file, if their items are in it.
+    void MoveHolders();
     void ForgetHolder(ItemID id, DelayLoadHolder const & holder) const noexcept;
     void RememberHolder(ItemID id, DelayLoadHolder & holder);
 

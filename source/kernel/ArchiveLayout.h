@@ -90,6 +90,8 @@ struct Entry {
     std::string name;
 
     std::uint64_t GetEnd() const { return offset + headerSize + storedSize; }
+    /// Whether the item refers to others.
+    bool HasReferences() const { return headerSize > itemHeaderBytes + name.size(); }
 };
 
 inline constexpr std::uint64_t indexHeaderBytes = 32;

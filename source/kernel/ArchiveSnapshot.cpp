@@ -1,6 +1,7 @@
 #include "kernel/ArchiveSnapshot.h"
 
 #include "kernel/ArchiveError.h"
+#include "kernel/ArchiveTags.h"
 #include "kernel/ItemCodec.h"
 #include "kernel/Trace.h"
 
@@ -36,9 +37,12 @@ ArchiveSnapshot::ArchiveSnapshot(std::string snapshotPath, Counted<ArchiveFile c
                                  std::uint32_t itsNewestFooter)
     : path(std::move(snapshotPath)), file(std::move(openFile)), header(itsHeader), footer(itsFooter),
       newestFooter(std::max(itsNewestFooter, itsFooter.commitNumber)), entries(std::move(itsEntries)) {
-    byID.reserve(entries.size());
-    for (std::size_t i = 0; i < entries.size(); ++i)
-        byID.emplace(entries[i].id, i);
+    byID.Reserve(entries.size());
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        byID.Add(entries[i].id.commit, entries[i].id.number, i);
+        if (entries[i].type == ArchiveTags::stream)
+            streamsByName.Add(Hash64(entries[i].name.data(), entries[i].name.size()), 0, i);
+    }
 }
 
 std::optional<Footer> ArchiveSnapshot::FindFooter(ArchiveFile const & file, FileID const & id, std::uint64_t end) {
@@ -87,14 +91,24 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
 }
 
 Entry const * ArchiveSnapshot::Find(ItemID id) const {
-    auto const found = byID.find(id);
-    return found == byID.end() ? nullptr : &entries[found->second];
+    auto const found = byID.Find(id.commit, id.number, [&](std::size_t i) { return entries[i].id == id; });
+    return found ? &entries[*found] : nullptr;
 }
 
-Entry const * ArchiveSnapshot::FindNamed(std::string const & name, IDTag type) const {
-    auto const found = std::find_if(entries.begin(), entries.end(),
-                                    [&](Entry const & entry) { return entry.type == type && entry.name == name; });
-    return found == entries.end() ? nullptr : &*found;
+Entry const * ArchiveSnapshot::FindStream(std::string const & name) const {
+    auto const found =
+        streamsByName.Find(Hash64(name.data(), name.size()), 0, [&](std::size_t i) { return entries[i].name == name; });
+    return found ? &entries[*found] : nullptr;
+}
+
+// Entries stand in the order of the file: whatever lies between them belongs to nobody.
+std::uint64_t ArchiveSnapshot::GetDeadBytes() const {
+    std::uint64_t bytes = 0, end = headerBytes;
+    for (auto const & entry : entries) {
+        bytes += entry.offset - std::min(end, entry.offset);
+        end = AlignUp(entry.GetEnd(), itemAlignment);
+    }
+    return bytes + footer.indexOffset - std::min(AlignUp(end, footerBytes), footer.indexOffset);
 }
 
 void ArchiveItemReader::FailDamaged(Entry const & entry, char const * what) const {

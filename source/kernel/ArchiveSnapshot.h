@@ -5,9 +5,9 @@
 #include "kernel/ArchiveLayout.h"
 #include "kernel/Countable.h"
 #include "kernel/Counted.h"
+#include "kernel/PositionTable.h"
 
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace Kernel {
@@ -70,9 +70,12 @@ public:
     /// Where the next save begins.
     std::uint64_t GetEnd() const { return footer.offset + ArchiveLayout::footerBytes; }
 
+    /// Of what belongs to no item any more, and of older lists of contents.
+    std::uint64_t GetDeadBytes() const;
+
     // Null if there is none.
     Entry const * Find(ItemID id) const;
-    Entry const * FindNamed(std::string const & name, IDTag type) const;
+    Entry const * FindStream(std::string const & name) const;
 
     /// Valid while the snapshot lives.
     ArchiveItemReader GetReader() const { return {*file, path}; }
@@ -84,6 +87,6 @@ private:
     ArchiveLayout::Footer const footer;
     std::uint32_t const newestFooter;
     std::vector<Entry> const entries;
-    std::unordered_map<ItemID, std::size_t> byID; // positions in `entries`
+    PositionTable byID, streamsByName; // positions in `entries`
 };
 }
