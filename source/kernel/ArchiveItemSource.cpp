@@ -1,7 +1,6 @@
 #include "kernel/ArchiveItemSource.h"
 
 #include "kernel/FileStoreItem.h"
-#include "kernel/MemoryInStream.h"
 
 #include <exception>
 #include <utility>
@@ -22,10 +21,12 @@ Counted<FileStoreItem> ArchiveItemSource::LoadItem(FileStoreItemType const & typ
         return {};
     }
     try {
-        auto const raw = ArchiveItemReader(*file, GetPath()).ReadRaw(*entry);
-        auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
         auto item = type.CreateObject();
-        if (item && item->Load(*stream, *archive)) {
+        bool isLoaded = false;
+        ArchiveItemReader(*file, GetPath()).UseRaw(*entry, [&](InStreamSeekable & stream) {
+            isLoaded = item && item->Load(stream, *archive);
+        });
+        if (isLoaded) {
             item->GetState().MarkAsStored(item->GetState().GetDirtyGeneration());
             return item;
         }

@@ -3,9 +3,12 @@
 #include "kernel/ArchiveError.h"
 #include "kernel/ArchiveTags.h"
 #include "kernel/ItemCodec.h"
+#include "kernel/MemoryInStream.h"
+#include "kernel/PredictedInStream.h"
 #include "kernel/Trace.h"
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 namespace Kernel {
@@ -17,6 +20,8 @@ std::vector<std::uint8_t> ReadUpTo(ArchiveFile const & file, std::uint64_t offse
     bytes.resize(file.Read(offset, bytes.data(), size));
     return bytes;
 }
+
+constexpr char const * cantDecompress = "its bytes can't be decompressed, or give another size";
 
 std::string GetTagText(IDTag tag) { return tag.GetText().data(); }
 
@@ -138,21 +143,73 @@ std::vector<std::uint8_t> ArchiveItemReader::ReadUnchecked(Entry const & entry) 
 
 ArchiveItemReader::Stored ArchiveItemReader::ReadStored(Entry const & entry) const {
     auto bytes = ReadUnchecked(entry);
+    auto checked = CheckStored(entry, bytes);
+    Stored stored{std::move(checked), std::move(bytes), {}};
+    stored.payload = Bytes(stored.bytes).subspan(entry.headerSize);
+    return stored;
+}
+
+// Header and payload as they were read, fewer if the file has no more.
+ItemHeader ArchiveItemReader::CheckStored(Entry const & entry, Bytes bytes) const {
     auto decoded = DecodeHeader(entry, bytes);
     if (bytes.size() != entry.headerSize + entry.storedSize)
         FailDamaged(entry, "the file is too short");
-    Stored stored{std::move(decoded), std::move(bytes), {}};
-    stored.payload = Bytes(stored.bytes).subspan(entry.headerSize);
-    if (Hash64(stored.payload.data(), stored.payload.size()) != stored.header.storedHash)
+    auto const payload = bytes.subspan(entry.headerSize);
+    if (Hash64(payload.data(), payload.size()) != decoded.storedHash)
         FailDamaged(entry, "its bytes do not fit their checksum");
-    return stored;
+    return decoded;
+}
+
+namespace {
+// Of a tile on its way: as it is stored, and decompressed. Each thread keeps one for the next tile, since taking and
+// clearing so much would cost as much as the checksum. An item that loads another while it is loaded takes a new one.
+struct TileBuffers {
+    static constexpr std::size_t storedBytes = ItemCodec::blockBytes + 4096;
+    std::uint8_t stored[storedBytes], decompressed[ItemCodec::blockBytes];
+};
+
+class TakenBuffers {
+public:
+    TakenBuffers() : buffers(std::move(kept)) {
+        if (!buffers)
+            buffers.reset(new TileBuffers);
+    }
+    ~TakenBuffers() { kept = std::move(buffers); }
+    TileBuffers * operator->() const { return buffers.get(); }
+
+private:
+    static thread_local std::unique_ptr<TileBuffers> kept;
+    std::unique_ptr<TileBuffers> buffers;
+};
+thread_local std::unique_ptr<TileBuffers> TakenBuffers::kept;
+}
+
+void ArchiveItemReader::UseRawI(Entry const & entry, void * data, void (*use)(void *, InStreamSeekable &)) const {
+    auto const size = entry.headerSize + entry.storedSize;
+    if (entry.rawSize == ItemCodec::blockBytes && size <= TileBuffers::storedBytes) {
+        TakenBuffers const buffers;
+        Bytes const bytes(buffers->stored, file.Read(entry.offset, buffers->stored, size));
+        auto const checked = CheckStored(entry, bytes);
+        auto const payload = bytes.subspan(entry.headerSize);
+        if (checked.codec == Codec::Raw && checked.sampleBytes == 0 && payload.size() == ItemCodec::blockBytes)
+            return use(data, *MakeCounted<MemoryInStream>(payload.data(), payload.size()));
+        if (ItemCodec::IsCompressedBlock(checked.codec, checked.sampleBytes, entry.rawSize)) {
+            if (!ItemCodec::DecompressBlock(payload, buffers->decompressed))
+                FailDamaged(entry, cantDecompress);
+            if (checked.sampleBytes != 0)
+                return use(data, *MakeCounted<PredictedInStream>(buffers->decompressed, checked.sampleBytes));
+            return use(data, *MakeCounted<MemoryInStream>(buffers->decompressed, ItemCodec::blockBytes));
+        }
+    }
+    auto const raw = ReadRaw(entry);
+    use(data, *MakeCounted<MemoryInStream>(raw.data(), raw.size()));
 }
 
 std::vector<std::uint8_t> ArchiveItemReader::ReadRaw(Entry const & entry, bool checkRaw) const {
     auto const stored = ReadStored(entry);
     auto raw = ItemCodec::Decode(stored.header.codec, stored.header.sampleBytes, stored.payload, entry.rawSize);
     if (!raw)
-        FailDamaged(entry, "its bytes can't be decompressed, or give another size");
+        FailDamaged(entry, cantDecompress);
     if (checkRaw && GetHash128(raw->data(), raw->size()) != stored.header.rawHash)
         FailDamaged(entry, "its content does not fit its checksum");
     return *std::move(raw);

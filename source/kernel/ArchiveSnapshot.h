@@ -5,9 +5,12 @@
 #include "kernel/ArchiveLayout.h"
 #include "kernel/Countable.h"
 #include "kernel/Counted.h"
+#include "kernel/InStream.h"
 #include "kernel/PositionTable.h"
 
+#include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace Kernel {
@@ -31,10 +34,20 @@ public:
     /// @param checkRaw  also compares their own checksum, which is implied by that of the stored bytes unless the
     ///                  program that wrote them was wrong.
     std::vector<std::uint8_t> ReadRaw(Entry const & entry, bool checkRaw = false) const;
+    /// Calls `use(InStreamSeekable &)` with the bytes of the item, which are there for so long.
+    template<class Use>
+    void UseRaw(Entry const & entry, Use && use) const {
+        using Callable = std::remove_reference_t<Use>;
+        auto * const data = const_cast<void *>(static_cast<void const *>(std::addressof(use)));
+        UseRawI(entry, data,
+                [](void * callable, InStreamSeekable & stream) { (*static_cast<Callable *>(callable))(stream); });
+    }
     /// An entry's bytes as they stand in the file, whole or not. Throws nothing.
     std::vector<std::uint8_t> ReadUnchecked(Entry const & entry) const;
 
 private:
+    void UseRawI(Entry const & entry, void * data, void (*use)(void * data, InStreamSeekable & stream)) const;
+    ArchiveLayout::ItemHeader CheckStored(Entry const & entry, ArchiveLayout::Bytes bytes) const;
     ArchiveLayout::ItemHeader DecodeHeader(Entry const & entry, ArchiveLayout::Bytes bytes) const;
     [[noreturn]] void FailDamaged(Entry const & entry, char const * what) const;
 

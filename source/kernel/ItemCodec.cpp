@@ -10,8 +10,6 @@
 
 namespace Kernel::ItemCodec {
 namespace {
-constexpr std::size_t blockBytes = 65536;
-
 // A context for each thread: making one costs more than compressing a tile.
 ZSTD_CCtx * GetCompressor() {
     struct Owner {
@@ -108,12 +106,24 @@ std::optional<std::vector<std::uint8_t>> Decode(ArchiveLayout::Codec codec, std:
         return {};
     if (sampleBytes == 0)
         return Decompress(stored, rawSize);
-    bool const isKnown = sampleBytes == 1 || sampleBytes == 2 || sampleBytes == 4 || sampleBytes == 8;
-    auto const predicted = isKnown && rawSize == blockBytes ? Decompress(stored, rawSize) : std::nullopt;
-    if (!predicted)
+    std::vector<std::uint8_t> predicted(blockBytes);
+    if (!IsCompressedBlock(codec, sampleBytes, rawSize) || !DecompressBlock(stored, predicted.data()))
         return {};
     std::vector<std::uint8_t> raw(blockBytes);
-    RestoreSamples(predicted->data(), raw.data(), sampleBytes);
+    RestoreSamples(predicted.data(), raw.data(), sampleBytes);
     return raw;
+}
+
+bool IsCompressedBlock(ArchiveLayout::Codec codec, std::uint8_t sampleBytes, std::uint64_t rawSize) {
+    bool const isKnown =
+        sampleBytes == 0 || sampleBytes == 1 || sampleBytes == 2 || sampleBytes == 4 || sampleBytes == 8;
+    return codec == ArchiveLayout::Codec::Zstd && isKnown && rawSize == blockBytes;
+}
+
+bool DecompressBlock(ArchiveLayout::Bytes stored, std::uint8_t * dest) {
+    // One frame and nothing behind it, as for items of other sizes.
+    return ZSTD_getFrameContentSize(stored.data(), stored.size()) == blockBytes &&
+           ZSTD_findFrameCompressedSize(stored.data(), stored.size()) == stored.size() &&
+           ZSTD_decompressDCtx(GetDecompressor(), dest, blockBytes, stored.data(), stored.size()) == blockBytes;
 }
 }

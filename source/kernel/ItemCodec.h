@@ -9,6 +9,9 @@
 #include <vector>
 
 namespace Kernel::ItemCodec {
+/// What the predictor works on: the size of a tile.
+inline constexpr std::size_t blockBytes = 65536;
+
 struct Encoded {
     ArchiveLayout::Codec codec = ArchiveLayout::Codec::Raw;
     std::uint8_t sampleBytes = 0;
@@ -23,4 +26,11 @@ Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint);
 /// @return nothing if the stored bytes don't give exactly that many.
 std::optional<std::vector<std::uint8_t>> Decode(ArchiveLayout::Codec codec, std::uint8_t sampleBytes,
                                                 ArchiveLayout::Bytes stored, std::uint64_t rawSize);
+
+/// Whether an item is a block of a form that `DecompressBlock` knows.
+bool IsCompressedBlock(ArchiveLayout::Codec codec, std::uint8_t sampleBytes, std::uint64_t rawSize);
+/// The first half of `Decode` for such an item: what was predicted stays so.
+/// @param dest  of `blockBytes`
+/// @return false if the stored bytes don't give exactly that many.
+bool DecompressBlock(ArchiveLayout::Bytes stored, std::uint8_t * dest);
 }
