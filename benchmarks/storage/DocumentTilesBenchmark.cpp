@@ -292,12 +292,8 @@ public:
             for (auto const & tile : tiles)
                 benchmark::DoNotOptimize(Kernel::ArchiveLayout::Hash64(tile.bytes.data(), tile.bytes.size()));
         });
-        zstd.Measure([&] {
-            for (auto const & tile : tiles)
-                if (tile.codec != 0)
-                    benchmark::DoNotOptimize(
-                        ZSTD_decompressDCtx(context, buffer.data(), tileBytes, tile.bytes.data(), tile.bytes.size()));
-        });
+        zstd.Measure([&] { Decompress(all.data(), tileBytes); });
+        zstdInCache.Measure([&] { Decompress(buffer.data(), 0); });
         restore.Measure([&] {
             for (auto const & tile : tiles) {
                 Kernel::RestoreSamples(buffer.data(), restored.data(), tile.sampleBytes);
@@ -307,7 +303,7 @@ public:
         std::vector<unsigned int *> buffers;
         memory.Measure([&] {
             for (std::size_t i = 0; i < tiles.size(); ++i) {
-                buffers.push_back(SlabAllocator::Instance().Allocate(SlabAllocator::Content::Any));
+                buffers.push_back(SlabAllocator::Instance().Allocate(SlabAllocator::Content::Overwritten));
                 std::memcpy(buffers.back(), restored.data(), tileBytes);
             }
         });
@@ -315,18 +311,29 @@ public:
             SlabAllocator::Instance().Free(taken);
     }
 
-    Fastest read, checksum, zstd, restore, memory;
+    Fastest read, checksum, zstd, zstdInCache, restore, memory;
 
 private:
+    void Decompress(std::uint8_t * dest, std::size_t step) {
+        for (auto const & tile : tiles) {
+            if (tile.codec != 0)
+                benchmark::DoNotOptimize(
+                    ZSTD_decompressDCtx(context, dest, tileBytes, tile.bytes.data(), tile.bytes.size()));
+            dest += step;
+        }
+    }
+
     std::vector<StoredTile> const tiles;
     int const file;
     ZSTD_DCtx * const context = ZSTD_createDCtx();
+    std::vector<std::uint8_t> all = std::vector<std::uint8_t>(tiles.size() * tileBytes, std::uint8_t(1));
     std::vector<std::uint8_t> buffer = std::vector<std::uint8_t>(2 * tileBytes);
     std::vector<std::uint8_t> restored = std::vector<std::uint8_t>(tileBytes);
 };
 
-// Goal: 0.65 of the speed of zstd alone, which decompresses from memory into one buffer over and over. By processor
-// time of one thread.
+// Goal: 0.65 of the speed of zstd alone, by processor time of one thread. zstd decompresses from memory into memory
+// that is there already and holds all tiles, as its own benchmark does; also into one buffer over and over, which stays
+// in the cache. Loading takes memory of the system first. `recycled` is the same with each tile let go before the next.
 void LoadTiles(benchmark::State & state) {
     TemporaryFolder const folder(GetQuickFolder());
     auto const path = folder.GetPath("load.doc");
@@ -340,19 +347,26 @@ void LoadTiles(benchmark::State & state) {
     auto stored = ReadStoredTiles(*archive, file);
     auto const count = static_cast<double>(stored.size());
     LoadingSteps steps(std::move(stored), file);
-    Fastest load;
-    for (auto _ : state) {
-        steps.Measure();
+    Fastest load, recycled;
+    auto const loadAll = [&](bool keeps) {
         std::vector<DynamicBitmap> layers;
         for (std::size_t i = 0; i < GetPictures().size(); ++i)
             layers.push_back(LoadLayer(*archive, i));
-        state.SetIterationTime(load.Measure([&] {
+        return (keeps ? load : recycled).Measure([&] {
             for (auto & layer : layers)
-                ForEachTile(layer, [](Tile const & tile) {
-                    if (tile.IsPendingDelayLoad())
-                        benchmark::DoNotOptimize(*ConstTileGuard(tile).GetBuffer());
+                ForEachTile(layer, [&](Tile & tile) {
+                    if (!tile.IsPendingDelayLoad())
+                        return;
+                    benchmark::DoNotOptimize(*ConstTileGuard(tile).GetBuffer());
+                    if (!keeps)
+                        tile.Unallocate();
                 });
-        }));
+        });
+    };
+    for (auto _ : state) {
+        steps.Measure();
+        loadAll(/*keeps=*/false);
+        state.SetIterationTime(loadAll(/*keeps=*/true));
     }
     close(file);
     auto const inMicroseconds = [&](double seconds) { return seconds * 1e6 / count; };
@@ -360,6 +374,8 @@ void LoadTiles(benchmark::State & state) {
                      steps.memory.processor;
     state.counters["tiles"] = count;
     state.counters["of_zstd_speed"] = steps.zstd.processor / load.processor;
+    state.counters["of_zstd_speed_in_cache"] = steps.zstdInCache.processor / load.processor;
+    state.counters["of_zstd_speed_recycled"] = steps.zstd.processor / recycled.processor;
     state.counters["us_a_tile"] = inMicroseconds(load.processor);
     state.counters["us_read"] = inMicroseconds(steps.read.processor);
     state.counters["us_checksum"] = inMicroseconds(steps.checksum.processor);
@@ -373,6 +389,6 @@ void LoadTiles(benchmark::State & state) {
 
 BENCHMARK(SaveFreshTiles)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(PredictPhotographs)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadTiles)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
+BENCHMARK(LoadTiles)->UseManualTime()->Iterations(9)->Unit(benchmark::kMillisecond);
 }
 }

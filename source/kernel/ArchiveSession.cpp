@@ -286,7 +286,7 @@ ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGener
 ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
                                 FileStoreOutPathGenerator const & itemPath, FileStoreCompressionHint const * hint) {
     auto const generation = item.GetState().GetDirtyGeneration();
-    auto const stream = MakeCounted<MemoryOutStream>();
+    auto const stream = MakeCounted<MemoryOutStream>(TakeSpare());
     references.emplace_back();
     try {
         item.Save(*stream, *this);
@@ -456,32 +456,55 @@ void ArchiveSession::Flush() {
     if (pending.empty())
         return;
     std::vector<ItemCodec::Encoded> encoded(pending.size());
-    Dispatch::ParallelFor(pending.size(), [&](std::uint64_t i) {
-        auto & item = pending[i];
-        encoded[i] = ItemCodec::Encode(item.raw, item.hint ? &*item.hint : noHint);
-        auto const & stored = encoded[i].codec == Codec::Raw ? item.raw : encoded[i].bytes;
-        item.header.codec = encoded[i].codec;
-        item.header.sampleBytes = encoded[i].sampleBytes;
-        item.header.storedSize = stored.size();
-        item.header.storedHash = Hash64(stored.data(), stored.size());
-    });
-    std::vector<std::uint8_t> bytes;
+    Dispatch::ParallelFor(pending.size(), [&](std::uint64_t i) { Compress(pending[i], encoded[i]); });
+    std::uint64_t most = 0;
+    for (auto const & item : pending)
+        most += itemAlignment + item.header.GetEncodedSize() + item.header.storedSize;
+    batch.clear();
+    batch.reserve(most);
     std::vector<Entry> added;
     added.reserve(pending.size());
     for (std::size_t i = 0; i < pending.size(); ++i) {
-        bytes.resize(AlignUp(position + bytes.size(), itemAlignment) - position);
+        batch.resize(AlignUp(position + batch.size(), itemAlignment) - position);
         auto const & itemHeader = pending[i].header;
-        added.push_back({itemHeader.id, position + bytes.size(), itemHeader.GetEncodedSize(), itemHeader.storedSize,
+        added.push_back({itemHeader.id, position + batch.size(), itemHeader.GetEncodedSize(), itemHeader.storedSize,
                          itemHeader.rawSize, itemHeader.rawHash.low, itemHeader.type, itemHeader.name});
-        itemHeader.Encode(bytes);
+        itemHeader.Encode(batch);
         auto const & stored = encoded[i].codec == Codec::Raw ? pending[i].raw : encoded[i].bytes;
-        bytes.insert(bytes.end(), stored.begin(), stored.end());
+        batch.insert(batch.end(), stored.begin(), stored.end());
     }
-    Append(bytes);
+    Append(batch);
+    if (batch.capacity() > 2 * batchBytes) // that of a single large item
+        batch = {};
+    for (auto & item : pending)
+        TakeBack(std::move(item));
     pending.clear();
     pendingBytes = 0;
     for (auto & entry : added)
         AddEntry(std::move(entry));
+}
+
+void ArchiveSession::Compress(Pending & item, ItemCodec::Encoded & encoded) const {
+    encoded = ItemCodec::Encode(item.raw, item.hint ? &*item.hint : noHint);
+    auto const & stored = encoded.codec == Codec::Raw ? item.raw : encoded.bytes;
+    item.header.codec = encoded.codec;
+    item.header.sampleBytes = encoded.sampleBytes;
+    item.header.storedSize = stored.size();
+    item.header.storedHash = Hash64(stored.data(), stored.size());
+}
+
+// Memory for the bytes of items, which the system would take back after each batch to give it out anew, page by page.
+void ArchiveSession::TakeBack(Pending item) {
+    if (item.raw.capacity() >= ItemCodec::blockBytes && item.raw.capacity() <= 2 * ItemCodec::blockBytes)
+        spare.push_back(std::move(item.raw));
+}
+
+std::vector<std::uint8_t> ArchiveSession::TakeSpare() {
+    if (spare.empty())
+        return {};
+    auto memory = std::move(spare.back());
+    spare.pop_back();
+    return memory;
 }
 
 void ArchiveSession::Commit() {

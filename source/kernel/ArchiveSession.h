@@ -5,6 +5,7 @@
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/FileStoreCompressionHint.h"
 #include "kernel/FileStoreOut.h"
+#include "kernel/ItemCodec.h"
 #include "kernel/PositionTable.h"
 
 #include <functional>
@@ -93,6 +94,9 @@ private:
     void AddEntry(Entry entry);
     void RememberHash(std::uint64_t hash, ItemID id);
     void Flush();
+    void Compress(Pending & item, ItemCodec::Encoded & encoded) const;
+    void TakeBack(Pending item);
+    std::vector<std::uint8_t> TakeSpare();
     void Append(std::vector<std::uint8_t> const & bytes);
     void Commit();
     void CommitFooter(ArchiveLayout::Footer const & footer);
@@ -122,6 +126,8 @@ private:
     std::vector<Taken> taken;
     std::vector<Pending> pending;
     std::uint64_t pendingBytes = 0;
-    std::vector<std::vector<ItemID>> references; // of the streams that are being written, one in another
+    std::vector<std::uint8_t> batch;              // of the last flush, for the memory
+    std::vector<std::vector<std::uint8_t>> spare; // memory of items that were written
+    std::vector<std::vector<ItemID>> references;  // of the streams that are being written, one in another
 };
 }

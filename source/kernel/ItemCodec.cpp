@@ -5,6 +5,7 @@
 #include <zstd.h>
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -33,14 +34,14 @@ ZSTD_DCtx * GetDecompressor() {
     return owner.context;
 }
 
+// Compresses into memory that is neither cleared before nor kept larger than need be.
 std::vector<std::uint8_t> Compress(ArchiveLayout::Bytes raw, int level) {
-    std::vector<std::uint8_t> stored(ZSTD_compressBound(raw.size()));
-    std::size_t const size =
-        ZSTD_compressCCtx(GetCompressor(), stored.data(), stored.size(), raw.data(), raw.size(), level);
+    std::size_t const most = ZSTD_compressBound(raw.size());
+    std::unique_ptr<std::uint8_t[]> const stored(new std::uint8_t[most]);
+    std::size_t const size = ZSTD_compressCCtx(GetCompressor(), stored.get(), most, raw.data(), raw.size(), level);
     if (ZSTD_isError(size))
         throw std::bad_alloc(); // with room enough nothing else can fail
-    stored.resize(size);
-    return stored;
+    return {stored.get(), stored.get() + size};
 }
 }
 
@@ -58,9 +59,9 @@ Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint) 
     if (hint->GetPredictor() != CompressionPredictor::None && hint->GetStriping() == CompressionStriping::Rows256 &&
         raw.size() == blockBytes) {
         auto const sampleBytes = static_cast<std::uint8_t>(hint->GetPredictor());
-        std::vector<std::uint8_t> predicted(blockBytes);
-        PredictSamples(raw.data(), predicted.data(), sampleBytes);
-        consider(Compress(predicted, hint->GetLevel()), sampleBytes);
+        std::unique_ptr<std::uint8_t[]> const predicted(new std::uint8_t[blockBytes]);
+        PredictSamples(raw.data(), predicted.get(), sampleBytes);
+        consider(Compress({predicted.get(), blockBytes}, hint->GetLevel()), sampleBytes);
     }
     consider(Compress(raw, hint->GetLevel()), 0);
     return best;

@@ -36,8 +36,8 @@ unsigned char * MapSlab(std::size_t count) {
     return slab;
 }
 
-// Has the system put memory under a buffer that is about to be written from end to end: one call for what would be 16
-// page faults, which take half as long again. Older systems know no such call, and nothing depends on it.
+// Puts memory under a buffer that is about to be written from end to end: one call for what would be 16 page faults,
+// which take half as long again. Older systems know no such call, and nothing depends on it.
 void Populate(unsigned int * buffer) {
 #ifndef MADV_POPULATE_WRITE
     constexpr int MADV_POPULATE_WRITE = 23;
@@ -114,7 +114,7 @@ unsigned int * SlabAllocator::Allocate(Content content) {
     ASAN_UNPOISON_MEMORY_REGION(buffer, BufferBytes);
     if (content == Content::Zero && !isZero)
         std::memset(buffer, 0, BufferBytes);
-    if (content == Content::Any && isZero)
+    if (content == Content::Overwritten && isZero)
         Populate(buffer);
     return buffer;
 }
