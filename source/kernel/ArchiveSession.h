@@ -5,7 +5,6 @@
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/FileStoreCompressionHint.h"
 #include "kernel/FileStoreOut.h"
-#include "kernel/ItemCodec.h"
 #include "kernel/PositionTable.h"
 
 #include <functional>
@@ -17,6 +16,9 @@
 #include <vector>
 
 namespace Kernel {
+namespace ItemCodec {
+struct Encoded;
+}
 class ArchiveItemSource;
 class ArchiveSnapshot;
 class OutSerialiser;
