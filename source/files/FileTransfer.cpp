@@ -31,11 +31,6 @@ bool FileTransfer::PrepareDest(DynamicBitmap & dest, TransferParams const * para
     return !dest.IsPendingDelayLoad() && !Kernel::IsAborted(abort);
 }
 
-void FileTransfer::FinishDest(DynamicBitmap & dest, TransferParams const * params) {
-    auto & core = *dest.GetCore();
-    core.RecordWrite(GetWorkRect(core.GetBounds(), params), params ? params->abort : nullptr);
-}
-
 void FileTransfer::DrawConverted(DynamicBitmap & dest, Format sourceFormat, int sourceWidth, int sourceHeight,
                                  TransferParams const * params, float const * opacity, int dx, int dy,
                                  std::function<void(DynamicBitmap &, TransferParams const &, int, int)> const & draw) {

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <limits>
+#include <stdexcept>
 
 namespace Raster {
 namespace {
@@ -185,6 +186,19 @@ TEST_F(TransferManagedTest, LevelsAreToldAndWithModeOneRebuilt) {
         fresh->UpdateMipmaps(0, nullptr);
         EXPECT_EQ(ReadAll(*fresh->GetMipmap(1)), ReadAll(*dest.GetMipmap(1)->GetTyped<RGBA8Tuple>())) << mode;
     }
+}
+
+TEST_F(TransferManagedTest, LevelsAreToldOfATransferThatThrew) {
+    DynamicBitmap dest(600, 600, RGBA16, MipmapModeManual, HardwareCachePolicy());
+    dest.UpdateMipmaps(0, nullptr);
+    ASSERT_TRUE(dest.GetMipmap(1));
+    TransferParams params;
+    params.progressContext = &params;
+    params.progress = [](unsigned, void *, double) { throw std::runtime_error("no memory"); };
+    DynamicBitmap const source(MakeBitmap<RGBA8Tuple>(MakePicture<RGBA8Tuple>(600, 600, 1)));
+    EXPECT_THROW(TransferManaged(dest, source, nullptr, &params), std::runtime_error);
+    EXPECT_FALSE(dest.GetAllocatedBoundingBox().IsEmpty()) << "what was written stays";
+    EXPECT_FALSE(dest.GetMipmap(1));
 }
 
 TEST_F(TransferManagedTest, AnAbortHalfwayLeavesWholeRowsAndAStateToGoOnFrom) {

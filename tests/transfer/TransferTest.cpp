@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 #include <map>
+#include <stdexcept>
 
 namespace Raster {
 namespace {
@@ -513,6 +514,19 @@ TEST_F(TransferTest, LevelsAreToldOfAnAbortedTransferToo) {
     params.progressContext = &abort;
     params.progress = [](unsigned, void * context, double) { Kernel::RequestAbort(static_cast<bool *>(context)); };
     Transfer(dest, DynamicBitmap(MakeSolid(600, 600, {9, 8, 7, 255})), &params, &opaque, nullptr);
+    EXPECT_FALSE(dest.GetMipmap(1));
+}
+
+TEST_F(TransferTest, LevelsAreToldOfATransferThatThrew) {
+    DynamicBitmap dest(600, 600, RGBA8, MipmapModeManual, HardwareCachePolicy());
+    dest.UpdateMipmaps(0, nullptr);
+    ASSERT_TRUE(dest.GetMipmap(1));
+    TransferParams params;
+    params.progressContext = &params;
+    params.progress = [](unsigned, void *, double) { throw std::runtime_error("no memory"); };
+    EXPECT_THROW(Transfer(dest, DynamicBitmap(MakeSolid(600, 600, {9, 8, 7, 255})), &params, &opaque, nullptr),
+                 std::runtime_error);
+    EXPECT_FALSE(dest.GetAlphaBoundingBox().IsEmpty()) << "what was written stays";
     EXPECT_FALSE(dest.GetMipmap(1));
 }
 

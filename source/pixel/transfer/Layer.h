@@ -33,6 +33,19 @@ inline Kernel::RectT<int> GetWorkRect(Kernel::RectT<int> const & bounds, Transfe
     return params && params->clip ? params->clip->Intersect(bounds) : bounds;
 }
 
+/// Does work that writes pixels in `changed`, and tells the levels of them: of what was written before an exception
+/// too, since it stays.
+template<class Work>
+void WriteRecorded(BitmapCore & dest, Kernel::RectT<int> const & changed, bool * abort, Work && work) {
+    try {
+        work();
+    } catch (...) {
+        dest.InvalidateMipmaps(changed);
+        throw;
+    }
+    dest.RecordWrite(changed, abort);
+}
+
 /// Whether the pixels of a destination are there to be written.
 inline bool IsReadyForLayers(BitmapCore const & bitmap) { return !bitmap.IsPendingDelayLoad(); }
 template<class... Channels>

@@ -130,10 +130,11 @@ void TransferManaged(DynamicBitmap & dest, DynamicBitmap const & source, void * 
     if (before)
         from = before.Get();
     auto const rect = GetWorkRect(to->GetBounds(), params).Intersect(from->GetBounds());
-    ForEachTile(*to, rect, params, [&](TileTask const & task) {
-        std::make_unique<ManagedTile>(*to, *from, isEmpty, transform)
-            ->Run(task); // too large for the stack of a helper thread
+    WriteRecorded(*to, rect, abort, [&] {
+        ForEachTile(*to, rect, params, [&](TileTask const & task) {
+            std::make_unique<ManagedTile>(*to, *from, isEmpty, transform)
+                ->Run(task); // too large for the stack of a helper thread
+        });
     });
-    to->RecordWrite(rect, abort);
 }
 }
