@@ -51,6 +51,10 @@ void FileTransfer::DrawConverted(DynamicBitmap & dest, Format sourceFormat, int 
 bool FileTransfer::FeedBitmap(RowSink const & sink, Format format, DynamicBitmap const & source,
                               TransferParams const * params) {
     auto const * const core = source.GetCore();
+    if (core && ReadsAsEmpty(*core, params)) {
+        DynamicBitmap const empty(core->GetWidth(), core->GetHeight(), format, MipmapModeNone, HardwareCachePolicy());
+        return empty.GetCore() && FeedBitmap(sink, format, empty, params);
+    }
     if (!core || !LoadSource(*core, params))
         return false;
     auto const task = MakeRowTask(GetWorkRect(core->GetBounds(), params), params);

@@ -30,8 +30,8 @@ RASTER_API void Draw(DynamicBitmap & dest, DynamicFile const & source, TransferP
 
 /// Writes the pixels of a bitmap to a file that was opened for that, and completes the file. It takes rows from the
 /// top: as many as both have; a bitmap that is smaller than the file makes it fail. One of another format is converted
-/// by formula, 256 rows at a time. A pending bitmap is loaded first. After an abort the file is unfinished and has
-/// failed. A file is written once.
+/// by formula, 256 rows at a time. A pending bitmap is loaded first, or is empty if it may stay unloaded. After an
+/// abort the file is unfinished and has failed. A file is written once.
 /// @return whether the file is complete
 /// Throws what encoder and output throw; the file has failed then.
 template<WrapsFile File>

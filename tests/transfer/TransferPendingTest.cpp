@@ -1,10 +1,12 @@
 // Transfers from and into bitmaps whose pixels are still in their backing.
 #include "pixel/transfer/BitmapTransfer.h"
 #include "pixel/transfer/Draw.h"
+#include "pixel/transfer/Fill.h"
 #include "pixel/transfer/TransferManaged.h"
 #include "transfer/PendingBitmaps.h"
 
 #include <chrono>
+#include <cstring>
 #include <thread>
 
 namespace Raster {
@@ -42,6 +44,28 @@ TEST_F(TransferPendingTest, ASourceThatMayStayUnloadedReadsAsEmpty) {
     EXPECT_TRUE(source->IsPendingDelayLoad());
     EXPECT_TRUE(dest.GetAllocatedBoundingBox().IsEmpty());
     EXPECT_TRUE(buffer.GetAlphaBoundingBox().IsEmpty());
+}
+
+TEST_F(TransferPendingTest, ASourceThatMayStayUnloadedIsFedAsEmpty) {
+    auto const source = MakePending();
+    TransferParams params;
+    params.sourceMayStayUnloaded = true;
+    RGBA8Tuple::Apply<Buffer> typed(width, height, nullptr);
+    for (Format const format : {RGBA8, CMYKA8}) {
+        DynamicBuffer erased;
+        erased.Create(width, height, format);
+        Fill(erased, {0, 0, width, height}, DynamicPixel(PixelOf<RGBA8Tuple>{{9, 8, 7, 255}}), 1.0f);
+        EXPECT_TRUE(Feed(erased, DynamicBitmap(source), &params));
+        EXPECT_TRUE(erased.GetAlphaBoundingBox().IsEmpty()) << format;
+    }
+    std::memset(typed.GetData(), 77, typed.GetBufferSize());
+    EXPECT_TRUE(Feed(typed, *source, &params));
+    EXPECT_EQ(std::vector<PixelOf<RGBA8Tuple>>(std::size_t(width * height)), ReadAll(typed));
+    EXPECT_EQ(0, loads);
+    EXPECT_TRUE(source->IsPendingDelayLoad());
+    EXPECT_TRUE(Feed(typed, *source, nullptr));
+    EXPECT_EQ(1, loads);
+    EXPECT_EQ(ReadAll(*MakePainted()), ReadAll(typed));
 }
 
 TEST_F(TransferPendingTest, ASourceThatCannotBeReadWritesNothing) {

@@ -24,6 +24,11 @@ RASTER_API Kernel::RectT<int> MoveRect(Kernel::RectT<int> const & rect, std::int
 /// other. Read a `CloneTiles` then.
 RASTER_API bool AreEntangled(BitmapCore const & dest, BitmapCore const & source);
 
+/// Whether a source is taken as empty: it is pending, and may stay so.
+inline bool ReadsAsEmpty(BitmapCore const & source, TransferParams const * params) {
+    return params && params->sourceMayStayUnloaded && source.IsPendingDelayLoad();
+}
+
 /// Loads a pending source, unless it may stay unloaded.
 /// @return whether its pixels are there. False also after an abort.
 RASTER_API bool LoadSource(BitmapCore const & source, TransferParams const * params);

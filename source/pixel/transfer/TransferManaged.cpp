@@ -123,7 +123,7 @@ void TransferManaged(DynamicBitmap & dest, DynamicBitmap const & source, void * 
     to->ForceDelayLoad(abort);
     if (to->IsPendingDelayLoad() || Kernel::IsAborted(abort))
         return;
-    bool const isEmpty = params && params->sourceMayStayUnloaded && from->IsPendingDelayLoad();
+    bool const isEmpty = ReadsAsEmpty(*from, params);
     if (!isEmpty && !LoadSource(*from, params))
         return;
     Kernel::Counted<BitmapCore const> const before(AreEntangled(*to, *from) ? from->CloneTiles().release() : nullptr);
