@@ -284,6 +284,24 @@ TEST_F(TransferManagedTest, ABitmapMayBeConvertedInPlace) {
     EXPECT_EQ("", FindDifference<RGBA8Tuple>(picture, *bitmap.GetTyped<RGBA8Tuple>()));
 }
 
+TEST_F(TransferManagedTest, ABitmapMayGoToAnotherProfileOfItsFormatInPlace) {
+    auto & manager = ICCManager::GetInstance();
+    auto const bytes = SyntheticProfiles::Take(SyntheticProfiles::CreateRGB("managed display", 1.8, 1.8, 1.8));
+    auto const display = manager.AddProfileFromMemory(bytes.data(), unsigned(bytes.size()), nullptr);
+    auto * const transform = manager.GetTransformForProfiles(RGBA8, manager.GetDefaultProfile(ColourSpaceRGB), RGBA8,
+                                                             display, Intent::RelativeColorimetric, true);
+    ASSERT_TRUE(transform);
+    auto const picture = MakePicture<RGBA8Tuple>(600, 270, 1);
+    auto const expected = Convert<RGBA8Tuple, RGBA8Tuple>(picture, picture, transform, {0, 0, 600, 270});
+    ASSERT_NE(picture.pixels, expected.pixels);
+    for (unsigned const threads : {1u, 8u}) {
+        Kernel::Dispatch::SetThreadCount(threads);
+        DynamicBitmap bitmap(MakeBitmap<RGBA8Tuple>(picture));
+        TransferManaged(bitmap, bitmap, transform, nullptr);
+        EXPECT_EQ("", FindDifference<RGBA8Tuple>(expected, *bitmap.GetTyped<RGBA8Tuple>())) << threads;
+    }
+}
+
 TEST_F(TransferManagedTest, AnAbortThatIsSetWritesNothing) {
     bool abort = true;
     TransferParams params;

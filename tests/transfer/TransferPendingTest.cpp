@@ -191,12 +191,13 @@ TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {
             MutableTileGuard const guard(source->GetPlane(plane).GetTile(i));
             std::memset(guard.GetBuffer(), plane == 3 ? 255 : 200, Tile::ByteCount);
         }
-    double const enlarge[6]{0.9, 0, 20.3, 0, 0.9, 20.3};
-    Kernel::Counted<RGBA8Bitmap> const whole(new RGBA8Bitmap(800, 800, MipmapModeNone, HardwareCachePolicy()));
-    Transfer(*whole, *source, nullptr, &opaque, enlarge);
-    auto const expected = ReadAll(*whole);
+    double const enlarge[6]{0.9, 0, 20.3, 0, 0.9, 20.3}, turned[6]{0, 0.9, 20.3, 0.9, 0, 20.3};
     std::mt19937 random(9);
-    for (int round = 0; round < 12; ++round) {
+    for (int round = 0; round < 16; ++round) {
+        double const * const matrix = round % 2 ? turned : enlarge;
+        Kernel::Counted<RGBA8Bitmap> const whole(new RGBA8Bitmap(800, 800, MipmapModeNone, HardwareCachePolicy()));
+        Transfer(*whole, *source, nullptr, &opaque, matrix);
+        auto const expected = ReadAll(*whole);
         Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(800, 800, MipmapModeNone, HardwareCachePolicy()));
         bool abort = false;
         TransferParams params;
@@ -205,7 +206,7 @@ TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {
             std::this_thread::sleep_for(std::chrono::microseconds(wait));
             Kernel::RequestAbort(&abort);
         });
-        Transfer(*dest, *source, &params, &opaque, enlarge);
+        Transfer(*dest, *source, &params, &opaque, matrix);
         stopper.join();
         auto const pixels = ReadAll(*dest);
         for (std::size_t y = 0; y < 800; ++y)
@@ -216,7 +217,7 @@ TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {
                                                    [](auto const & pixel) { return pixel == PixelOf<RGBA8Tuple>{}; });
                 ASSERT_TRUE(done || untouched) << "row " << y << " from " << left;
             }
-        Transfer(*dest, *source, nullptr, &opaque, enlarge);
+        Transfer(*dest, *source, nullptr, &opaque, matrix);
         ASSERT_EQ(expected, ReadAll(*dest)); // opaque rows that were done become the same again
     }
 }
