@@ -143,6 +143,27 @@ TEST_F(TransferPendingTest, APendingSourceIsShrunkWithoutALevelOnce) {
     EXPECT_NE(ReadAll(*first), ReadAll(*second));
 }
 
+TEST_F(TransferPendingTest, ALevelThatCameWithADocumentIsSampledWithoutALoad) {
+    auto const source = MakePending(MipmapModeOnDemand);
+    auto const level = source->GetMipmapTable().GetEntry(1).bitmap;
+    ASSERT_TRUE(level);
+    auto const picture = MakePicture<RGBA8Tuple>(level->GetWidth(), level->GetHeight(), 1);
+    Transfer(*level, *MakeBitmap<RGBA8Tuple>(picture), nullptr, &opaque, nullptr);
+    source->GetMipmapTable().DeclareValid(1);
+    double const shrink[6]{3, 0, 0, 0, 3, 0}, onLevel[6]{1.5, 0, 0, 0, 1.5, 0};
+    auto const dest = MakeBitmap<RGBA8Tuple>(Slow::Picture<RGBA8Tuple>(100, 90));
+    auto const expected = MakeBitmap<RGBA8Tuple>(Slow::Picture<RGBA8Tuple>(100, 90));
+    for (bool const mayStayUnloaded : {false, true}) {
+        TransferParams params;
+        params.sourceMayStayUnloaded = mayStayUnloaded;
+        Transfer(*dest, *source, &params, &opaque, shrink);
+        Transfer(*expected, *level, nullptr, &opaque, onLevel);
+        EXPECT_EQ(ReadAll(*expected), ReadAll(*dest)) << mayStayUnloaded;
+    }
+    EXPECT_EQ(0, loads);
+    EXPECT_TRUE(source->IsPendingDelayLoad());
+}
+
 TEST_F(TransferPendingTest, ManagedTransfersLoadBothSides) {
     DynamicBitmap const source(MakePending());
     DynamicBitmap dest(MakePending()), expected(MakePainted());
