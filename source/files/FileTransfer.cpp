@@ -31,11 +31,6 @@ bool FileTransfer::PrepareDest(DynamicBitmap & dest, TransferParams const * para
     return !dest.IsPendingDelayLoad() && !Kernel::IsAborted(abort);
 }
 
-void FileTransfer::FinishDest(DynamicBitmap & dest, TransferParams const * params) {
-    auto & core = *dest.GetCore();
-    core.RecordWrite(GetWorkRect(core.GetBounds(), params), params ? params->abort : nullptr);
-}
-
 void FileTransfer::DrawConverted(DynamicBitmap & dest, Format sourceFormat, int sourceWidth, int sourceHeight,
                                  TransferParams const * params, float const * opacity, int dx, int dy,
                                  std::function<void(DynamicBitmap &, TransferParams const &, int, int)> const & draw) {
@@ -56,6 +51,10 @@ void FileTransfer::DrawConverted(DynamicBitmap & dest, Format sourceFormat, int 
 bool FileTransfer::FeedBitmap(RowSink const & sink, Format format, DynamicBitmap const & source,
                               TransferParams const * params) {
     auto const * const core = source.GetCore();
+    if (core && ReadsAsEmpty(*core, params)) {
+        DynamicBitmap const empty(core->GetWidth(), core->GetHeight(), format, MipmapModeNone, HardwareCachePolicy());
+        return empty.GetCore() && FeedBitmap(sink, format, empty, params);
+    }
     if (!core || !LoadSource(*core, params))
         return false;
     auto const task = MakeRowTask(GetWorkRect(core->GetBounds(), params), params);

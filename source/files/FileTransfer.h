@@ -30,8 +30,8 @@ RASTER_API void Draw(DynamicBitmap & dest, DynamicFile const & source, TransferP
 
 /// Writes the pixels of a bitmap to a file that was opened for that, and completes the file. It takes rows from the
 /// top: as many as both have; a bitmap that is smaller than the file makes it fail. One of another format is converted
-/// by formula, 256 rows at a time. A pending bitmap is loaded first. After an abort the file is unfinished and has
-/// failed. A file is written once.
+/// by formula, 256 rows at a time. A pending bitmap is loaded first, or is empty if it may stay unloaded. After an
+/// abort the file is unfinished and has failed. A file is written once.
 /// @return whether the file is complete
 /// Throws what encoder and output throw; the file has failed then.
 template<WrapsFile File>
@@ -44,7 +44,6 @@ class RASTER_API FileTransfer {
 public:
     /// Loads a pending bitmap. @return whether it may be drawn on.
     static bool PrepareDest(DynamicBitmap & dest, TransferParams const * params);
-    static void FinishDest(DynamicBitmap & dest, TransferParams const * params);
 
     /// The part of a source of this size that shows, drawn into a bitmap of its own format by `draw(bitmap, dx, dy)`
     /// and then laid on `dest`.
@@ -68,12 +67,14 @@ void Draw(DynamicBitmap & dest, File const & source, TransferParams const * para
                                            [&](DynamicBitmap & part, TransferParams const & own, int x, int y) {
                                                Draw(part, source, &own, nullptr, x, y);
                                            });
-    source.Dispatch([&](auto const & model) {
-        using Tuple = typename std::remove_cvref_t<decltype(model)>::Tuple;
-        if (auto * const bitmap = dest.GetTyped<Tuple>())
-            Draw(*bitmap, model, params, opacity, dx, dy);
+    auto & core = *dest.GetCore();
+    WriteRecorded(core, GetWorkRect(core.GetBounds(), params), params ? params->abort : nullptr, [&] {
+        source.Dispatch([&](auto const & model) {
+            using Tuple = typename std::remove_cvref_t<decltype(model)>::Tuple;
+            if (auto * const bitmap = dest.GetTyped<Tuple>())
+                Draw(*bitmap, model, params, opacity, dx, dy);
+        });
     });
-    FileTransfer::FinishDest(dest, params);
 }
 
 template<WrapsFile File>
