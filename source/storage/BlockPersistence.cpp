@@ -40,19 +40,30 @@ void Block::Save(Kernel::OutSerialiser & serialiser) const {
     serialiser.SaveDelayLoadObject(dataTag, holder.Get(), Kernel::FileStoreOutIndexedPathGenerator("", "d/"), &hint);
 }
 
-// The holder of what is to be saved, made now if there is none yet: null for an unallocated block. A block that got a
-// copy of an item which another block owns has its own item as soon as it was changed.
+// The holder of what is to be saved, made now if there is none yet: null for an unallocated block.
+//
+// A holder of a document stands for what is stored there, and any number of blocks may have it: equal tiles are one
+// item. So it is never what a save is given. A block that hasn't changed gives the stored item itself, whatever another
+// block has done to the item that the holder keeps; one that has changed parts with the holder and has an item of its
+// own.
 Kernel::Counted<Kernel::DelayLoadHolder> Block::GetHolderForSave() const {
+    Kernel::Counted<Kernel::DelayLoadHolder> present; // outlives the lock
     Kernel::ScopedLock const guard(bufferLock);
     auto const held = data.Get();
-    Kernel::Counted<Kernel::DelayLoadHolder> const present(delayLoad.Get());
-    if (!held)
-        return present;
+    present = Kernel::Counted<Kernel::DelayLoadHolder>(delayLoad.Get());
     if (present) {
         Kernel::ScopedLock const holderGuard(*present);
-        if (present->GetItem().Get() == held || held->GetState().CanShare())
+        bool const isItsItem = present->GetItem().Get() == held;
+        bool const isStored = static_cast<bool>(present->GetSource());
+        if (isStored && (!held || held->GetState().CanShare()))
+            return Kernel::DelayLoadHolder::CreateFromSource(Data::GetItemType(), present->GetSource());
+        if (!isStored && (!held || isItsItem))
             return present;
+        if (isStored && isItsItem)
+            present->AbandonItem();
     }
+    if (!held)
+        return nullptr;
     auto made = Kernel::DelayLoadHolder::Create(Data::GetItemType(), Kernel::Counted<Data>(held));
     delayLoad.Exchange(made);
     return made;
