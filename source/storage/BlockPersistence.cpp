@@ -8,10 +8,14 @@
 #include "storage/Block.h"
 #include "storage/BlockPin.h"
 
+#include <chrono>
+#include <thread>
+
 namespace Raster {
 namespace {
 constexpr Kernel::IDTag dataRectTag("Rect"), inverseRectTag("IRct"), dataTag("Data");
 constexpr int compressionLevel = 1; // tiles are many, and users wait for a save
+constexpr std::chrono::milliseconds longestWait(100);
 }
 
 Kernel::ClassProperties const & Block::GetClassProperties() {
@@ -20,9 +24,23 @@ Kernel::ClassProperties const & Block::GetClassProperties() {
     return properties;
 }
 
+// Who saves has a reference to the block, so new sessions of its tile write into a copy: once those that are open now
+// have ended, the bytes are those between two strokes, and stay. A session that never ends, say of this thread itself,
+// must not hold up the save: the bytes are taken as they are then, and saved again the next time.
+bool Block::WaitForWriters() const {
+    auto const end = std::chrono::steady_clock::now() + longestWait;
+    while (HasMutableSession()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
+    }
+    return true;
+}
+
 void Block::Save(Kernel::OutSerialiser & serialiser) const {
+    bool const isQuiet = WaitForWriters();
     ConstBlockPin const pin(*this);
-    if (serialiser.IsFullSave()) {
+    if (serialiser.IsFullSave() && isQuiet) {
         // Asking loads the bytes if the rect isn't known. What can't be loaded has no rect that is worth keeping.
         auto const dataRect = GetDataRect(), inverseRect = GetInverseDataRect();
         if (!IsPendingDelayLoad() || IsDataRectValid())
