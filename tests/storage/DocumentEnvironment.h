@@ -19,6 +19,7 @@
 #include <cstring>
 #include <functional>
 #include <random>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -155,6 +156,15 @@ protected:
             session.StoreObject("Bitmap.dat", first);
             session.StoreObject("Other.dat", second);
         });
+    }
+
+    /// A typed bitmap among the properties of a stream.
+    static void StoreInline(Kernel::ArchiveSession & session, std::string const & stream, BitmapCore const & bitmap) {
+        session.StoreProperties(stream, "Test", 1, [&](Kernel::OutSerialiser & out) { bitmap.SaveInline(out); });
+    }
+    /// What `write` writes in place of a bitmap's properties.
+    void SaveProperties(Document const & document, std::function<void(Kernel::OutSerialiser &)> const & write) const {
+        SaveWith(document, [&](auto & session) { session.StoreProperties("Bitmap.dat", "DyBm", 1, write); });
     }
 
     static auto Parse(Document const & document, char const * stream = "Bitmap.dat") {
