@@ -32,7 +32,7 @@ protected:
 
     DocumentTest() : codecBefore(SetCompressedDataCodec(&testCodec)) {
         RegisterStoredClasses();
-        decodes = 0;
+        decodes = inversions = conversions = 0;
     }
     ~DocumentTest() override { SetCompressedDataCodec(codecBefore); }
 
@@ -45,11 +45,17 @@ protected:
         bitmap = MakeBitmap(data->GetData()[0] * 4, data->GetData()[1] * 4, RGBA8);
         FillWith(bitmap, data->GetData()[2]);
     }
-    static void Invert(DynamicBitmap &, bool *) {}
-    static void Convert(DynamicBitmap &, DynamicBitmap const &, Kernel::Consolidated<ICCProfile> const &,
-                        Kernel::Consolidated<ICCProfile> const &, bool *) {}
+    static void Invert(DynamicBitmap & bitmap, bool *) {
+        ++inversions;
+        FillAll(bitmap, 200);
+    }
+    static void Convert(DynamicBitmap & dest, DynamicBitmap const &, Kernel::Consolidated<ICCProfile> const &,
+                        Kernel::Consolidated<ICCProfile> const &, bool *) {
+        ++conversions;
+        FillAll(dest, 100);
+    }
     static inline CompressedDataCodec const testCodec{Decode, Invert, Convert};
-    static inline std::atomic<int> decodes{0};
+    static inline std::atomic<int> decodes{0}, inversions{0}, conversions{0};
 
     static DynamicBitmap MakeBitmap(int width, int height, Format format, MipmapMode mode = MipmapModeOnDemandDefault) {
         return DynamicBitmap(width, height, format, mode, HardwareCachePolicy::Default);
