@@ -68,6 +68,7 @@ public:
 private:
     explicit Document(Kernel::Counted<Kernel::Archive> openArchive) : archive(std::move(openArchive)) {}
     void Load();
+    void ShareEqualTiles();
 
     Kernel::Counted<Kernel::Archive> archive;
 };
