@@ -1,5 +1,6 @@
 #include "files/jpeg/JPEGReader.h"
 
+#include "files/ImageLimits.h"
 #include "kernel/Abort.h"
 
 #include <algorithm>
@@ -76,20 +77,48 @@ double JPEGReader::GetDPI() const {
 }
 
 DecodedPixels JPEGReader::Decode(int wantedComponents) {
+    Prepare(wantedComponents);
+    DecodedPixels pixels(static_cast<int>(codec.output_width), static_cast<int>(codec.output_height),
+                         static_cast<std::size_t>(components));
+    ReadRows(pixels, pixels.GetHeight());
+    return pixels;
+}
+
+std::exception_ptr JPEGReader::DecodeBands(int wantedComponents, BandCut const & cut, BandTaker const & take) {
+    Prepare(wantedComponents);
+    return DecodeBandByBand(
+        cut, static_cast<int>(codec.output_width), static_cast<std::size_t>(components),
+        [&](DecodedPixels & band, int rowCount) { return ReadRows(band, rowCount); }, take);
+}
+
+// Everything before the rows. The limits hold for the whole picture, whoever keeps it.
+void JPEGReader::Prepare(int wantedComponents) {
     components = wantedComponents;
     if (stream->Tell() != streamPosition)
         stream->Seek(Kernel::SeekOrigin::Start, static_cast<std::int64_t>(streamPosition));
     RunOrThrow(*this, SizeStep);
     auto const coefficientBytes = GetCoefficientBytes();
-    pixels = DecodedPixels(static_cast<int>(codec.output_width), static_cast<int>(codec.output_height),
-                           static_cast<std::size_t>(components), coefficientBytes);
+    CheckImageSize(codec.output_width, codec.output_height, static_cast<std::uint64_t>(components), coefficientBytes);
     // The check above is the limit. This one catches a codec that wants more for its arrays than was counted; what it
     // takes beside them grows with the width alone.
     constexpr std::uint64_t workBytes = 64 << 20;
     codec.mem->max_memory_to_use = static_cast<long>(coefficientBytes + workBytes);
-    if (!Run(*this, RowsStep) && !WasAborted())
+}
+
+/// The next rows; the first call starts the codec and that for the last row ends it.
+/// @return false if it was aborted.
+bool JPEGReader::ReadRows(DecodedPixels & wanted, int count) {
+    rows = &wanted;
+    rowsDone = 0;
+    rowsWanted = count;
+    bool const isFirst = codec.output_scanline == 0;
+    bool const isRead = (!isFirst || Run(*this, StartStep)) && Run(*this, RowsStep);
+    bool const isLast = isRead && codec.output_scanline == codec.output_height;
+    if (isRead && (!isLast || Run(*this, FinishStep)))
+        return rowsDone == rowsWanted;
+    if (!WasAborted())
         ThrowFailure();
-    return std::move(pixels);
+    return false;
 }
 
 void JPEGReader::SizeStep(JPEGReader & reader) {
@@ -116,18 +145,19 @@ std::uint64_t JPEGReader::GetCoefficientBytes() const {
     return blocks * sizeof(JBLOCK);
 }
 
+void JPEGReader::StartStep(JPEGReader & reader) { jpeg_start_decompress(&reader.codec); }
+
 void JPEGReader::RowsStep(JPEGReader & reader) {
-    auto & codec = reader.codec;
-    jpeg_start_decompress(&codec);
     // One row a call: more at once is no faster, and the flag is looked at before each.
-    while (codec.output_scanline < codec.output_height) {
+    for (; reader.rowsDone < reader.rowsWanted; ++reader.rowsDone) {
         if (Kernel::IsAborted(reader.abort))
             return;
-        JSAMPROW row = reader.pixels.GetRow(static_cast<int>(codec.output_scanline));
-        jpeg_read_scanlines(&codec, &row, 1);
+        JSAMPROW row = reader.rows->GetRow(reader.rowsDone);
+        jpeg_read_scanlines(&reader.codec, &row, 1);
     }
-    jpeg_finish_decompress(&codec);
 }
+
+void JPEGReader::FinishStep(JPEGReader & reader) { jpeg_finish_decompress(&reader.codec); }
 
 boolean JPEGReader::OnFill(j_decompress_ptr codec) {
     auto & reader = Of(codec);
