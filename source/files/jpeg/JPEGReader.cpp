@@ -15,6 +15,16 @@ J_COLOR_SPACE GetColourSpaceOf(int components) {
     return components == 1 ? JCS_GRAYSCALE : components == 4 ? JCS_CMYK : JCS_RGB;
 }
 
+// Sound files have below 20 scans.
+constexpr int mostScans = 500;
+// Of blocks of 8 by 8, by all scans. Common progressive files go over each block 5 times, as 100 megapixels without
+// subsampling do with 23 million visits. The first number takes 3 seconds here, and below 10 on a slow machine.
+constexpr std::uint64_t alwaysAllowedVisits = std::uint64_t(64) << 20, mostVisitsPerBlock = 12;
+
+std::uint64_t CountBlocks(jpeg_component_info const & component) {
+    return std::uint64_t(component.width_in_blocks) * component.height_in_blocks;
+}
+
 std::uint64_t RoundUp(std::uint64_t number, int unit) {
     auto const step = static_cast<std::uint64_t>(unit);
     return (number + step - 1) / step * step;
@@ -45,7 +55,7 @@ void JPEGReader::CreateStep(JPEGReader & reader) {
     jpeg_create_decompress(&reader.codec);
     reader.codec.src = &reader.source;
     reader.codec.mem->max_memory_to_use = 0; // whatever the environment says
-    reader.ConnectProgress(reader.codec);
+    reader.ConnectProgress(reader.codec, OnReadProgress);
 }
 
 void JPEGReader::HeaderStep(JPEGReader & reader) {
@@ -130,6 +140,8 @@ void JPEGReader::SizeStep(JPEGReader & reader) {
     if (codec.output_components != reader.components)
         Fail(AsCommon(&codec), JERR_BAD_J_COLORSPACE);
     reader.hasSeveralScans = jpeg_has_multiple_scans(&codec);
+    for (int i = 0; i < codec.num_components; ++i)
+        reader.blockCount += CountBlocks(codec.comp_info[i]);
 }
 
 // A file whose picture comes in one scan is decoded as it is read. Of others the codec first collects all coefficients.
@@ -158,6 +170,23 @@ void JPEGReader::RowsStep(JPEGReader & reader) {
 }
 
 void JPEGReader::FinishStep(JPEGReader & reader) { jpeg_finish_decompress(&reader.codec); }
+
+// A file of several scans is read whole before the first row comes. A scan may be a few bytes long and yet cost a walk
+// over all coefficients, 40 nanoseconds and more for each block: so the blocks that all scans go over are counted.
+void JPEGReader::OnReadProgress(j_common_ptr common) {
+    OnProgress(common);
+    auto & codec = *reinterpret_cast<j_decompress_ptr>(common);
+    auto & reader = Of(&codec);
+    if (codec.input_scan_number == reader.lastScan)
+        return;
+    reader.lastScan = codec.input_scan_number;
+    if (reader.lastScan > mostScans)
+        reader.Refuse("more than 500 scans");
+    for (int i = 0; i < codec.comps_in_scan; ++i)
+        reader.visitedBlocks += CountBlocks(*codec.cur_comp_info[i]);
+    if (reader.visitedBlocks > std::max(alwaysAllowedVisits, mostVisitsPerBlock * reader.blockCount))
+        reader.Refuse("the scans go over the picture too often");
+}
 
 boolean JPEGReader::OnFill(j_decompress_ptr codec) {
     auto & reader = Of(codec);

@@ -52,6 +52,7 @@ private:
     static void FinishStep(JPEGReader & reader);
 
     static void OnInit(j_decompress_ptr) {}
+    static void OnReadProgress(j_common_ptr codec);
     static boolean OnFill(j_decompress_ptr codec);
     static void OnSkip(j_decompress_ptr codec, long count);
     static boolean OnMarker(j_decompress_ptr codec);
@@ -78,7 +79,9 @@ private:
 
     int components = 0; // of the decoded form
     bool hasSeveralScans = false;
-    DecodedPixels * rows = nullptr; // to be filled by `RowsStep`; not owned
+    int lastScan = 0;
+    std::uint64_t blockCount = 0, visitedBlocks = 0; // of all components; by the scans that have begun
+    DecodedPixels * rows = nullptr;                  // to be filled by `RowsStep`; not owned
     int rowsDone = 0, rowsWanted = 0;
 };
 }
