@@ -1,7 +1,7 @@
 // Which vector instructions this machine has, for Highway's dispatch. Highway's own library answers that, too; but it
 // also holds a stopwatch that measures itself for 4 milliseconds whenever the library is loaded, which is longer than
-// all else that the program `raster` does to start. With these functions here nothing of it is needed, and linkers leave
-// it out. What they promise stands in hwy/targets.h.
+// all else that the program `raster` does to start. With these functions here nothing of it is needed, and linkers
+// leave it out. What they promise stands in hwy/targets.h.
 #include <hwy/highway.h>
 
 #if HWY_ARCH_X86_64 && !defined(HWY_COMPILE_ONLY_SCALAR)
