@@ -18,7 +18,7 @@ void Decode(Kernel::Counted<CompressedRasterData const> const & data, DynamicBit
                           HardwareCachePolicy::Default);
     TransferParams params;
     params.abort = abort;
-    Draw(decoded, file, &params, nullptr, 0, 0);
+    DrawOnce(decoded, file, &params, nullptr, 0, 0);
     if (file.HasFailed())
         return;
     profile = file.GetProfile();
