@@ -8,6 +8,7 @@
 #include "kernel/InSerialiserFile.h"
 #include "kernel/OutSerialiser.h"
 #include "storage/CompressedRasterData.h"
+#include "storage/DeduplicationPass.h"
 #include "storage/RasterSerialisationStrategy.h"
 #include "storage/StoredClasses.h"
 
@@ -223,7 +224,15 @@ Kernel::Counted<Layer> Document::LoadLayer(std::string const & streamName) const
     }
 }
 
+// What was painted in one colour is a byte for each tile then, and a tile that is met again is compressed once.
+void Document::ShareEqualTiles() {
+    Raster::DeduplicationPass pass;
+    for (auto const & layer : layers)
+        pass.Add(layer->bitmap);
+}
+
 Kernel::ArchiveSaveCounts Document::Save(SaveSettings const & settings) {
+    ShareEqualTiles();
     return OnArchive(GetPath(), [&] {
         auto session = archive->CreateSession(settings.mode);
         session->SetKeepDamaged(settings.keepDamaged);

@@ -81,6 +81,7 @@ public:
 private:
     explicit Document(Kernel::Counted<Kernel::Archive> openArchive) : archive(std::move(openArchive)) {}
     void Load();
+    void ShareEqualTiles();
     void LoadRoot(Kernel::InSerialiser const & root, std::uint32_t & layerCount);
     /// Null if it is missing or damaged.
     Kernel::Counted<Layer> LoadLayer(std::string const & streamName) const;

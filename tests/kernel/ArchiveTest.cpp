@@ -359,6 +359,21 @@ TEST_F(ArchiveTest, KeepsModeAndLinkOfTheFileThatIsReplaced) {
     ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(1, 9));
 }
 
+TEST_F(ArchiveTest, GivesANewFileTheModeOfNewFilesAndHidesThatOfAPrivateOne) {
+    auto const old = umask(027);
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    umask(old);
+    struct stat status;
+    ASSERT_EQ(stat(GetPath().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+
+    std::string beside;
+    ASSERT_TRUE(ArchiveDisk::GetSystem()->CreateBeside(GetPath(), beside));
+    ASSERT_EQ(stat(beside.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+    ArchiveDisk::GetSystem()->Remove(beside);
+}
+
 TEST_F(ArchiveTest, WritesTheSameItemsForAnyNumberOfThreads) {
     std::vector<std::vector<std::uint64_t>> sizes;
     for (unsigned const threads : {1u, 2u, 8u}) {
