@@ -258,14 +258,16 @@ std::optional<Entry> FindItemAt(ArchiveFile const & file, std::uint64_t offset, 
                  header->rawHash.low, header->type, header->name};
 }
 
-// Looks for items in all of the file.
-std::vector<Entry> ScanForItems(ArchiveFile const & file, Progress const & progress) {
-    std::vector<Entry> found;
+/// Looks for items from one offset to another, one behind the other.
+/// @param progress  null for a part of the file.
+void ScanForItems(ArchiveFile const & file, std::uint64_t begin, std::uint64_t end, std::uint64_t & budget,
+                  Progress const * progress, std::vector<Entry> & found) {
     std::uint64_t const size = file.GetSize().value_or(0);
-    std::uint64_t next = 0; // what lies before is the payload of an item
-    std::uint64_t budget = 4 * size + windowBytes;
-    for (std::uint64_t window = 0; window < size && !progress.IsAborted(); window += windowBytes) {
-        auto const bytes = ReadAt(file, window, std::min(windowBytes, size - window));
+    std::uint64_t next = begin; // what lies before is the payload of an item
+    for (auto window = AlignUp(begin, itemAlignment); window < end; window += windowBytes) {
+        if (progress && progress->IsAborted())
+            return;
+        auto const bytes = ReadAt(file, window, std::min(windowBytes, end - window));
         for (std::uint64_t at = 0; at + 4 <= bytes.size(); at += itemAlignment) {
             if (window + at < next || std::memcmp(bytes.data() + at, "Item", 4) != 0)
                 continue;
@@ -274,8 +276,17 @@ std::vector<Entry> ScanForItems(ArchiveFile const & file, Progress const & progr
                 found.push_back(*std::move(entry));
             }
         }
-        progress.Report(double(window) / double(size) / 2);
+        if (progress)
+            progress->Report(double(window) / double(size) / 2);
     }
+}
+
+std::uint64_t GetScanBudget(ArchiveFile const & file) { return 4 * file.GetSize().value_or(0) + windowBytes; }
+
+std::vector<Entry> ScanForItems(ArchiveFile const & file, Progress const & progress) {
+    std::vector<Entry> found;
+    auto budget = GetScanBudget(file);
+    ScanForItems(file, 0, file.GetSize().value_or(0), budget, &progress, found);
     return found;
 }
 }
@@ -295,36 +306,98 @@ Counted<ArchiveSnapshot const> OpenListed(std::string const & path, Counted<Arch
     }
 }
 
-/// The items that check, each once; of streams of one name the last.
-/// @param lost  gets the ids of the others.
-std::vector<Entry> KeepWhole(ArchiveFile const & file, std::string const & path, std::vector<Entry> entries,
-                             Progress const & progress, std::unordered_set<ItemID> & lost) {
+struct Sorted {
+    std::vector<Entry> whole;  // each item once, and of streams of one name the last
+    std::vector<Entry> failed; // do not check
+};
+
+Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entry> const & entries,
+            Progress const & progress) {
     ArchiveItemReader const reader(file, path);
-    std::vector<Entry> whole;
+    Sorted sorted;
     std::unordered_map<std::string, std::size_t> streams; // by name, where in `whole`
     std::unordered_set<ItemID> known;
-    for (auto & entry : entries) {
+    for (auto const & entry : entries) {
         if (progress.IsAborted())
             break;
-        if (known.contains(entry.id))
-            continue; // the same item once more: an id stands for the same bytes for ever
         try {
             reader.ReadRaw(entry, /*checkRaw=*/true);
         } catch (std::exception const &) { // damaged, or too large for this machine
-            lost.insert(entry.id);
+            sorted.failed.push_back(entry);
             continue;
         }
-        known.insert(entry.id);
-        auto const place = entry.type == ArchiveTags::stream ? streams.emplace(entry.name, whole.size())
+        if (!known.insert(entry.id).second)
+            continue; // the same item once more: an id stands for the same bytes for ever
+        auto const place = entry.type == ArchiveTags::stream ? streams.emplace(entry.name, sorted.whole.size())
                                                              : std::pair(streams.end(), true);
         if (place.second)
-            whole.push_back(std::move(entry));
+            sorted.whole.push_back(entry);
         else
-            whole[place.first->second] = std::move(entry);
+            sorted.whole[place.first->second] = entry;
     }
-    for (auto const & id : known)
-        lost.erase(id); // there was another copy
-    return whole;
+    return sorted;
+}
+
+/// Looks for items where those that don't check say that their bytes are: a header may be somewhere that it doesn't
+/// belong. What is found has to come from saves that whole items come from too, so that a damaged item which holds a
+/// document of its own isn't taken apart.
+/// @param searched  the offsets of items that were looked into; grows.
+/// @param budget  bytes that headers and what they claim may still come to: many could name the same bytes.
+std::vector<Entry> FindWithin(ArchiveFile const & file, Sorted const & sorted,
+                              std::unordered_set<std::uint64_t> & searched, std::uint64_t & budget) {
+    std::unordered_set<std::uint64_t> commits;
+    for (auto const & entry : sorted.whole)
+        commits.insert(entry.id.commit);
+    std::vector<Entry> within;
+    for (auto const & failed : sorted.failed) {
+        if (!searched.insert(failed.offset).second)
+            continue;
+        std::vector<Entry> found;
+        ScanForItems(file, failed.offset + itemAlignment, failed.GetEnd(), budget, nullptr, found);
+        for (auto & entry : found)
+            if (commits.contains(entry.id.commit) && entry.storedSize <= budget) {
+                budget -= entry.storedSize;
+                within.push_back(std::move(entry));
+            }
+    }
+    return within;
+}
+
+/// Whatever in all of the file looks like an item, by whether it checks.
+Sorted FindItems(ArchiveFile const & file, std::string const & path, Progress const & progress) {
+    auto entries = ScanForItems(file, progress);
+    auto sorted = Sort(file, path, entries, progress);
+    std::unordered_set<std::uint64_t> searched;
+    for (auto budget = GetScanBudget(file); !sorted.failed.empty() && !progress.IsAborted();) {
+        auto const within = FindWithin(file, sorted, searched, budget);
+        if (within.empty())
+            break;
+        entries.insert(entries.end(), within.begin(), within.end());
+        std::sort(entries.begin(), entries.end(), [](Entry const & a, Entry const & b) { return a.offset < b.offset; });
+        sorted = Sort(file, path, entries, progress);
+    }
+    return sorted;
+}
+
+/// Of two streams of one name the one that the list names is the later one, wherever in the file it is.
+void PreferListed(std::vector<Entry> & whole, std::vector<Entry> const & listed) {
+    std::unordered_map<std::string, Entry const *> streams;
+    for (auto const & entry : listed)
+        if (entry.type == ArchiveTags::stream)
+            streams.emplace(entry.name, &entry);
+    for (auto & entry : whole)
+        if (auto const found = streams.find(entry.name); entry.type == ArchiveTags::stream && found != streams.end())
+            entry = *found->second;
+}
+
+std::uint64_t CountLost(Sorted const & sorted, std::vector<Entry> const & listed) {
+    std::unordered_set<ItemID> lost;
+    for (auto const * const entries : {&sorted.failed, &listed})
+        for (auto const & entry : *entries)
+            lost.insert(entry.id);
+    for (auto const & entry : sorted.whole)
+        lost.erase(entry.id);
+    return lost.size();
 }
 }
 
@@ -339,23 +412,22 @@ ArchiveSalvage SalvageArchive(std::string const & path, std::string const & targ
     auto const file = OpenFile(path, disk);
     Progress const progress{abort, report, context};
     ArchiveSalvage result;
-    std::vector<Entry> whole;
-    std::unordered_set<ItemID> lost;
-    if (auto const listed = OpenListed(path, file))
-        whole = KeepWhole(*file, path, listed->GetEntries(), progress, lost);
-    bool const isComplete = !whole.empty() && lost.empty();
-    if (!isComplete) {
+    Sorted sorted, listed;
+    if (auto const last = OpenListed(path, file))
+        sorted = listed = Sort(*file, path, last->GetEntries(), progress);
+    if (sorted.whole.empty() || !sorted.failed.empty()) {
         // A list that is gone, or a stream that is: an earlier state of it may lie in the file.
         result.hasScanned = true;
-        whole = KeepWhole(*file, path, ScanForItems(*file, progress), progress, lost);
+        sorted = FindItems(*file, path, progress);
+        PreferListed(sorted.whole, listed.whole);
     }
     if (progress.IsAborted())
         throw ArchiveError(ArchiveError::Kind::WriteFailed, target + ": stopped; nothing was written");
-    if (whole.empty())
+    if (sorted.whole.empty())
         throw ArchiveError(ArchiveError::Kind::Damaged, path + ": nothing in it can be saved");
-    result.itemsSaved = whole.size();
-    result.itemsLost = lost.size();
-    for (auto const & entry : whole)
+    result.itemsSaved = sorted.whole.size();
+    result.itemsLost = CountLost(sorted, listed.failed);
+    for (auto const & entry : sorted.whole)
         result.bytesSaved += entry.rawSize;
 
     auto const headerBlock = ReadAt(*file, 0, headerBytes);
@@ -363,7 +435,8 @@ ArchiveSalvage SalvageArchive(std::string const & path, std::string const & targ
     auto tag = header ? header->archiveTag : tagOfDamaged;
     if (tag == IDTag())
         tag = GetArchiveTagAsFound(headerBlock); // most likely something else in the header is damaged
-    auto const found = MakeCounted<ArchiveSnapshot>(path, file, header.value_or(Header()), Footer(), std::move(whole));
+    auto const found =
+        MakeCounted<ArchiveSnapshot>(path, file, header.value_or(Header()), Footer(), std::move(sorted.whole));
     auto const archive = Archive::Create(target, tag, disk);
     auto session = archive->CreateSession();
     session->SetKeepDamaged(true);
