@@ -198,8 +198,9 @@ protected:
 
     Kernel::Counted<MemoryDisk> disk = Kernel::MakeCounted<MemoryDisk>();
 
+    CompressedDataCodec const * const codecBefore; ///< that of the library
+
 private:
     Kernel::Counted<RasterSerialisationStrategy> strategy;
-    CompressedDataCodec const * const codecBefore;
 };
 }
