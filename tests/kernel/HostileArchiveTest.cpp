@@ -1,9 +1,15 @@
 // Files whose checksums are all right and whose content is meant to hurt.
+#include "kernel/Album.h"
+#include "kernel/ArchiveCheck.h"
 #include "kernel/ArchiveError.h"
 #include "kernel/ArchiveLayout.h"
 #include "kernel/ArchiveSnapshot.h"
 #include "kernel/ArchiveTags.h"
+#include "kernel/MemoryDisk.h"
+#include "kernel/MemoryOutStream.h"
+#include "kernel/PropertyStream.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,6 +17,10 @@
 
 using namespace Kernel;
 using namespace Kernel::ArchiveLayout;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
 
 namespace {
 constexpr FileID fileID{1234, 5678};
@@ -52,35 +62,132 @@ std::vector<std::uint8_t> StartFile() {
     return file;
 }
 
-// A document of one item, the header of which a test has a word in.
-Counted<ArchiveSnapshot const> OpenWithItem(std::function<void(ItemHeader & header, Entry & entry)> const & change) {
-    std::vector<std::uint8_t> const payload{1, 2, 3};
+/// An item to be written, and what the list of contents says of it.
+struct Item {
     ItemHeader header;
-    header.id = {77, 1};
-    header.type = ArchiveTags::stream;
-    header.name = "Main.dat";
+    Entry entry;
+    std::vector<std::uint8_t> payload;
+};
+
+Item MakeItem(std::uint64_t number, IDTag type, char const * name, std::vector<std::uint8_t> payload,
+              std::vector<ItemID> references = {}) {
+    Item item;
+    auto & header = item.header;
+    header.id = {77, number};
+    header.type = type;
+    header.name = name;
     header.rawSize = header.storedSize = payload.size();
     header.rawHash = GetHash128(payload.data(), payload.size());
     header.storedHash = Hash64(payload.data(), payload.size());
-    Entry entry{header.id,         headerBytes,    header.GetEncodedSize(),
-                header.storedSize, header.rawSize, header.rawHash.low,
-                header.type,       header.name};
-    change(header, entry);
+    header.references = std::move(references);
+    item.entry = {
+        header.id,   0,          header.GetEncodedSize(), header.storedSize, header.rawSize, header.rawHash.low,
+        header.type, header.name};
+    item.payload = std::move(payload);
+    return item;
+}
+
+// A document of one commit. The entries' offsets are filled in.
+std::vector<std::uint8_t> MakeFile(std::vector<Item> & items, std::vector<Entry> const & further = {}) {
     auto file = StartFile();
-    header.Encode(file);
-    Append(file, payload);
+    std::vector<Entry> entries;
+    for (auto & [header, entry, payload] : items) {
+        file.resize(AlignUp(file.size(), itemAlignment));
+        entry.offset = file.size();
+        entries.push_back(entry);
+        header.Encode(file);
+        Append(file, payload);
+    }
+    for (auto const & entry : further)
+        entries.push_back(entry);
     file.resize(AlignUp(file.size(), footerBytes));
-    auto const index = EncodeIndex({entry});
+    auto const index = EncodeIndex(entries);
     Footer footer;
+    footer.commitNumber = 1;
     footer.fileID = fileID.low;
     footer.indexOffset = file.size();
     footer.indexSize = index.size();
     footer.indexHash = Hash64(index.data(), index.size());
+    footer.offset = Footer::GetOffset(footer.indexOffset, index.size());
     Append(file, index);
-    file.resize(AlignUp(file.size(), footerBytes) + footerDistance);
-    footer.offset = file.size();
+    file.resize(footer.GetSecondIndexOffset());
+    Append(file, index);
+    file.resize(footer.offset);
     Append(file, footer.Encode());
-    return ArchiveSnapshot::Open("hostile.doc", MakeCounted<CountingFile>(std::move(file)), "Test");
+    return file;
+}
+
+Counted<MemoryDisk> MakeDisk(std::vector<std::uint8_t> file) {
+    return MakeCounted<MemoryDisk>(MemoryDisk::Files{{"hostile.doc", std::move(file)}});
+}
+
+std::vector<std::string> Verify(Counted<MemoryDisk> const & disk) {
+    std::vector<std::string> problems;
+    for (auto const & problem : VerifyArchive("hostile.doc", nullptr, nullptr, nullptr, disk).problems)
+        problems.push_back(problem.what);
+    return problems;
+}
+
+// A document of one item, the header of which a test has a word in.
+Counted<ArchiveSnapshot const> OpenWithItem(std::function<void(ItemHeader & header, Entry & entry)> const & change) {
+    std::vector<Item> items{MakeItem(1, ArchiveTags::stream, "Main.dat", {1, 2, 3})};
+    change(items[0].header, items[0].entry);
+    return ArchiveSnapshot::Open("hostile.doc", MakeCounted<CountingFile>(MakeFile(items)), "Test");
+}
+
+// The bytes of a stream of properties.
+class NoItems final : public FileStoreOut {
+public:
+    ItemID StoreItem(DelayLoadHolder &, FileStoreOutPathGenerator const &, FileStoreCompressionHint const *) override {
+        return {};
+    }
+    ItemID StoreSharedObject(SharedSerialisable const &) override { return {}; }
+};
+std::vector<std::uint8_t> MakeStream(IDTag root, std::function<void(OutSerialiser &)> const & save) {
+    auto const stream = MakeCounted<MemoryOutStream>();
+    auto const store = MakeCounted<NoItems>();
+    OutSerialiserFile serialiser(*stream, *store, root, 1);
+    save(serialiser);
+    serialiser.Close();
+    return stream->TakeData();
+}
+void SaveReference(OutSerialiser & out, IDTag tag, PropType type, ItemID id) {
+    std::uint8_t bytes[16];
+    PropertyStream::WriteAt(bytes, id.commit);
+    PropertyStream::WriteAt(bytes + 8, id.number);
+    out.SaveTypeI(tag, type, bytes, sizeof bytes);
+}
+
+// A shared object that refers to others like it, and to an item.
+class Link final : public SharedSerialisable {
+public:
+    Counted<SharedSerialisable> first, second;
+    Counted<DelayLoadHolder> item;
+    static inline int loads = 0;
+
+    static SharedClassProperties const & GetClassProperties() {
+        static SharedClassProperties const properties("Link", 1, [] { return Counted<Serialisable>(new Link); });
+        return properties;
+    }
+    ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
+    void Save(OutSerialiser &) const override {}
+    bool Load(InSerialiser const & in, FileStore & store, unsigned short) override {
+        ++loads;
+        in.LoadSharedObjectI("Frst", store, GetClassProperties(), first);
+        in.LoadSharedObjectI("Scnd", store, GetClassProperties(), second);
+        in.LoadDelayLoadObject("Item", store, AlbumForTests::Blob::GetType(), item);
+        return true;
+    }
+    void AccumulateHash(HashAccumulator &) const override {}
+    bool CompareMembers(Serialisable const & other) const override { return this == &other; }
+};
+
+Item MakeLink(std::uint64_t number, ItemID first, ItemID second) {
+    auto const bytes = MakeStream("Link", [&](OutSerialiser & out) {
+        SaveReference(out, "Frst", PropType::SharedObject, first);
+        SaveReference(out, "Scnd", PropType::SharedObject, second);
+    });
+    return MakeItem(number, ArchiveTags::sharedObject, "s/", bytes, {first, second});
 }
 }
 
@@ -125,4 +232,111 @@ TEST(HostileArchive, ManyFootersAreNotReadManyTimes) {
         EXPECT_THROW(ArchiveSnapshot::Open("hostile.doc", disk, "Test"), ArchiveError);
         EXPECT_LT(disk->bytesRead, 16 * size) << isChained;
     }
+}
+
+// Neither hides in a document that is checked; reading takes the first.
+TEST(HostileArchive, ListsThatNameAnItemTwiceOrItemsThatOverlapAreDamage) {
+    std::vector<Item> items{MakeItem(1, ArchiveTags::stream, "Main.dat", {1, 2, 3})};
+    EXPECT_THAT(Verify(MakeDisk(MakeFile(items))), IsEmpty());
+    auto const twice = MakeDisk(MakeFile(items, {items[0].entry}));
+    EXPECT_THAT(Verify(twice), Contains(HasSubstr("is listed twice")));
+    auto const opened = Archive::Open("hostile.doc", "Test", twice);
+    ASSERT_TRUE(opened->OpenStream("Main.dat"));
+    auto session = opened->CreateSession();
+    EXPECT_TRUE(session->KeepStream("Main.dat"));
+    opened->CloseSession(std::move(session));
+    EXPECT_EQ(opened->GetInfo().items.size(), 1u) << "a save leaves one of it";
+
+    // A whole item that lies within the bytes of another one.
+    auto const inner = MakeItem(2, ArchiveTags::stream, "Inner.dat", {4, 5, 6});
+    std::vector<std::uint8_t> payload;
+    inner.header.Encode(payload);
+    Append(payload, inner.payload);
+    payload.insert(payload.begin(), AlignUp(itemHeaderBytes + 9, itemAlignment) - itemHeaderBytes - 9, 0);
+    std::vector<Item> outer{MakeItem(1, ArchiveTags::stream, "Outer.dat", payload)};
+    EXPECT_THAT(Verify(MakeDisk(MakeFile(outer))), IsEmpty());
+    auto within = inner.entry;
+    within.offset = outer[0].entry.GetEnd() - inner.entry.headerSize - inner.payload.size();
+    ASSERT_EQ(within.offset % itemAlignment, 0u);
+    auto const overlapping = MakeDisk(MakeFile(outer, {within}));
+    EXPECT_TRUE(Archive::Open("hostile.doc", "Test", overlapping)->OpenStream("Inner.dat")) << "it is whole";
+    EXPECT_THAT(Verify(overlapping), Contains(HasSubstr("overlaps another one")));
+}
+
+// A copy of an item takes along what its header names, and would lack the rest.
+TEST(HostileArchive, HeaderThatDoesNotNameWhatTheContentRefersToIsDamage) {
+    ItemID const blob{77, 2};
+    auto const stream = MakeStream("Root", [&](OutSerialiser & out) {
+        ASSERT_TRUE(out.StartClassTestI("Deep"));
+        out.StartClassBeginI("Clss", 1);
+        SaveReference(out, "Item", PropType::DelayLoadObject, blob);
+        SaveReference(out, "None", PropType::DelayLoadObject, {});
+        out.EndPropClassI();
+    });
+    auto const verify = [&](IDTag type, std::vector<ItemID> references) {
+        std::vector<Item> items{MakeItem(1, type, "Main.dat", stream, std::move(references)),
+                                MakeItem(2, "Blob", "b/0", {1, 2, 3})};
+        return Verify(MakeDisk(MakeFile(items)));
+    };
+    for (auto const type : {ArchiveTags::stream, ArchiveTags::sharedObject}) {
+        EXPECT_THAT(verify(type, {blob}), IsEmpty());
+        EXPECT_THAT(verify(type, {}), ElementsAre(HasSubstr("refers to an item that its header doesn't name")));
+        EXPECT_THAT(verify(type, {blob, {77, 3}}), ElementsAre(HasSubstr("missing")));
+    }
+    EXPECT_THAT(verify("Blob", {}), IsEmpty()) << "who knows what it holds";
+}
+
+TEST(HostileArchive, SharedObjectsThatReferToThemselvesEnd) {
+    Link::GetClassProperties().Init();
+    Link::loads = 0;
+    std::vector<Item> items{MakeLink(1, {77, 1}, {77, 2}), MakeLink(2, {77, 1}, {77, 2})};
+    auto const archive = Archive::Open("hostile.doc", "Test", MakeDisk(MakeFile(items)));
+    auto const link = DynamicCast<Link>(archive->LoadSharedObject({77, 1}, 0));
+    ASSERT_TRUE(link);
+    EXPECT_FALSE(link->first) << "it is within itself";
+    EXPECT_TRUE(link->second);
+    EXPECT_EQ(Link::loads, 2);
+}
+
+// Each refers to the next one twice: by every path there would be 2^60 of them.
+TEST(HostileArchive, SharedObjectsAreLoadedOnceHoweverManyPathsLeadToThem) {
+    Link::GetClassProperties().Init();
+    Link::loads = 0;
+    std::vector<Item> items;
+    for (std::uint64_t i = 1; i <= 60; ++i)
+        items.push_back(MakeLink(i, {77, i + 1}, {77, i + 1}));
+    auto const archive = Archive::Open("hostile.doc", "Test", MakeDisk(MakeFile(items)));
+    EXPECT_TRUE(archive->LoadSharedObject({77, 1}, 0));
+    EXPECT_EQ(Link::loads, 60);
+}
+
+// It holds a holder, which holds the archive: nobody may hold the object for the archive's sake.
+TEST(HostileArchive, SharedObjectThatRefersToAnItemDoesNotKeepItsArchiveOpen) {
+    Link::GetClassProperties().Init();
+    auto const bytes = MakeStream("Link", [](OutSerialiser & out) {
+        SaveReference(out, "Item", PropType::DelayLoadObject, {77, 2});
+    });
+    auto const stream = MakeStream("Root", [](OutSerialiser & out) {
+        SaveReference(out, "Frst", PropType::SharedObject, {77, 1});
+        SaveReference(out, "Scnd", PropType::SharedObject, {77, 1});
+    });
+    std::vector<Item> items{MakeItem(1, ArchiveTags::sharedObject, "s/", bytes, {{77, 2}}),
+                            MakeItem(2, "Blob", "b/", {1, 2, 3}),
+                            MakeItem(3, ArchiveTags::stream, "Main.dat", stream, {{77, 1}})};
+    auto const disk = MakeDisk(MakeFile(items));
+    {
+        Link root;
+        auto const archive = Archive::Open("hostile.doc", "Test", disk);
+        auto const parsed = InSerialiserFile::ParseWithChecks(*archive->OpenStream("Main.dat"), *archive,
+                                                              /*acceptFutureVersions=*/false);
+        Link::loads = 0;
+        root.Load(*parsed, *archive, 1);
+        EXPECT_EQ(Link::loads, 2) << "the root, and the one object";
+        auto const link = DynamicCast<Link>(root.first);
+        ASSERT_TRUE(link);
+        EXPECT_EQ(root.first, root.second);
+        EXPECT_EQ(AlbumForTests::BytesOf(link->item), std::vector<std::uint8_t>({1, 2, 3}));
+        EXPECT_GT(disk->GetCount(), 1u);
+    }
+    EXPECT_EQ(disk->GetCount(), 1u) << "somebody still has the file open";
 }
