@@ -15,7 +15,7 @@ namespace Raster {
 namespace {
 constexpr Kernel::IDTag dataRectTag("Rect"), inverseRectTag("IRct"), dataTag("Data");
 constexpr int compressionLevel = 1; // tiles are many, and users wait for a save
-constexpr std::chrono::milliseconds longestWait(100);
+constexpr std::chrono::milliseconds longestWait(1000);
 }
 
 Kernel::ClassProperties const & Block::GetClassProperties() {
