@@ -84,9 +84,22 @@ Counted<ArchiveSnapshot const> Archive::GetSnapshot() const {
     return snapshot;
 }
 
+// That in which an item lies: the present one, unless only the one before has it. A stream that was opened before a
+// save may be parsed after it, and refers to what the save left out.
+Counted<ArchiveSnapshot const> Archive::GetSnapshotWith(ItemID id) const {
+    Counted<ArchiveSnapshot const> current, before;
+    {
+        ScopedLock const guard(snapshotLock);
+        current = snapshot;
+        before = previous;
+    }
+    return before && !current->Find(id) && before->Find(id) ? before : current;
+}
+
 void Archive::SetSnapshot(Counted<ArchiveSnapshot const> committed) {
     ScopedLock const guard(snapshotLock);
-    std::swap(snapshot, committed); // the old one goes after the lock
+    std::swap(snapshot, committed);
+    std::swap(previous, committed); // the oldest one goes after the lock
 }
 
 ArchiveInfo Archive::GetInfo() const {
@@ -117,7 +130,7 @@ Counted<InStreamSeekable> Archive::OpenStream(std::string const & name) const {
 }
 
 Counted<DelayLoadHolder> Archive::GetHolder(ItemID id, FileStoreItemType const & type) {
-    auto const current = GetSnapshot();
+    auto const current = GetSnapshotWith(id);
     auto const * const entry = current ? current->Find(id) : nullptr;
     if (!id || (entry && entry->type != type.GetTag()))
         return {};
@@ -168,7 +181,7 @@ void Archive::MoveHolders() {
 }
 
 Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
-    auto const current = GetSnapshot();
+    auto const current = GetSnapshotWith(id);
     auto const * const entry = current ? current->Find(id) : nullptr;
     if (!entry || entry->type != ArchiveTags::sharedObject ||
         std::find(loadingShared.begin(), loadingShared.end(), id) != loadingShared.end())

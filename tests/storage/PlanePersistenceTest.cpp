@@ -222,15 +222,6 @@ TEST_F(PlanePersistenceTest, EnumeratingGivesEveryItemToTheStoreAndWritesNothing
     auto plane = MakePlane();
     for (unsigned i = 0; i < 3; ++i)
         FillTile(plane.GetTile(i), i);
-    class Enumerator final : public Kernel::OutSerialiser {
-    public:
-        explicit Enumerator(Kernel::FileStoreOut & out) : OutSerialiser(Kind::PathsOnly, out) {}
-        void Close() override {}
-        std::uint64_t written = 0;
-
-    protected:
-        void WriteOut(void const *, std::uint64_t size) override { written += size; }
-    };
     auto const document = Create();
     SaveWith(document, [&](auto & session) {
         Enumerator enumerator(session);
