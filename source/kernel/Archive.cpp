@@ -23,6 +23,14 @@ namespace {
 // The shared objects that this thread is loading: one that is met again within itself has no end.
 thread_local std::vector<ItemID> loadingShared;
 
+// Keeps one copy of the bytes: objects that are being loaded may be 64 deep.
+Counted<InSerialiserFile const> ParseItem(ArchiveItemReader const & reader, ArchiveLayout::Entry const & entry,
+                                          FileStore & store, int depth) {
+    auto const raw = reader.ReadRaw(entry);
+    auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
+    return InSerialiserFile::ParseWithChecks(*stream, store, /*acceptFutureVersions=*/false, 0xffff, depth);
+}
+
 struct LoadingShared {
     explicit LoadingShared(ItemID id) { loadingShared.push_back(id); }
     ~LoadingShared() { loadingShared.pop_back(); }
@@ -100,12 +108,12 @@ ArchiveInfo Archive::GetInfo() const {
 
 bool Archive::HasStream(std::string const & name) const {
     auto const current = GetSnapshot();
-    return current && current->FindNamed(name, ArchiveTags::stream);
+    return current && current->FindStream(name);
 }
 
 Counted<InStreamSeekable> Archive::OpenStream(std::string const & name) const {
     auto const current = GetSnapshot();
-    auto const * const entry = current ? current->FindNamed(name, ArchiveTags::stream) : nullptr;
+    auto const * const entry = current ? current->FindStream(name) : nullptr;
     if (!entry)
         return {};
     auto const raw = current->GetReader().ReadRaw(*entry);
@@ -184,9 +192,7 @@ Counted<SharedSerialisable> Archive::ReadSharedObject(ArchiveSnapshot const & cu
                                                       ArchiveLayout::Entry const & entry, int depth) {
     LoadingShared const loading(entry.id);
     try {
-        auto const raw = current.GetReader().ReadRaw(entry);
-        auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
-        auto const parsed = InSerialiserFile::ParseWithChecks(*stream, *this, false, 0xffff, depth);
+        auto const parsed = ParseItem(current.GetReader(), entry, *this, depth);
         auto const * const properties = ClassRegistry::Find(parsed->GetRootTag());
         auto object = DynamicCast<SharedSerialisable>(properties ? properties->CreateObject() : nullptr);
         if (object && object->Load(*parsed, *this, parsed->GetRootVersion()))

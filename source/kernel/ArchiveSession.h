@@ -65,6 +65,7 @@ private:
 
     ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode mode);
 
+    std::uint32_t GetLastNumber() const;
     Counted<ArchiveFile> LockBase() const;
     void OpenForUpdate();
     void OpenAnew();
@@ -103,7 +104,10 @@ private:
     std::uint64_t itemsAdded = 0, bytesWritten = 0;
     std::vector<Entry> entries; // everything that belongs to the document so far
     std::unordered_map<ItemID, std::size_t> entryByID;
-    std::unordered_multimap<std::uint64_t, ItemID> entriesByHash; // of the base, and of what was added
+    struct RawHashHash {
+        std::size_t operator()(std::uint64_t hash) const noexcept { return GetTableHash(hash); }
+    };
+    std::unordered_multimap<std::uint64_t, ItemID, RawHashHash> entriesByHash; // of the base, and of what was added
     std::unordered_set<std::string> streamNames;
     std::unordered_map<Counted<DelayLoadHolder>, ItemID> storedHolders;
     std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;

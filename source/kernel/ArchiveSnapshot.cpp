@@ -1,6 +1,7 @@
 #include "kernel/ArchiveSnapshot.h"
 
 #include "kernel/ArchiveError.h"
+#include "kernel/ArchiveTags.h"
 #include "kernel/ItemCodec.h"
 #include "kernel/Trace.h"
 
@@ -20,12 +21,16 @@ std::vector<std::uint8_t> ReadUpTo(ArchiveFile const & file, std::uint64_t offse
 std::string GetTagText(IDTag tag) { return tag.GetText().data(); }
 
 // The index of a commit, from whichever of its two copies is whole.
-std::optional<std::vector<Entry>> ReadIndex(ArchiveFile const & file, Footer const & footer) {
+// @param attempts  counts down with each copy that fits its checksum and holds nonsense, which no damage brings about.
+std::optional<std::vector<Entry>> ReadIndex(ArchiveFile const & file, Footer const & footer, int & attempts) {
     for (auto const offset : {footer.indexOffset, footer.GetSecondIndexOffset()}) {
         auto const bytes = ReadUpTo(file, offset, footer.indexSize);
-        if (bytes.size() == footer.indexSize && Hash64(bytes.data(), bytes.size()) == footer.indexHash)
-            if (auto entries = DecodeIndex(bytes, footer.offset))
-                return entries;
+        if (bytes.size() != footer.indexSize || Hash64(bytes.data(), bytes.size()) != footer.indexHash)
+            continue;
+        if (attempts-- <= 0)
+            return {};
+        if (auto entries = DecodeIndex(bytes, footer.offset))
+            return entries;
     }
     return {};
 }
@@ -37,8 +42,13 @@ ArchiveSnapshot::ArchiveSnapshot(std::string snapshotPath, Counted<ArchiveFile c
     : path(std::move(snapshotPath)), file(std::move(openFile)), header(itsHeader), footer(itsFooter),
       newestFooter(std::max(itsNewestFooter, itsFooter.commitNumber)), entries(std::move(itsEntries)) {
     byID.reserve(entries.size());
-    for (std::size_t i = 0; i < entries.size(); ++i)
+    for (std::size_t i = 0; i < entries.size(); ++i) {
         byID.emplace(entries[i].id, i);
+        if (entries[i].type == ArchiveTags::stream)
+            streams.push_back(i);
+    }
+    std::stable_sort(streams.begin(), streams.end(),
+                     [&](std::size_t a, std::size_t b) { return entries[a].name < entries[b].name; });
 }
 
 std::optional<Footer> ArchiveSnapshot::FindFooter(ArchiveFile const & file, FileID const & id, std::uint64_t end) {
@@ -70,14 +80,18 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
                            path + ": a document of another kind, " + GetTagText(header->archiveTag));
     auto const size = file->GetSize();
     std::uint32_t newest = 0;
+    int attempts = 16; // each may cost as much memory as the file is long
     for (auto end = size.value_or(0); auto const footer = FindFooter(*file, header->fileID, end);) {
         newest = std::max(newest, footer->commitNumber);
-        if (auto entries = ReadIndex(*file, *footer)) {
-            if (footer->offset + footerBytes < size.value_or(0))
-                Trace(
-                    "%1: behind the last save that is whole there is more, of one that was cut off or damaged since\n",
-                    path.c_str());
-            return MakeCounted<ArchiveSnapshot>(path, std::move(file), *header, *footer, std::move(*entries), newest);
+        if (auto entries = ReadIndex(*file, *footer, attempts)) {
+            auto opened = MakeCounted<ArchiveSnapshot>(path, file, *header, *footer, std::move(*entries), newest);
+            if (opened->byID.size() == opened->entries.size()) { // else an id comes twice, and nobody knows what it is
+                if (opened->GetEnd() < size.value_or(0))
+                    Trace("%1: behind the last save that is whole there is more, of one that was cut off or damaged "
+                          "since\n",
+                          path.c_str());
+                return opened;
+            }
         }
         // Neither copy of the index is whole: take the commit before. Looking further on than there would be of no use,
         // and would let a hostile file have the same bytes checked for many footers.
@@ -91,10 +105,11 @@ Entry const * ArchiveSnapshot::Find(ItemID id) const {
     return found == byID.end() ? nullptr : &entries[found->second];
 }
 
-Entry const * ArchiveSnapshot::FindNamed(std::string const & name, IDTag type) const {
-    auto const found = std::find_if(entries.begin(), entries.end(),
-                                    [&](Entry const & entry) { return entry.type == type && entry.name == name; });
-    return found == entries.end() ? nullptr : &*found;
+Entry const * ArchiveSnapshot::FindStream(std::string const & name) const {
+    auto const found =
+        std::lower_bound(streams.begin(), streams.end(), name,
+                         [&](std::size_t i, std::string const & wanted) { return entries[i].name < wanted; });
+    return found == streams.end() || entries[*found].name != name ? nullptr : &entries[*found];
 }
 
 void ArchiveItemReader::FailDamaged(Entry const & entry, char const * what) const {

@@ -72,7 +72,7 @@ public:
 
     // Null if there is none.
     Entry const * Find(ItemID id) const;
-    Entry const * FindNamed(std::string const & name, IDTag type) const;
+    Entry const * FindStream(std::string const & name) const;
 
     /// Valid while the snapshot lives.
     ArchiveItemReader GetReader() const { return {*file, path}; }
@@ -84,6 +84,8 @@ private:
     ArchiveLayout::Footer const footer;
     std::uint32_t const newestFooter;
     std::vector<Entry> const entries;
-    std::unordered_map<ItemID, std::size_t> byID; // positions in `entries`
+    // Positions in `entries`.
+    std::unordered_map<ItemID, std::size_t> byID;
+    std::vector<std::size_t> streams; // by their names
 };
 }
