@@ -99,8 +99,9 @@ bool BitmapCore::LoadInline(Kernel::InSerialiser const & serialiser, Kernel::Fil
         mipmapMode = static_cast<MipmapMode>(mode);
     serialiser.LoadType(leftTag, leftInflationTiles);
     serialiser.LoadType(topTag, topInflationTiles);
-    leftInflationTiles = std::max(leftInflationTiles, 0);
-    topInflationTiles = std::max(topInflationTiles, 0);
+    // No more than there are: those of later inflations are added to them.
+    leftInflationTiles = std::clamp(leftInflationTiles, 0, GetGrid().tilesAcross);
+    topInflationTiles = std::clamp(topInflationTiles, 0, GetGrid().tilesDown);
 
     Kernel::Counted<Kernel::DelayLoadHolder> holder;
     serialiser.LoadDelayLoadObject(backingTag, store, CompressedRasterData::GetTypeFileStoreItemType(), holder);

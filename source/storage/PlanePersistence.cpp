@@ -67,7 +67,7 @@ bool PlaneCore::LoadInline(Kernel::InSerialiser const & serialiser, Kernel::File
     Tile::InitStaticTiles();
     std::vector<Kernel::Counted<Kernel::Serialisable>> blocks;
     std::vector<std::uint8_t> states;
-    serialiser.LoadObjectsI(blockTag, store, blocks);
+    serialiser.LoadObjectsI(blockTag, store, blocks, &Block::GetClassProperties());
     serialiser.LoadTypeArrayI(stateTag, Kernel::PropType::UInt8, 1, states);
     std::size_t lost = GetTileCount() - std::min(GetTileCount(), states.size()), nextBlock = 0;
     for (std::size_t i = 0; i < std::min(GetTileCount(), states.size()); ++i) {

@@ -22,6 +22,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <random>
 
 using namespace Raster;
@@ -396,6 +397,59 @@ TEST_F(Persistence, KeepsInflation) {
     EXPECT_EQ(loaded.GetLeftInflationTiles(), bitmap.GetLeftInflationTiles());
     EXPECT_EQ(loaded.GetTopInflationTiles(), bitmap.GetTopInflationTiles());
     EXPECT_EQ(BytesOf(loaded), BytesOf(bitmap));
+}
+
+// Of a number that is not true, further inflations would make one that no integer holds.
+TEST_F(Persistence, TakesNoMoreInflationThanThereAreTiles) {
+    auto const archive = Create();
+    auto session = archive->CreateSession();
+    session->StoreProperties("Bitmap.dat", "DyBm", 1, [](Kernel::OutSerialiser & serialiser) {
+        serialiser.SaveType("LInf", std::numeric_limits<int>::max()); // of two with one tag the first counts
+        serialiser.SaveType("TInf", -5);
+        DynamicBitmap(300, 600, A8, MipmapModeNone, HardwareCachePolicy::Default).Save(serialiser);
+    });
+    archive->CloseSession(std::move(session));
+    auto loaded = Load(Open());
+    EXPECT_EQ(loaded.GetLeftInflationTiles(), 2);
+    EXPECT_EQ(loaded.GetTopInflationTiles(), 0);
+    loaded.InflateByPixels({1, 1, 0, 0}, true);
+    EXPECT_EQ(loaded.GetLeftInflationTiles(), 3);
+    EXPECT_EQ(loaded.GetTopInflationTiles(), 1);
+}
+
+// A few bytes could say that they are a bitmap as large as can be.
+TEST_F(Persistence, MakesNothingButBlocksWhereBlocksStand) {
+    class Probe final : public Kernel::Serialisable {
+    public:
+        static Kernel::ClassProperties const & GetClassProperties() {
+            static Kernel::ClassProperties const properties("Prob", 1, [] {
+                ++GetMadeCount();
+                return Counted<Kernel::Serialisable>(new Probe);
+            });
+            return properties;
+        }
+        static int & GetMadeCount() {
+            static int made = 0;
+            return made;
+        }
+        Kernel::ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
+        void Save(Kernel::OutSerialiser &) const override {}
+        bool Load(Kernel::InSerialiser const &, Kernel::FileStore &, unsigned short) override { return true; }
+    };
+    Probe::GetClassProperties().Init();
+    auto const archive = Create();
+    auto session = archive->CreateSession();
+    session->StoreProperties("Bitmap.dat", "DyBm", 1, [](Kernel::OutSerialiser & serialiser) {
+        ASSERT_TRUE(serialiser.StartObjectArrayTestI("Idx1"));
+        serialiser.StartObjectArrayBeginI(1);
+        serialiser.SaveObjectI(*MakeCounted<Probe>());
+        serialiser.SaveTypeArrayI("Sta1", Kernel::PropType::UInt8, "\4", 1, 1);
+        DynamicBitmap(1, 1, A8, MipmapModeNone, HardwareCachePolicy::Default).Save(serialiser);
+    });
+    archive->CloseSession(std::move(session));
+    auto const loaded = Load(Open());
+    EXPECT_EQ(Probe::GetMadeCount(), 0);
+    EXPECT_THAT(AllocationOf(loaded), Each(false));
 }
 
 TEST_F(Persistence, BitmapWithoutFormatStaysWithout) {
