@@ -1,12 +1,14 @@
 #include "host/Document.h"
 
-#include "host/Failure.h"
+#include "host/DocumentDisk.h"
+#include "host/Signals.h"
 #include "kernel/ArchiveSession.h"
 #include "kernel/FileStoreOutPathGenerator.h"
 #include "kernel/FutureVersionException.h"
 #include "kernel/InSerialiserFile.h"
 #include "kernel/OutSerialiser.h"
 #include "storage/CompressedRasterData.h"
+#include "storage/DeduplicationPass.h"
 #include "storage/RasterSerialisationStrategy.h"
 #include "storage/StoredClasses.h"
 
@@ -14,9 +16,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 
 namespace Host {
 namespace {
+using Raster::CompressedRasterData;
+
 constexpr Kernel::IDTag nameTag("Name"), offsetTag("Offs"), opacityTag("Opac"), dpiTag("Dpi "), bitmapTag("Bmap"),
     profileTag("Prof"), fileTag("File");
 constexpr Kernel::IDTag rootTag("RDoc"), widthTag("Widt"), heightTag("Heig"), countTag("Laye"), profilesTag("Prfs");
@@ -24,7 +29,10 @@ constexpr unsigned short documentVersion = 1;
 constexpr char const * documentStream = "Document.dat";
 constexpr std::uint32_t mostLayers = 10000;
 
-std::string GetLayerStream(std::size_t index) { return fmt::format("Layer-{:04}.dat", index + 1); }
+constexpr char const * layerPrefix = "Layer-";
+std::string GetLayerStream(std::size_t index) { return fmt::format("{}{:04}.dat", layerPrefix, index + 1); }
+
+constexpr char const * salvageHint = "; `raster document salvage` saves what is whole";
 
 /// Does what may fail because of the document.
 template<class Work>
@@ -32,11 +40,11 @@ auto OnArchive(std::string const & path, Work && work) {
     try {
         return work();
     } catch (Kernel::ArchiveError const & error) {
-        throw Failure(Document::WithoutPath(error.what(), path));
+        throw Document::MakeFailure(error, path);
     } catch (Kernel::FutureVersionException const &) {
         throw Failure("was written by a later version of this program");
     } catch (Kernel::PropertyStreamError const & error) {
-        throw Failure(fmt::format("is damaged ({}); `raster document salvage` saves what is whole", error.what()));
+        throw Failure(fmt::format("is damaged ({}){}", error.what(), salvageHint));
     }
 }
 }
@@ -67,8 +75,7 @@ bool Layer::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & st
     serialiser.LoadType(dpiTag, dpi);
     dpi = std::isfinite(dpi) && dpi > 0 ? dpi : 72;
     serialiser.LoadSharedObject(profileTag, store, profile);
-    serialiser.LoadDelayLoadObject(fileTag, store, Raster::CompressedRasterData::GetTypeFileStoreItemType(),
-                                   placedFile);
+    serialiser.LoadDelayLoadObject(fileTag, store, CompressedRasterData::GetTypeFileStoreItemType(), placedFile);
     Kernel::Counted<Kernel::Serialisable> loaded;
     serialiser.LoadObjectI(bitmapTag, store, loaded);
     auto const picture = Kernel::DynamicCast<Raster::DynamicBitmap>(loaded);
@@ -84,46 +91,148 @@ std::string Document::WithoutPath(std::string_view text, std::string const & pat
     return std::string(text);
 }
 
+Failure Document::MakeFailure(Kernel::ArchiveError const & error, std::string const & path) {
+    auto const text = WithoutPath(error.what(), path);
+    bool const isDamage = error.GetKind() == Kernel::ArchiveError::Kind::Damaged || text.ends_with("damaged");
+    return Failure(text + (isDamage ? salvageHint : ""));
+}
+
 void Document::RegisterClasses() {
     Raster::RegisterStoredClasses();
     Layer::GetClassProperties().Init();
 }
 
-Document Document::Create(std::string const & path) { return Document(Kernel::Archive::Create(path, archiveTag)); }
+bool Document::IsDocument(std::string const & path) {
+    try {
+        Kernel::Archive::Open(path, archiveTag);
+        return true;
+    } catch (Kernel::ArchiveError const & error) {
+        return error.GetKind() != Kernel::ArchiveError::Kind::NotArchive;
+    }
+}
+
+Document Document::Create(std::string const & path) {
+    return Document(Kernel::Archive::Create(path, archiveTag, Kernel::MakeCounted<DocumentDisk>()));
+}
 
 Document Document::Open(std::string const & path) {
     return OnArchive(path, [&] {
-        Document document(Kernel::Archive::Open(path, archiveTag));
+        Document document(Kernel::Archive::Open(path, archiveTag, Kernel::MakeCounted<DocumentDisk>()));
         document.Load();
         return document;
     });
 }
 
-void Document::Load() {
-    auto const stream = archive->OpenStream(documentStream);
-    if (!stream)
-        throw Failure("has no list of layers; `raster document salvage` saves what is whole");
-    auto const root = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, false, documentVersion);
-    root->LoadType(widthTag, width);
-    root->LoadType(heightTag, height);
-    std::uint32_t count = 0;
-    root->LoadType(countTag, count);
-    root->LoadClassI(
-        profilesTag, profiles.GetClassProperties().GetClassUID(),
-        [&](Kernel::InSerialiser const & nested, unsigned short version) { profiles.Load(nested, *archive, version); });
-    for (std::size_t i = 0; i < std::min(count, mostLayers); ++i) {
-        auto const layerStream = archive->OpenStream(GetLayerStream(i));
-        auto layer = Kernel::MakeCounted<Layer>();
-        auto const parsed =
-            layerStream ? Kernel::InSerialiserFile::ParseWithChecks(*layerStream, *archive, false) : nullptr;
-        if (!parsed || !layer->Load(*parsed, *archive, parsed->GetRootVersion()))
-            throw Failure(
-                fmt::format("layer {} is missing or damaged; `raster document salvage` saves what is whole", i + 1));
+Document Document::OpenRemains(std::string const & path) {
+    return OnArchive(path, [&] {
+        Document document(Kernel::Archive::Open(path, archiveTag, Kernel::MakeCounted<DocumentDisk>()));
+        std::uint32_t count = 0;
+        try {
+            if (auto const stream = document.archive->OpenStream(documentStream))
+                document.LoadRoot(*Kernel::InSerialiserFile::ParseWithChecks(*stream, *document.archive, false), count);
+        } catch (Kernel::ArchiveError const &) { // the layers tell enough
+        } catch (Kernel::PropertyStreamError const &) {
+        }
+        std::set<std::string> names; // in order
+        for (auto const & item : document.archive->GetInfo().items)
+            if (item.name.starts_with(layerPrefix) && document.archive->HasStream(item.name))
+                names.insert(item.name);
+        for (auto const & name : names)
+            if (auto layer = document.LoadLayer(name))
+                document.layers.push_back(std::move(layer));
+        document.PlaceFilesOfNoLayer();
+        for (auto const & layer : document.layers) {
+            document.width = std::max(document.width, layer->bitmap.GetWidth());
+            document.height = std::max(document.height, layer->bitmap.GetHeight());
+        }
+        return document;
+    });
+}
+
+void Document::PlaceFilesOfNoLayer() {
+    auto const & type = CompressedRasterData::GetTypeFileStoreItemType();
+    for (auto const & item : archive->GetInfo().items) {
+        if (item.type != type.GetTag())
+            continue;
+        auto const holder = archive->GetHolder(item.id, type);
+        bool const isPlaced =
+            std::any_of(layers.begin(), layers.end(), [&](auto const & layer) { return layer->placedFile == holder; });
+        Kernel::DelayLoadHolder::TempLoadItem const load(holder);
+        auto const * const file = load.GetItemAs<CompressedRasterData>();
+        if (isPlaced || !file)
+            continue;
+        auto const picture = file->GetBitmapRepresentation(Raster::NoFormat, 0, 0, Signals::GetAbortFlag());
+        Signals::ThrowIfAborted();
+        if (!picture || !picture->GetCore() || picture->GetWidth() == 0)
+            continue; // nothing that can be shown
+        auto layer = MakeLayer(holder, picture->GetWidth(), picture->GetHeight(), picture->GetFormat(),
+                               file->GetDecodedProfile());
+        layer->name = fmt::format("salvaged-{}", layers.size() + 1).c_str();
         layers.push_back(std::move(layer));
     }
 }
 
+Kernel::Counted<Layer> Document::MakeLayer(Kernel::Counted<Kernel::DelayLoadHolder> placedFile, int width, int height,
+                                           Raster::Format format, Raster::ICCManager::Profile const & profile) {
+    auto layer = Kernel::MakeCounted<Layer>();
+    layer->profile = profile;
+    layer->placedFile = placedFile;
+    layer->bitmap.Create(width, height, format, Raster::MipmapModeOnDemand, Raster::HardwareCachePolicy::Default);
+    if (!layer->bitmap.GetCore())
+        throw Failure("is larger than a layer can be");
+    layer->bitmap.GetCore()->SetPendingBacking(placedFile);
+    layer->bitmap.SetBackingData(placedFile, profile);
+    return layer;
+}
+
+void Document::Load() {
+    auto const stream = archive->OpenStream(documentStream);
+    if (!stream)
+        throw Failure(fmt::format("has no list of layers{}", salvageHint));
+    auto const root = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, false, documentVersion);
+    std::uint32_t count = 0;
+    LoadRoot(*root, count);
+    for (std::size_t i = 0; i < std::min(count, mostLayers); ++i) {
+        auto layer = LoadLayer(GetLayerStream(i));
+        if (!layer)
+            throw Failure(fmt::format("layer {} is missing or damaged{}", i + 1, salvageHint));
+        layers.push_back(std::move(layer));
+    }
+}
+
+void Document::LoadRoot(Kernel::InSerialiser const & root, std::uint32_t & layerCount) {
+    root.LoadType(widthTag, width);
+    root.LoadType(heightTag, height);
+    root.LoadType(countTag, layerCount);
+    root.LoadClassI(
+        profilesTag, profiles.GetClassProperties().GetClassUID(),
+        [&](Kernel::InSerialiser const & nested, unsigned short version) { profiles.Load(nested, *archive, version); });
+}
+
+Kernel::Counted<Layer> Document::LoadLayer(std::string const & streamName) const {
+    try {
+        auto const stream = archive->OpenStream(streamName);
+        if (!stream)
+            return {};
+        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, false);
+        auto layer = Kernel::MakeCounted<Layer>();
+        return layer->Load(*parsed, *archive, parsed->GetRootVersion()) ? layer : nullptr;
+    } catch (Kernel::ArchiveError const &) {
+        return {};
+    } catch (Kernel::PropertyStreamError const &) {
+        return {};
+    }
+}
+
+// What was painted in one colour is a byte for each tile then, and a tile that is met again is compressed once.
+void Document::ShareEqualTiles() {
+    Raster::DeduplicationPass pass;
+    for (auto const & layer : layers)
+        pass.Add(layer->bitmap);
+}
+
 Kernel::ArchiveSaveCounts Document::Save(SaveSettings const & settings) {
+    ShareEqualTiles();
     return OnArchive(GetPath(), [&] {
         auto session = archive->CreateSession(settings.mode);
         session->SetKeepDamaged(settings.keepDamaged);

@@ -3,6 +3,7 @@
 
 #include "colour/ICCManager.h"
 #include "colour/ICCProfileSet.h"
+#include "host/Failure.h"
 #include "kernel/Archive.h"
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/Point.h"
@@ -10,6 +11,7 @@
 #include "kernel/String.h"
 #include "storage/DynamicBitmap.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,10 +42,15 @@ public:
 
     /// Registers what documents hold. Before the first one.
     static void RegisterClasses();
+    /// Whether a file that is there is one, if a damaged one.
+    static bool IsDocument(std::string const & path);
     /// A new one, which `Save` puts in the place of whatever lies at the path.
     static Document Create(std::string const & path);
     /// Reads no pixel. Throws `Failure`.
     static Document Open(std::string const & path);
+    /// What can still be made of a document whose list of layers, or some layer, is gone: the layers that are whole,
+    /// and a layer for each placed file that none of them has. Throws `Failure`.
+    static Document OpenRemains(std::string const & path);
 
     /// What a save is told.
     struct SaveSettings {
@@ -62,12 +69,23 @@ public:
     std::vector<Kernel::Counted<Layer>> layers;
     Raster::ICCManager::ICCProfileSet profiles;
 
+    /// The layer for a picture file, which stays in it as it is; it takes size and format from there.
+    static Kernel::Counted<Layer> MakeLayer(Kernel::Counted<Kernel::DelayLoadHolder> placedFile, int width, int height,
+                                            Raster::Format format, Raster::ICCManager::Profile const & profile);
+
     /// What an error of a document says, without the name of the file, which whoever reports it puts before.
     static std::string WithoutPath(std::string_view text, std::string const & path);
+    /// The same, with what may help.
+    static Failure MakeFailure(Kernel::ArchiveError const & error, std::string const & path);
 
 private:
     explicit Document(Kernel::Counted<Kernel::Archive> openArchive) : archive(std::move(openArchive)) {}
     void Load();
+    void ShareEqualTiles();
+    void LoadRoot(Kernel::InSerialiser const & root, std::uint32_t & layerCount);
+    /// Null if it is missing or damaged.
+    Kernel::Counted<Layer> LoadLayer(std::string const & streamName) const;
+    void PlaceFilesOfNoLayer();
 
     Kernel::Counted<Kernel::Archive> archive;
 };

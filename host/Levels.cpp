@@ -60,36 +60,21 @@ int ChooseLevel(Size const & from, Size const & to) {
     return std::min(level, CountLevels(from));
 }
 
-DynamicBitmap DrawLevel(DynamicFile const & file, int level, Progress & progress) {
-    int const width = file.GetWidth(), height = file.GetHeight();
-    auto params = progress.GetParams();
+DynamicBitmap DrawLevel(DynamicFile & file, int level, Progress & progress) {
+    auto const params = progress.GetParams();
     if (level == 0) {
-        DynamicBitmap whole(width, height, file.GetFormat(), MipmapModeOnDemand, HardwareCachePolicy());
-        Draw(whole, file, &params, nullptr, 0, 0);
+        DynamicBitmap whole(file.GetWidth(), file.GetHeight(), file.GetFormat(), MipmapModeOnDemand,
+                            HardwareCachePolicy());
+        DrawOnce(whole, file, &params, nullptr, 0, 0);
         return whole;
     }
-    int resultWidth = width, resultHeight = height;
-    for (int i = 0; i < level; ++i) {
-        resultWidth = Halve(resultWidth);
-        resultHeight = Halve(resultHeight);
-    }
-    DynamicBitmap result(resultWidth, resultHeight, file.GetFormat(), MipmapModeNone, HardwareCachePolicy());
-    int const bandHeight = ChooseBandHeight(file, level);
-    for (int top = 0; top < height;) {
-        bool const isLast = height - top < 2 * bandHeight;
-        int const bottom = isLast ? height : top + bandHeight;
-        DynamicBitmap band(width, bottom - top, file.GetFormat(), MipmapModeOnDemand, HardwareCachePolicy());
-        params.progress = nullptr;
-        Draw(band, file, &params, nullptr, 0, -top);
-        Signals::ThrowIfAborted();
-        if (file.HasFailed())
-            break;
-        PutBand(result, band, level, top >> level, params);
-        Signals::ThrowIfAborted();
-        params.progress = progress.GetParams().progress;
-        params.progress(0, params.progressContext, double(bottom) / height);
-        top = bottom;
-    }
+    Size size{file.GetWidth(), file.GetHeight()};
+    for (int i = 0; i < level; ++i)
+        size = {Halve(size.width), Halve(size.height)};
+    DynamicBitmap result(size.width, size.height, file.GetFormat(), MipmapModeNone, HardwareCachePolicy());
+    VisitBands(file, ChooseBandHeight(file, level), &params,
+               [&](DynamicBitmap const & band, int top) { PutBand(result, band, level, top >> level, params); });
+    Signals::ThrowIfAborted();
     return result;
 }
 }

@@ -18,5 +18,5 @@ int ChooseLevel(Size const & from, Size const & to);
 /// The picture in a file, halved that often, by the same rule and with the same bits as a bitmap's own levels. It is
 /// drawn in bands, so that the picture as a bitmap never is in memory; level 0 is the whole of it. No pixels if the
 /// file failed. Throws what the file throws, and `Interrupted`.
-Raster::DynamicBitmap DrawLevel(Raster::DynamicFile const & file, int level, Progress & progress);
+Raster::DynamicBitmap DrawLevel(Raster::DynamicFile & file, int level, Progress & progress);
 }

@@ -75,7 +75,7 @@ public:
         isThere = ::stat(path.c_str(), &status) == 0;
         if (!isThere && errno != ENOENT)
             throw MakeFolderFailure(GetFolder(path), errno);
-        if (!isThere && path.ends_with('/'))
+        if (!isThere && (path.empty() || path.ends_with('/')))
             throw Failure("is no name for a file; " + newName);
         if (isThere)
             CheckKind();

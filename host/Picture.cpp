@@ -140,7 +140,7 @@ Picture SourceFile::Decode(int level, Progress & progress) {
     return picture;
 }
 
-DynamicBitmap SourceFile::DrawPixels(int level, Progress & progress) const {
+DynamicBitmap SourceFile::DrawPixels(int level, Progress & progress) {
     constexpr char const * help = "another program may open it and save it anew";
     DynamicBitmap bitmap;
     try {

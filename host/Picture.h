@@ -49,7 +49,7 @@ private:
     Kernel::Counted<Raster::CompressedRasterData const> ReadStandardInput() const;
     Profile ChooseProfile() const;
     std::vector<std::string> FindMetadataOfFile() const;
-    DynamicBitmap DrawPixels(int level, Progress & progress) const;
+    DynamicBitmap DrawPixels(int level, Progress & progress);
     void TellOfDamage() const;
 
     Session & session;

@@ -1,6 +1,7 @@
 /// Classes for the targets of documents: an object with a property of every kind.
 #pragma once
 
+#include "geometry/Spline.h"
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/FileStore.h"
 #include "kernel/FileStoreCompressionHint.h"
@@ -80,6 +81,7 @@ public:
     static void Register() {
         GetClassProperties().Init();
         Label::GetClassProperties().Init();
+        Geometry::Spline::GetClassProperties().Init();
     }
     Kernel::ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
 
@@ -145,6 +147,7 @@ public:
     Kernel::RectT<int> rect{};
     Kernel::StringUtf8 text;
     Kernel::StringUtf16 wideText;
+    Kernel::TextMap texts;
     int number = 10;
     std::vector<std::uint8_t> array;
     std::uint8_t raw4[4] = {};
@@ -182,6 +185,7 @@ private:
         visit("Rect", self.rect);
         visit("Text", self.text);
         visit("TexW", self.wideText);
+        visit("Txts", self.texts);
     }
     void SaveValues(Kernel::OutSerialiser & serialiser) const {
         VisitValues(*this, [&](Kernel::IDTag tag, auto const & value) { serialiser.SaveType(tag, value); });
@@ -199,6 +203,10 @@ private:
     }
 };
 
+inline Kernel::Counted<Geometry::Spline> MakeSpline() {
+    return Kernel::MakeCounted<Geometry::Spline>(std::vector<Geometry::Spline::Point>{{0, 0}, {0.5, 0.25}, {1, 1}});
+}
+
 /// With something in every property.
 /// @param depth  how many of its class stand within it.
 inline Kernel::Counted<Everything> MakeEverything(int depth) {
@@ -212,6 +220,7 @@ inline Kernel::Counted<Everything> MakeEverything(int depth) {
     made->rect = {1, 2, 3, 4};
     made->text = "text";
     made->wideText = u"wide";
+    made->texts = {{"author", "somebody"}, {"title", "something"}};
     made->number = 30;
     made->array = {1, 2, 3, 4};
     made->rawData = Kernel::RawDataT<Kernel::Countable, Kernel::AllocatorNew>::CreateCopy("raw", 3);
@@ -224,7 +233,7 @@ inline Kernel::Counted<Everything> MakeEverything(int depth) {
         made->blobs.push_back(Kernel::DelayLoadHolder::Create(Blob::GetType(), blob));
     }
     if (depth > 0) {
-        made->children = {MakeEverything(depth - 1), Kernel::MakeCounted<Label>()};
+        made->children = {MakeEverything(depth - 1), Kernel::MakeCounted<Label>(), MakeSpline()};
         made->child = MakeEverything(depth - 1);
         made->shared = MakeEverything(depth - 1);
     }

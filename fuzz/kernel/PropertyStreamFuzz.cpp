@@ -84,6 +84,14 @@ Bytes Write(Everything const & object) {
     return stream->TakeData();
 }
 
+// Whatever its points are, a curve stays within their range.
+void ExpectWithinRange(Geometry::Spline const & curve) {
+    for (double const x : {-1.0, 0.0, 0.3, 0.7, 1.0, 1e9}) {
+        double const y = curve.Interpolate(x);
+        Expect(y >= -1e9 && y <= 1e9);
+    }
+}
+
 // Reads what can be read; nothing comes of a stream that has no good form.
 Counted<Everything> Read(Bytes const & bytes, bool acceptFuture) {
     auto const store = MakeCounted<SelfStore>(bytes);
@@ -110,6 +118,9 @@ int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size) {
     Expect(object || !isPresent);
     if (!object)
         return 0;
+    for (auto const & child : object->children)
+        if (auto const curve = DynamicCast<Geometry::Spline>(child))
+            ExpectWithinRange(*curve);
     Bytes const written = Write(*object);
     auto const again = Read(written, false);
     Expect(again && Write(*again) == written);

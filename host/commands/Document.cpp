@@ -1,9 +1,11 @@
 #include "host/Document.h"
 
 #include "files/DynamicFile.h"
+#include "host/Damage.h"
+#include "host/DocumentDisk.h"
 #include "host/Failure.h"
 #include "host/Formats.h"
-#include "host/JsonWriter.h"
+#include "host/JsonReport.h"
 #include "host/OutputFile.h"
 #include "host/Picture.h"
 #include "host/PictureWriter.h"
@@ -19,8 +21,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <system_error>
+#include <utility>
 
 namespace Host {
 namespace {
@@ -37,25 +43,27 @@ Kernel::Counted<Layer> Place(Session & session, std::string const & path) {
     if (!data->SetFromFile(path.c_str()))
         throw Failure("can't be read");
     auto const & file = source.GetFile();
-    auto layer = Kernel::MakeCounted<Layer>();
+    auto const placed = Kernel::DelayLoadHolder::Create(CompressedRasterData::GetTypeFileStoreItemType(), data);
+    auto layer = Document::MakeLayer(placed, file.GetWidth(), file.GetHeight(), file.GetFormat(),
+                                     file.IsProfileFallback() ? nullptr : file.GetProfile());
     layer->name = std::filesystem::path(path).filename().string().c_str();
     layer->dpi = file.GetDPI();
-    if (!file.IsProfileFallback())
-        layer->profile = file.GetProfile();
-    layer->placedFile = Kernel::DelayLoadHolder::Create(CompressedRasterData::GetTypeFileStoreItemType(), data);
-    layer->bitmap.Create(file.GetWidth(), file.GetHeight(), file.GetFormat(), Raster::MipmapModeOnDemand,
-                         Raster::HardwareCachePolicy::Default);
-    if (!layer->bitmap.GetCore())
-        throw Failure("is larger than a layer can be");
-    layer->bitmap.GetCore()->SetPendingBacking(layer->placedFile);
-    layer->bitmap.SetBackingData(layer->placedFile, layer->profile);
     return layer;
+}
+
+/// That nothing but a document is replaced by one: who forgets its name would lose the first picture.
+void CheckTarget(std::string const & path, bool noClobber) {
+    OutputFile::Check(path, noClobber ? Existing::Keep : Existing::Replace);
+    std::error_code error;
+    bool const isFile = std::filesystem::is_regular_file(path, error);
+    bool const isOther = !isFile && std::filesystem::exists(path, error);
+    if (isOther || (isFile && std::filesystem::file_size(path, error) != 0 && !Document::IsDocument(path)))
+        throw Failure("is there already and is no document; name the new document first");
 }
 
 bool Create(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
-        if (settings.noClobber && std::filesystem::exists(settings.document))
-            throw Failure("is there already; leave out --no-clobber to replace it");
+        CheckTarget(settings.document, settings.noClobber);
         auto document = Document::Create(settings.document);
         for (auto const & path : settings.files) {
             Signals::ThrowIfAborted();
@@ -75,6 +83,37 @@ void LoadPixels(Layer const & layer, Progress & progress) {
     Signals::ThrowIfAborted();
     if (layer.bitmap.IsPendingDelayLoad())
         throw Failure(fmt::format("the file of layer \"{}\" is missing or damaged", layer.name.GetCharacters()));
+}
+
+std::string CountInWords(std::size_t tiles) { return tiles == 1 ? "a tile" : fmt::format("{} tiles", tiles); }
+
+/// Says of a picture that is about to be written what is not in it.
+void TellOfDamage(Session & session, std::string const & path, Layer const & layer) {
+    if (auto const damaged = CountDamagedTiles(layer.bitmap))
+        session.GetMessages().Warn(
+            path, fmt::format("{} of layer \"{}\" damaged, and left empty; `raster document verify` tells more",
+                              CountInWords(damaged), layer.name.GetCharacters()));
+}
+
+/// What is painted on a damaged tile would be all that is saved of it.
+void CheckForPainting(Layer const & layer, Kernel::RectT<int> const & area, DocumentSettings const & settings) {
+    if (settings.keepDamaged)
+        return;
+    if (auto const damaged = CountDamagedTiles(layer.bitmap, area))
+        throw Failure(fmt::format("{} damaged there, and painting would lose what may still be saved of it; "
+                                  "see `raster document verify`, or take --keep-damaged",
+                                  CountInWords(damaged)));
+}
+
+/// Whether a layer has pixels there; says so if it doesn't, since then nothing is done.
+bool IsOnLayer(Session & session, Layer const & layer, Kernel::RectT<int> const & area,
+               DocumentSettings const & settings) {
+    if (!area.Intersect(layer.bitmap.GetCore()->GetBounds()).IsEmpty())
+        return true;
+    session.GetMessages().Warn(settings.document,
+                               fmt::format("that is beside layer {}, which is {} x {} pixels; nothing was changed",
+                                           settings.layer, layer.bitmap.GetWidth(), layer.bitmap.GetHeight()));
+    return false;
 }
 
 Picture MakePicture(Layer const & layer, std::string const & name) {
@@ -108,6 +147,7 @@ bool Extract(Session & session, DocumentSettings const & settings) {
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(0.5);
         LoadPixels(layer, progress);
+        TellOfDamage(session, settings.document, layer);
         writer.CheckSize(layer.bitmap.GetWidth(), layer.bitmap.GetHeight());
         writer.Write(MakePicture(layer, settings.document), progress);
     });
@@ -125,9 +165,12 @@ bool Fill(Session & session, DocumentSettings const & settings) {
         session.PrepareForPixels();
         auto document = Document::Open(settings.document);
         auto & layer = document.GetLayer(settings.layer);
+        if (!IsOnLayer(session, layer, settings.rect, settings))
+            return;
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(0.8);
         LoadPixels(layer, progress);
+        CheckForPainting(layer, settings.rect, settings);
         auto const [red, green, blue] = settings.colour;
         Raster::PixelOf<Raster::RGBA8Tuple> pixel{};
         pixel.channels[0] = red;
@@ -137,6 +180,15 @@ bool Fill(Session & session, DocumentSettings const & settings) {
         Raster::Fill(layer.bitmap, settings.rect, Raster::DynamicPixel(pixel), static_cast<float>(settings.opacity));
         SaveAndTell(session, document, settings);
     });
+}
+
+/// What a stamp may touch, with a pixel around it for positions between pixels.
+Kernel::RectT<int> GetStampedArea(DynamicBitmap const & stamp, DocumentSettings const & settings) {
+    int const left = static_cast<int>(std::floor(settings.x)), top = static_cast<int>(std::floor(settings.y));
+    auto const end = [](int start, int size) {
+        return static_cast<int>(std::min(std::int64_t(start) + size + 1, std::int64_t(1) << 30));
+    };
+    return {left - 1, top - 1, end(left, stamp.GetWidth()), end(top, stamp.GetHeight())};
 }
 
 bool Stamp(Session & session, DocumentSettings const & settings) {
@@ -150,8 +202,12 @@ bool Stamp(Session & session, DocumentSettings const & settings) {
             return SourceFile(session, settings.files.front(), settings.reading)
                 .Decode(Raster::MipmapModeNone, progress);
         });
+        auto const area = GetStampedArea(stamp.bitmap, settings);
+        if (!IsOnLayer(session, layer, area, settings))
+            return;
         progress.BeginStep(0.2);
         LoadPixels(layer, progress);
+        CheckForPainting(layer, area, settings);
         auto const plan = PlanMatch(stamp, MakePicture(layer, settings.document));
         auto const matched = ConvertColours(stamp.bitmap, plan, {}, progress);
         auto const matrix = Kernel::AffineTransform::Translate(-settings.x, -settings.y).ToArray();
@@ -178,6 +234,7 @@ bool Flatten(Session & session, DocumentSettings const & settings) {
         for (auto const & layer : document.layers) {
             progress.BeginStep(0.8 / static_cast<double>(document.layers.size()));
             LoadPixels(*layer, progress);
+            TellOfDamage(session, settings.document, *layer);
             auto const picture = MakePicture(*layer, layer->name.GetCharacters());
             auto const matched = ConvertColours(picture.bitmap, PlanMatch(picture, result), {}, progress);
             auto const matrix = Kernel::AffineTransform::Translate(-layer->offset.x, -layer->offset.y).ToArray();
@@ -209,7 +266,7 @@ Kernel::ArchiveReport VerifyWithProgress(Session & session, std::string const & 
         Signals::ThrowIfAborted();
         return report;
     } catch (Kernel::ArchiveError const & error) {
-        throw Failure(Document::WithoutPath(error.what(), path));
+        throw Document::MakeFailure(error, path);
     }
 }
 
@@ -229,23 +286,44 @@ bool Verify(Session & session, DocumentSettings const & settings) {
     }) && isWhole;
 }
 
+/// Makes a document that opens of one that lacks its list of layers, or a layer.
+void RepairLayers(Session & session, std::string const & path) {
+    try {
+        static_cast<void>(Document::Open(path));
+    } catch (Failure const &) {
+        session.PrepareForPixels();
+        auto document = Document::OpenRemains(path);
+        document.Save({Kernel::ArchiveSaveMode::Update, /*keepDamaged=*/true});
+        session.GetMessages().Warn(path, fmt::format("layers were lost; what is there makes {}, placed files included",
+                                                     document.layers.size()));
+    }
+}
+
 bool Salvage(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
-        if (settings.writing.noClobber && std::filesystem::exists(settings.out))
-            throw Failure("the document to write is there already");
+        Blaming(settings.out, [&] { CheckTarget(settings.out, settings.writing.noClobber); });
+        std::error_code none;
+        if (std::filesystem::equivalent(settings.document, settings.out, none))
+            throw Failure("OUT is the damaged document itself; name another file");
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(1);
         try {
-            auto const saved = Kernel::SalvageArchive(settings.document, settings.out, Signals::GetAbortFlag(),
-                                                      ShowFraction, &progress);
+            auto const saved =
+                Kernel::SalvageArchive(settings.document, settings.out, Signals::GetAbortFlag(), ShowFraction,
+                                       &progress, Kernel::MakeCounted<DocumentDisk>(), Document::archiveTag);
             session.GetMessages().Note(settings.document,
                                        fmt::format("{} items saved, {}; {} lost{}", saved.itemsSaved,
                                                    FormatBytes(saved.bytesSaved), saved.itemsLost,
-                                                   saved.hasScanned ? "; no list of contents was whole" : ""));
+                                                   saved.hasScanned ? "; looked for in all of the file" : ""));
         } catch (Kernel::ArchiveError const & error) {
             Signals::ThrowIfAborted();
-            throw Failure(Document::WithoutPath(error.what(), settings.document));
+            auto failure =
+                Failure(Document::WithoutPath(Document::WithoutPath(error.what(), settings.document), settings.out));
+            if (std::string_view(error.what()).starts_with(settings.out + ": "))
+                failure.SetFile(settings.out);
+            throw failure;
         }
+        Blaming(settings.out, [&] { RepairLayers(session, settings.out); });
     });
 }
 
@@ -266,11 +344,55 @@ TileCounts CountTiles(Raster::BitmapCore const & core) {
     return counts;
 }
 
-void PrintInfo(Document const & document, Kernel::ArchiveInfo const & info, std::size_t damaged) {
+/// The items of one type.
+struct ItemCounts {
+    std::uint64_t count = 0, rawBytes = 0, storedBytes = 0;
+};
+
+/// What there is in a document of each kind that people know, in this order.
+constexpr std::array<std::pair<Kernel::IDTag, char const *>, 4> itemKinds{
+    {{"Data", "files"}, {"DatI", "tiles"}, {"ShOb", "shared"}, {"Strm", "streams"}}};
+
+ItemCounts CountItems(Kernel::ArchiveInfo const & info, Kernel::IDTag type) {
+    ItemCounts counts;
+    for (auto const & item : info.items)
+        if (item.type == type) {
+            ++counts.count;
+            counts.rawBytes += item.rawSize;
+            counts.storedBytes += item.storedSize;
+        }
+    return counts;
+}
+
+/// A document, and what checking it has found.
+struct Inspection {
+    Document document;
+    Kernel::ArchiveInfo info;
+    std::size_t damaged;
+};
+
+Inspection Inspect(Session & session, std::string const & path) {
+    auto const report = VerifyWithProgress(session, path);
+    auto document = Document::Open(path);
+    auto info = document.GetArchive().GetInfo();
+    auto const damaged = std::count_if(report.problems.begin(), report.problems.end(),
+                                       [](Kernel::ArchiveProblem const & problem) { return problem.isInUse; });
+    return {std::move(document), std::move(info), static_cast<std::size_t>(damaged)};
+}
+
+void PrintInfo(Inspection const & inspection) {
+    auto const & [document, info, damaged] = inspection;
     Print(fmt::format("{}\n  canvas       {} x {} pixels\n  file         {}, of which {} dead, commit {}\n"
-                      "  items        {}, {} damaged\n",
+                      "  items        {}, {} damaged{}\n",
                       MakePrintable(document.GetPath()), document.width, document.height, FormatBytes(info.fileBytes),
-                      FormatBytes(info.deadBytes), info.commitNumber, info.items.size(), damaged));
+                      FormatBytes(info.deadBytes), info.commitNumber, info.items.size(), damaged,
+                      damaged ? " (`raster document verify` tells which)" : ""));
+    for (auto const & [type, name] : itemKinds)
+        if (auto const counts = CountItems(info, type); counts.count != 0)
+            Print(fmt::format("  {:<12} {}, {}{}\n", name, counts.count, FormatBytes(counts.storedBytes),
+                              counts.rawBytes != counts.storedBytes
+                                  ? fmt::format(" for {}", FormatBytes(counts.rawBytes))
+                                  : std::string()));
     for (std::size_t i = 0; i < document.layers.size(); ++i) {
         auto const & layer = *document.layers[i];
         auto const tiles = CountTiles(*layer.bitmap.GetCore());
@@ -278,12 +400,41 @@ void PrintInfo(Document const & document, Kernel::ArchiveInfo const & info, std:
                           MakePrintable(layer.name.GetCharacters()), layer.bitmap.GetWidth(), layer.bitmap.GetHeight(),
                           GetFormatName(layer.bitmap.GetFormat()), layer.offset.x, layer.offset.y, layer.opacity,
                           layer.bitmap.IsPendingDelayLoad()
-                              ? std::string("as its file")
+                              ? std::string("pending: as its file")
                               : fmt::format("{} tiles of its own, {} solid", tiles.own, tiles.solid)));
     }
 }
 
-void WriteInfo(JsonWriter & json, Document const & document, Kernel::ArchiveInfo const & info, std::size_t damaged) {
+void WriteLayer(JsonWriter & json, Layer const & layer) {
+    auto const number = [&](char const * name, double value) {
+        json.Name(name);
+        json.Number(value);
+    };
+    auto const count = [&](char const * name, std::uint64_t value) {
+        json.Name(name);
+        json.Number(value);
+    };
+    auto const tiles = CountTiles(*layer.bitmap.GetCore());
+    json.BeginObject();
+    json.Name("name");
+    json.Text(layer.name.GetCharacters());
+    count("width", static_cast<std::uint64_t>(layer.bitmap.GetWidth()));
+    count("height", static_cast<std::uint64_t>(layer.bitmap.GetHeight()));
+    json.Name("format");
+    json.Text(GetFormatName(layer.bitmap.GetFormat()));
+    number("x", layer.offset.x);
+    number("y", layer.offset.y);
+    number("opacity", static_cast<double>(layer.opacity));
+    json.Name("isPending");
+    json.Boolean(layer.bitmap.IsPendingDelayLoad());
+    count("ownTiles", tiles.own);
+    count("solidTiles", tiles.solid);
+    count("pendingTiles", tiles.pending);
+    json.EndObject();
+}
+
+void WriteInfo(JsonWriter & json, Inspection const & inspection) {
+    auto const & [document, info, damaged] = inspection;
     auto const number = [&](char const * name, std::uint64_t value) {
         json.Name(name);
         json.Number(value);
@@ -295,71 +446,31 @@ void WriteInfo(JsonWriter & json, Document const & document, Kernel::ArchiveInfo
     number("commit", info.commitNumber);
     number("items", info.items.size());
     number("damaged", damaged);
-    json.Name("layers");
-    json.BeginArray();
-    for (auto const & layer : document.layers) {
-        auto const tiles = CountTiles(*layer->bitmap.GetCore());
+    json.Name("kinds");
+    json.BeginObject();
+    for (auto const & [type, name] : itemKinds) {
+        auto const counts = CountItems(info, type);
+        json.Name(name);
         json.BeginObject();
-        json.Name("name");
-        json.Text(layer->name.GetCharacters());
-        number("width", static_cast<std::uint64_t>(layer->bitmap.GetWidth()));
-        number("height", static_cast<std::uint64_t>(layer->bitmap.GetHeight()));
-        json.Name("format");
-        json.Text(GetFormatName(layer->bitmap.GetFormat()));
-        json.Name("x");
-        json.Number(static_cast<double>(layer->offset.x));
-        json.Name("y");
-        json.Number(static_cast<double>(layer->offset.y));
-        json.Name("opacity");
-        json.Number(static_cast<double>(layer->opacity));
-        json.Name("isPending");
-        json.Boolean(layer->bitmap.IsPendingDelayLoad());
-        number("ownTiles", tiles.own);
-        number("solidTiles", tiles.solid);
-        number("pendingTiles", tiles.pending);
+        number("count", counts.count);
+        number("bytes", counts.rawBytes);
+        number("storedBytes", counts.storedBytes);
         json.EndObject();
     }
+    json.EndObject();
+    json.Name("layers");
+    json.BeginArray();
+    for (auto const & layer : document.layers)
+        WriteLayer(json, *layer);
     json.EndArray();
 }
 
 bool Info(Session & session, DocumentSettings const & settings) {
-    JsonWriter json;
-    json.BeginObject();
-    json.Name("version");
-    json.Number(std::uint64_t(1));
-    json.Name("files");
-    json.BeginArray();
-    json.BeginObject();
-    json.Name("file");
-    json.Text(settings.document);
-    std::string error;
-    bool const isDone = session.Try(settings.document, [&] {
-        try {
-            auto const report = VerifyWithProgress(session, settings.document);
-            auto const document = Document::Open(settings.document);
-            auto const damaged = static_cast<std::size_t>(
-                std::count_if(report.problems.begin(), report.problems.end(),
-                              [](Kernel::ArchiveProblem const & problem) { return problem.isInUse; }));
-            auto const info = document.GetArchive().GetInfo();
-            if (settings.json)
-                WriteInfo(json, document, info, damaged);
-            else
-                PrintInfo(document, info, damaged);
-        } catch (std::exception const & failure) {
-            error = failure.what();
-            throw;
-        }
-    });
-    if (!isDone) {
-        json.Name("error");
-        json.Text(error);
-    }
-    json.EndObject();
-    json.EndArray();
-    json.EndObject();
     if (settings.json)
-        Print(json.GetText());
-    return isDone;
+        return PrintJsonReport(session, {settings.document}, [&](JsonWriter & json, std::string const & path) {
+            WriteInfo(json, Inspect(session, path));
+        });
+    return session.Try(settings.document, [&] { PrintInfo(Inspect(session, settings.document)); });
 }
 }
 

@@ -1,5 +1,5 @@
 #include "host/Formats.h"
-#include "host/JsonWriter.h"
+#include "host/JsonReport.h"
 #include "host/Picture.h"
 #include "host/Signals.h"
 #include "host/Text.h"
@@ -78,51 +78,18 @@ void Write(JsonWriter & json, Facts const & facts) {
     json.Name("decodedBytes");
     json.Number(facts.decodedBytes);
 }
-
-void WriteFile(Session & session, JsonWriter & json, std::string const & path, bool & allDone) {
-    json.BeginObject();
-    json.Name("file");
-    json.Text(path);
-    std::string error;
-    bool const isDone = session.Try(path, [&] {
-        try {
-            Write(json, ReadFacts(session, path));
-        } catch (std::exception const & failure) {
-            error = failure.what();
-            throw;
-        }
-    });
-    if (!isDone) {
-        json.Name("error");
-        json.Text(error);
-    }
-    json.EndObject();
-    allDone &= isDone;
-}
 }
 
 bool RunInfo(Session & session, InfoSettings const & settings) {
+    if (settings.json)
+        return PrintJsonReport(session, settings.files, [&](JsonWriter & json, std::string const & path) {
+            Write(json, ReadFacts(session, path));
+        });
     bool allDone = true;
-    if (!settings.json) {
-        for (auto const & path : settings.files) {
-            Signals::ThrowIfAborted();
-            allDone &= session.Try(path, [&] { Print(ReadFacts(session, path)); });
-        }
-        return allDone;
-    }
-    JsonWriter json;
-    json.BeginObject();
-    json.Name("version");
-    json.Number(std::uint64_t(1));
-    json.Name("files");
-    json.BeginArray();
     for (auto const & path : settings.files) {
         Signals::ThrowIfAborted();
-        WriteFile(session, json, path, allDone);
+        allDone &= session.Try(path, [&] { Print(ReadFacts(session, path)); });
     }
-    json.EndArray();
-    json.EndObject();
-    std::fputs(json.GetText().c_str(), stdout);
     return allDone;
 }
 }

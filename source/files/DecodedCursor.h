@@ -27,8 +27,11 @@ public:
 
     DecodedCursor(Model const * readModel, bool * abort, bool /*nonPipeline*/)
         : model(*readModel), pixels(readModel->Decode(abort)) {}
+    /// Over some rows of the picture, from row `givenTop` on. Nothing else may be read.
+    DecodedCursor(Model const & readModel, DecodedPixels const & band, int givenTop)
+        : model(readModel), pixels(band), top(givenTop) {}
 
-    Kernel::RectT<int> GetBounds() const { return {0, 0, pixels.GetWidth(), pixels.GetHeight()}; }
+    Kernel::RectT<int> GetBounds() const { return {0, top, pixels.GetWidth(), top + pixels.GetHeight()}; }
     void Read(int x, int y, PixelType & pixel) const { model.Take(At(x, y), pixel); }
     void ReadSpan(int x, int y, PlanarSpan & span) const {
         void * rows[Tuple::channelCount];
@@ -38,7 +41,7 @@ public:
     }
     /// A run of any length, within one row.
     void ReadRow(int x, int y, std::size_t count, void * const * rows) const {
-        if (y + 1 < pixels.GetHeight())
+        if (y + 1 - top < pixels.GetHeight())
             Prefetch(At(x, y + 1), count * pixels.GetPixelBytes());
         model.TakeRow(At(x, y), count, rows);
     }
@@ -51,10 +54,11 @@ private:
             __builtin_prefetch(bytes + i, /*write=*/0, /*locality=*/2);
     }
     unsigned char const * At(int x, int y) const {
-        return pixels.GetRow(y) + static_cast<std::size_t>(x) * pixels.GetPixelBytes();
+        return pixels.GetRow(y - top) + static_cast<std::size_t>(x) * pixels.GetPixelBytes();
     }
 
     Model const & model;
     DecodedPixels const & pixels;
+    int const top = 0; // the row of the picture with which they begin
 };
 }

@@ -11,8 +11,8 @@ namespace Raster {
 class RASTER_API DecodedPixels {
 public:
     DecodedPixels() = default;
-    /// @param pixelBytes  of one pixel. Throws `ImageLimitError` or std::bad_alloc; `codecBytes` counts into the limit.
-    DecodedPixels(int width, int height, std::size_t pixelBytes, std::uint64_t codecBytes = 0);
+    /// @param pixelBytes  of one pixel. Throws `ImageLimitError` or std::bad_alloc.
+    DecodedPixels(int width, int height, std::size_t pixelBytes);
     DecodedPixels(DecodedPixels && other) noexcept;
     DecodedPixels & operator=(DecodedPixels && other) noexcept;
     ~DecodedPixels();
@@ -20,6 +20,9 @@ public:
     bool IsEmpty() const { return !memory; }
     int GetWidth() const { return width; }
     int GetHeight() const { return height; }
+    /// Has only so many of its rows count from now on.
+    /// @param rows  at most as many as it was made with
+    void SetHeight(int rows) { height = rows; }
     std::size_t GetPixelBytes() const { return pixelBytes; }
     /// From one row to the next, in bytes; rows are not padded.
     std::size_t GetStride() const { return static_cast<std::size_t>(width) * pixelBytes; }

@@ -11,6 +11,7 @@
 #include "pixel/TransferParams.h"
 #include "pixel/Vocabulary.h"
 
+#include <functional>
 #include <string>
 
 namespace Kernel {
@@ -99,6 +100,10 @@ public:
 private:
     friend RASTER_API void Draw(DynamicBitmap & dest, DynamicFile const & source, TransferParams const * params,
                                 float const * opacity, int dx, int dy);
+    friend RASTER_API void DrawOnce(DynamicBitmap & dest, DynamicFile & source, TransferParams const * params,
+                                    float const * opacity, int dx, int dy);
+    friend RASTER_API void VisitBands(DynamicFile & source, int bandHeight, TransferParams const * params,
+                                      std::function<void(DynamicBitmap & band, int top)> const & visit);
     friend RASTER_API bool Feed(DynamicFile & dest, DynamicBitmap const & source, TransferParams const * params);
 
     bool Fail(std::string reason);

@@ -55,6 +55,8 @@ struct FileFormat {
     void (*draw)(DynamicBitmap & dest, Kernel::Countable const & wrapper, TransferParams const *, float const * opacity,
                  int dx, int dy);
     bool (*feed)(Kernel::Countable & wrapper, DynamicBitmap const & source, TransferParams const *);
+    /// See `FileTransfer::TakeBands`.
+    bool (*takeBands)(Kernel::Countable & wrapper, BandCut const & cut, RowTaker const & take, bool * abort);
 
     bool (*endedEarly)(Kernel::Countable const & wrapper);        ///< null: never, that is a failure
     std::string (*getWarning)(Kernel::Countable const & wrapper); ///< null: the type has none
@@ -88,7 +90,7 @@ public:
     /// Everything but `type`, `isFile` and what the type is not asked for.
     static constexpr FileFormat Make(FileType type, bool (*isFile)(FileSource const &)) {
         return {type,    isFile,  &Open,      &Create,     &GetFormat, &GetWidth, &GetHeight, nullptr, nullptr,
-                nullptr, nullptr, &HasFailed, &GetFailure, &Draw,      &Feed,     nullptr,    nullptr};
+                nullptr, nullptr, &HasFailed, &GetFailure, &Draw,      &Feed,     &TakeBands, nullptr, nullptr};
     }
     static double GetDPI(Kernel::Countable const & wrapper) { return Of(wrapper).GetDPI(); }
     static Kernel::Consolidated<ICCProfile> GetProfile(Kernel::Countable const & wrapper) {
@@ -143,6 +145,9 @@ private:
     }
     static bool Feed(Kernel::Countable & wrapper, DynamicBitmap const & source, TransferParams const * params) {
         return Raster::Feed(static_cast<T &>(wrapper), source, params);
+    }
+    static bool TakeBands(Kernel::Countable & wrapper, BandCut const & cut, RowTaker const & take, bool * abort) {
+        return FileTransfer::TakeBands(static_cast<T &>(wrapper), cut, take, abort);
     }
 };
 }

@@ -24,9 +24,11 @@ namespace {
 thread_local std::vector<ItemID> loadingShared;
 
 // Keeps one copy of the bytes: objects that are being loaded may be 64 deep.
+// @param hasReferences  receives whether anything in it refers to an item, whatever its header says.
 Counted<InSerialiserFile const> ParseItem(ArchiveItemReader const & reader, ArchiveLayout::Entry const & entry,
-                                          FileStore & store, int depth) {
+                                          FileStore & store, int depth, bool & hasReferences) {
     auto const raw = reader.ReadRaw(entry);
+    hasReferences = !InSerialiserFile::FindReferences(raw).empty();
     auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
     return InSerialiserFile::ParseWithChecks(*stream, store, /*acceptFutureVersions=*/false, 0xffff, depth);
 }
@@ -41,7 +43,17 @@ struct LoadingShared {
 struct Archive::HolderTable {
     CriticalSectionSpin lock{LockRank::Leaf};
     std::unordered_map<ItemID, DelayLoadHolder *> byID;
-    std::unordered_map<ItemID, Counted<SharedSerialisable>> shared; // that were loaded; null could not be
+    // Shared objects that were loaded; null could not be. One that refers to items may hold this archive in the end, by
+    // a holder, and is kept only while somebody loads: long enough that no object is loaded for every path to it.
+    std::unordered_map<ItemID, Counted<SharedSerialisable>> shared, sharedWhileLoading;
+    std::size_t loading = 0; // serialisers that read from this archive
+
+    Counted<SharedSerialisable> const * FindShared(ItemID id) const {
+        for (auto const * const table : {&shared, &sharedWhileLoading})
+            if (auto const found = table->find(id); found != table->end())
+                return &found->second;
+        return nullptr;
+    }
 };
 
 ArchiveSessionHandle::ArchiveSessionHandle() noexcept = default;
@@ -62,11 +74,11 @@ Archive::Archive(std::string archivePath, IDTag archiveTag, Counted<ArchiveDisk>
 
 Archive::~Archive() = default;
 
-Counted<Archive> Archive::Create(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk) {
+Archive::CreateResult Archive::Create(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk) {
     return Counted<Archive>(new Archive(std::move(path), archiveTag, std::move(disk), nullptr));
 }
 
-Counted<Archive> Archive::Open(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk) {
+Archive::CreateResult Archive::Open(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk) {
     if (!disk)
         disk = ArchiveDisk::GetSystem();
     auto const file = disk->OpenToRead(path);
@@ -179,20 +191,39 @@ Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
         return {};
     {
         ScopedLock const guard(holders->lock);
-        auto const known = holders->shared.find(id);
-        if (known != holders->shared.end())
-            return known->second;
+        if (auto const * const known = holders->FindShared(id))
+            return *known;
     }
-    auto loaded = ReadSharedObject(*current, *entry, depth);
+    bool hasReferences = false;
+    auto loaded = ReadSharedObject(*current, *entry, depth, hasReferences);
     ScopedLock const guard(holders->lock);
-    return holders->shared.emplace(id, std::move(loaded)).first->second;
+    if (auto const * const known = holders->FindShared(id))
+        return *known; // another thread was faster, or this object was met within itself
+    if (!hasReferences)
+        holders->shared.emplace(id, loaded);
+    else if (holders->loading != 0)
+        holders->sharedWhileLoading.emplace(id, loaded);
+    return loaded;
+}
+
+void Archive::BeginLoading() noexcept {
+    ScopedLock const guard(holders->lock);
+    ++holders->loading;
+}
+
+void Archive::EndLoading() noexcept {
+    decltype(holders->sharedWhileLoading) dropped; // after the lock, which their holders ask for
+    ScopedLock const guard(holders->lock);
+    if (--holders->loading == 0)
+        dropped.swap(holders->sharedWhileLoading);
 }
 
 Counted<SharedSerialisable> Archive::ReadSharedObject(ArchiveSnapshot const & current,
-                                                      ArchiveLayout::Entry const & entry, int depth) {
+                                                      ArchiveLayout::Entry const & entry, int depth,
+                                                      bool & hasReferences) {
     LoadingShared const loading(entry.id);
     try {
-        auto const parsed = ParseItem(current.GetReader(), entry, *this, depth);
+        auto const parsed = ParseItem(current.GetReader(), entry, *this, depth, hasReferences);
         auto const * const properties = ClassRegistry::Find(parsed->GetRootTag());
         auto object = DynamicCast<SharedSerialisable>(properties ? properties->CreateObject() : nullptr);
         if (object && object->Load(*parsed, *this, parsed->GetRootVersion()))

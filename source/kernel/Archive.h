@@ -69,12 +69,14 @@ private:
 /// Threads: any number may read and load; one saves.
 class RASTER_API Archive final : public FileStore {
 public:
+    using CreateResult = Counted<Archive>; ///< what makes or opens a document gives it, never null
+
     /// A document that is not on disk until its first save has been committed. What lies at the path is replaced then.
     /// @param disk  null is the system's.
-    static Counted<Archive> Create(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk = nullptr);
+    static CreateResult Create(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk = nullptr);
     /// Opens a document in its last whole state. Reads its list of contents and no item. Throws `ArchiveError`.
     /// @param archiveTag  the kind of document that is expected; no tag takes any.
-    static Counted<Archive> Open(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk = nullptr);
+    static CreateResult Open(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk = nullptr);
     ~Archive() override;
 
     std::string const & GetPath() const { return path; }
@@ -88,6 +90,8 @@ public:
     /// The holder of an item that is not there, or is damaged, is one whose loads fail.
     Counted<DelayLoadHolder> GetHolder(ItemID id, FileStoreItemType const & type) override;
     Counted<SharedSerialisable> LoadSharedObject(ItemID id, int depth) override;
+    void BeginLoading() noexcept override;
+    void EndLoading() noexcept override;
 
     /// Begins a save, which keeps other savers out. Throws `ArchiveError`, of the kind `Changed` if somebody else has
     /// saved the document since it was opened.
@@ -107,7 +111,7 @@ private:
 
     Counted<ArchiveSnapshot const> GetSnapshot() const;
     Counted<SharedSerialisable> ReadSharedObject(ArchiveSnapshot const & current, ArchiveLayout::Entry const & entry,
-                                                 int depth);
+                                                 int depth, bool & hasReferences);
     void SetSnapshot(Counted<ArchiveSnapshot const> committed);
     /// Has all holders of the table load from the present snapshot, if their items are in it.
     void RefreshHolders();

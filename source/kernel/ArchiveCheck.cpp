@@ -5,6 +5,8 @@
 #include "kernel/ArchiveSession.h"
 #include "kernel/ArchiveSnapshot.h"
 #include "kernel/ArchiveTags.h"
+#include "kernel/FutureVersionException.h"
+#include "kernel/InSerialiserFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -188,9 +190,9 @@ private:
                 continue;
             }
             try {
-                reader.ReadRaw(entry, /*checkRaw=*/true);
-                if (isInUse && RefersToMissing(reader.ReadHeader(entry)))
-                    AddProblem("item " + entry.name + " refers to an item that is missing", true, &entry);
+                auto const raw = reader.ReadRaw(entry, /*checkRaw=*/true);
+                if (isInUse)
+                    CheckReferences(entry, reader.ReadHeader(entry).references, raw);
             } catch (ArchiveError const & error) {
                 AddProblem(error.what(), isInUse, &entry);
             } catch (std::bad_alloc const &) {
@@ -202,9 +204,27 @@ private:
         }
     }
 
-    bool RefersToMissing(ItemHeader const & item) const {
-        return std::any_of(item.references.begin(), item.references.end(),
-                           [&](ItemID const & reference) { return !inUse.contains(reference); });
+    // What an item refers to has to be there. Its header has to name it too, or a copy of the item would lack it.
+    void CheckReferences(Entry const & entry, std::vector<ItemID> const & listed, Bytes raw) {
+        if (std::any_of(listed.begin(), listed.end(), [&](ItemID const & id) { return !inUse.contains(id); }))
+            AddProblem("item " + entry.name + " refers to an item that is missing", true, &entry);
+        std::unordered_set<ItemID> const known(listed.begin(), listed.end());
+        for (auto const & reference : FindReferences(entry, raw))
+            if (reference && !known.contains(reference))
+                return AddProblem("item " + entry.name + " refers to an item that its header doesn't name", true,
+                                  &entry);
+    }
+
+    // As far as the content can be understood: only streams of properties can.
+    static std::vector<ItemID> FindReferences(Entry const & entry, Bytes raw) {
+        if (entry.type != ArchiveTags::stream && entry.type != ArchiveTags::sharedObject)
+            return {};
+        try {
+            return InSerialiserFile::FindReferences(raw);
+        } catch (PropertyStreamError const &) { // a program may store what it likes
+        } catch (FutureVersionException const &) {
+        }
+        return {};
     }
 
     // Everything that belongs to nothing is zero.
@@ -295,21 +315,26 @@ Counted<ArchiveSnapshot const> OpenListed(std::string const & path, Counted<Arch
     }
 }
 
-/// The items that check; of streams of one name, and of copies of one item, the last.
+/// The items that check, each once; of streams of one name the last.
+/// @param lost  gets the ids of the others.
 std::vector<Entry> KeepWhole(ArchiveFile const & file, std::string const & path, std::vector<Entry> entries,
-                             Progress const & progress, ArchiveSalvage & result) {
+                             Progress const & progress, std::unordered_set<ItemID> & lost) {
     ArchiveItemReader const reader(file, path);
     std::vector<Entry> whole;
     std::map<std::string, std::size_t> streams; // by name, where in `whole`
+    std::unordered_set<ItemID> known;
     for (auto & entry : entries) {
         if (progress.IsAborted())
             break;
+        if (known.contains(entry.id))
+            continue; // the same item once more: an id stands for the same bytes for ever
         try {
             reader.ReadRaw(entry, /*checkRaw=*/true);
         } catch (std::exception const &) { // damaged, or too large for this machine
-            ++result.itemsLost;
+            lost.insert(entry.id);
             continue;
         }
+        known.insert(entry.id);
         auto const place = entry.type == ArchiveTags::stream ? streams.emplace(entry.name, whole.size())
                                                              : std::pair(streams.end(), true);
         if (place.second)
@@ -317,6 +342,8 @@ std::vector<Entry> KeepWhole(ArchiveFile const & file, std::string const & path,
         else
             whole[place.first->second] = std::move(entry);
     }
+    for (auto const & id : known)
+        lost.erase(id); // there was another copy
     return whole;
 }
 }
@@ -328,32 +355,34 @@ ArchiveReport VerifyArchive(std::string const & path, bool const * abort, Archiv
 }
 
 ArchiveSalvage SalvageArchive(std::string const & path, std::string const & target, bool const * abort,
-                              ArchiveProgress report, void * context, Counted<ArchiveDisk> disk) {
+                              ArchiveProgress report, void * context, Counted<ArchiveDisk> disk, IDTag tagOfDamaged) {
     auto const file = OpenFile(path, disk);
     Progress const progress{abort, report, context};
     ArchiveSalvage result;
     std::vector<Entry> whole;
+    std::unordered_set<ItemID> lost;
     if (auto const listed = OpenListed(path, file))
-        whole = KeepWhole(*file, path, listed->GetEntries(), progress, result);
-    bool const isComplete = !whole.empty() && result.itemsLost == 0;
+        whole = KeepWhole(*file, path, listed->GetEntries(), progress, lost);
+    bool const isComplete = !whole.empty() && lost.empty();
     if (!isComplete) {
         // A list that is gone, or a stream that is: an earlier state of it may lie in the file.
-        result = {};
         result.hasScanned = true;
-        whole = KeepWhole(*file, path, ScanForItems(*file, progress), progress, result);
+        whole = KeepWhole(*file, path, ScanForItems(*file, progress), progress, lost);
     }
     if (progress.IsAborted())
         throw ArchiveError(ArchiveError::Kind::WriteFailed, target + ": stopped; nothing was written");
     if (whole.empty())
         throw ArchiveError(ArchiveError::Kind::Damaged, path + ": nothing in it can be saved");
     result.itemsSaved = whole.size();
+    result.itemsLost = lost.size();
     for (auto const & entry : whole)
         result.bytesSaved += entry.rawSize;
 
-    // Where the header is damaged the kind of document is taken as it is found: most likely it is something else.
     auto const headerBlock = ReadAt(*file, 0, headerBytes);
     auto const header = Header::Decode(headerBlock);
-    auto const tag = header ? header->archiveTag : GetArchiveTagAsFound(headerBlock);
+    auto tag = header ? header->archiveTag : tagOfDamaged;
+    if (tag == IDTag())
+        tag = GetArchiveTagAsFound(headerBlock); // most likely something else in the header is damaged
     auto const found = MakeCounted<ArchiveSnapshot>(path, file, header.value_or(Header()), Footer(), std::move(whole));
     auto const archive = Archive::Create(target, tag, disk);
     auto session = archive->CreateSession();

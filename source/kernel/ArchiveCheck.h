@@ -45,7 +45,10 @@ struct ArchiveSalvage {
 
 /// Writes every item of a damaged document that checks into a new document, with its name and its id. Of two streams of
 /// one name the later one is taken. Throws `ArchiveError` if nothing can be read or the new document can't be written.
+/// @param tagOfDamaged  the kind of document that comes of one whose header is damaged; no tag takes the kind as it is
+///                      found there.
 RASTER_API ArchiveSalvage SalvageArchive(std::string const & path, std::string const & target,
                                          bool const * abort = nullptr, ArchiveProgress progress = nullptr,
-                                         void * context = nullptr, Counted<ArchiveDisk> disk = nullptr);
+                                         void * context = nullptr, Counted<ArchiveDisk> disk = nullptr,
+                                         IDTag tagOfDamaged = IDTag());
 }

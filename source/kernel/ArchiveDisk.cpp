@@ -4,12 +4,14 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
+#include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <system_error>
 #include <thread>
@@ -92,6 +94,23 @@ Counted<ArchiveFile> Open(std::string const & path, char const * mode) {
     return file.IsOpen() ? Counted<ArchiveFile>(new SystemFile(std::move(file))) : Counted<ArchiveFile>();
 }
 
+// Makes a file whose name begins with the prefix and that nobody had. The system takes its mask off the mode.
+File CreateNew(std::string const & prefix, mode_t mode, std::string & name) {
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        std::uint32_t number = 0;
+        if (getrandom(&number, sizeof number, 0) != sizeof number)
+            break;
+        char digits[9];
+        std::snprintf(digits, sizeof digits, "%08x", number);
+        name = prefix;
+        name += digits;
+        File file(open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+        if (file.IsOpen() || errno != EEXIST)
+            return file;
+    }
+    return {};
+}
+
 // Temporary files of savers that died: nobody holds their lock.
 void RemoveStale(fs::path const & directory, std::string const & prefix) {
     std::error_code error;
@@ -117,8 +136,10 @@ public:
         prefix += target.filename().string();
         prefix += temporaryMark;
         RemoveStale(target.parent_path(), prefix);
-        std::string name = (target.parent_path() / (prefix + "XXXXXX")).string();
-        File file(mkostemp(name.data(), O_CLOEXEC));
+        std::string name;
+        // What takes the place of a private document is private from the beginning.
+        std::error_code error;
+        File file = CreateNew((target.parent_path() / prefix).string(), fs::exists(target, error) ? 0600 : 0666, name);
         if (!file.IsOpen())
             return {};
         if (!TryLock(file.GetDescriptor())) {
@@ -139,11 +160,6 @@ public:
             // The owner first: a change of owner clears bits of the mode. Only root can give a file away.
             static_cast<void>(fchown(descriptor, old.st_uid, old.st_gid) == 0);
             if (fchmod(descriptor, old.st_mode & 07777) != 0)
-                return false;
-        } else {
-            auto const mask = umask(0);
-            umask(mask);
-            if (fchmod(descriptor, 0666 & ~mask) != 0)
                 return false;
         }
         if (fsync(descriptor) != 0 || rename(temporaryPath.c_str(), target.c_str()) != 0)

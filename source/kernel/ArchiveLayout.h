@@ -93,6 +93,7 @@ struct Entry {
     std::string name;
 
     std::uint64_t GetEnd() const { return offset + headerSize + storedSize; }
+    bool HasReferences() const { return headerSize > itemHeaderBytes + name.size(); }
 };
 
 inline constexpr std::uint64_t indexHeaderBytes = 32;

@@ -48,8 +48,6 @@ std::uint64_t GetRandom() {
     std::string const reason = errno != 0 ? std::string(": ") + std::strerror(errno) : std::string();
     throw ArchiveError(ArchiveError::Kind::WriteFailed, path + ": " + what + reason + "; nothing was saved");
 }
-
-bool HasReferences(Entry const & entry) { return entry.headerSize > itemHeaderBytes + entry.name.size(); }
 }
 
 ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode mode)
@@ -322,7 +320,7 @@ ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id) {
 }
 
 std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source, Entry const & entry) const {
-    if (!HasReferences(entry))
+    if (!entry.HasReferences())
         return {};
     try {
         return source.GetReader().ReadHeader(entry).references;

@@ -65,6 +65,13 @@ bool DelayLoadHolder::DropItem() {
     return true;
 }
 
+bool DelayLoadHolder::AbandonItem() {
+    if (!CanReload())
+        return false;
+    SetItem(nullptr);
+    return true;
+}
+
 Counted<FileStoreItem> DelayLoadHolder::LoadStoredItem() {
     if (!CanReload())
         return nullptr;

@@ -62,6 +62,10 @@ public:
     /// Lets go of the item, which others may still hold, if it can be loaded again as it is. Under the lock.
     /// @return false if the item stays: it has no stored form, or has changed since it was stored.
     bool DropItem();
+    /// Lets go of an item also if it has changed since it was stored: whoever changed it has it, and stores it as
+    /// another one. The next load gives what is stored. Under the lock.
+    /// @return false if the item stays: it has no stored form.
+    bool AbandonItem();
     /// Loads the item once more as it is stored, beside the one that is kept, which may have changed since. Under the
     /// lock.
     /// @return null if it has no stored form, or can't be loaded.

@@ -33,6 +33,27 @@ public:
                             count, data, priority);
     }
 
+    using Maker = bool (*)(void * data, std::uint64_t index);
+
+    /// Makes pieces one after another, and uses each while the next one is made. `make(data, i)` runs on the calling
+    /// thread for i = 0, 1, ... until it gives false: then there is no piece i, and none behind it. `use(data, i)` runs
+    /// once for each piece, in their order and one at a time, on a helper if one is free, else on the calling thread.
+    /// `make(data, i)` begins when `use(data, i - depth)` has ended, so that there is room for `depth` pieces, at least
+    /// one. Returns when all is done; what either wrote is visible to the other and to the caller. If one throws,
+    /// nothing more is begun and the first exception is thrown again here. In line for a thread count of 1.
+    static void DispatchPipeline(Maker make, Worker use, void * data, std::uint64_t depth);
+
+    /// The same for anything that can be called with an index.
+    template<class Make, class Use>
+    static void Pipeline(std::uint64_t depth, Make && make, Use && use) {
+        struct Both {
+            std::remove_reference_t<Make> & make;
+            std::remove_reference_t<Use> & use;
+        } both{make, use};
+        DispatchPipeline([](void * data, std::uint64_t index) { return bool(static_cast<Both *>(data)->make(index)); },
+                         [](void * data, std::uint64_t index) { static_cast<Both *>(data)->use(index); }, &both, depth);
+    }
+
     /// The number of threads that work on one job, the caller included; 0 is one for each processor, as at start. Each
     /// further caller adds its own thread. Takes effect for jobs that start afterwards.
     static void SetThreadCount(unsigned count);

@@ -22,6 +22,11 @@ public:
     /// @param depth  how many objects and items deep the reference stands.
     /// @return null if there is none, its class is not known, it is damaged, or it lies too deep.
     virtual Counted<SharedSerialisable> LoadSharedObject(ItemID id, int depth) = 0;
+
+    // Around the life of a serialiser that loads from the store: while there is one, what it loads more than once may
+    // be kept.
+    virtual void BeginLoading() noexcept {}
+    virtual void EndLoading() noexcept {}
 };
 
 /// A store without items, for streams that stand alone.

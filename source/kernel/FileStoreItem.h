@@ -28,6 +28,12 @@ public:
     FileStoreItemType(FileStoreItemType const &) = delete;
     FileStoreItemType & operator=(FileStoreItemType const &) = delete;
 
+    /// Makes the type known under its tag. May be called again. A second type of one tag changes nothing and is traced:
+    /// two kinds of items that a file can't tell apart.
+    void Init() const;
+    /// The type that was made known under a tag; null if none was. Threads: any.
+    static FileStoreItemType const * Find(IDTag tag);
+
     IDTag GetTag() const noexcept { return tag; }
     bool IsNestable() const noexcept { return nesting == ItemNesting::Nestable; }
     bool IsRecoverable() const noexcept { return recovery == ItemRecovery::Recoverable; }

@@ -12,6 +12,25 @@
 namespace Kernel {
 using PropertyStream::ReadAt;
 
+namespace {
+StringUtf8 MakeText(std::span<std::uint8_t const> bytes) {
+    return StringUtf8::Create(bytes.size(), [&](char * dest) { std::memcpy(dest, bytes.data(), bytes.size()); });
+}
+
+// Takes a text off the bytes, its length before it; nothing if they don't hold it whole.
+std::optional<StringUtf8> TakeText(std::span<std::uint8_t const> & bytes) {
+    constexpr std::size_t lengthBytes = sizeof(std::uint32_t);
+    if (bytes.size() < lengthBytes)
+        return {};
+    std::size_t const length = ReadAt<std::uint32_t>(bytes.data());
+    if (length > bytes.size() - lengthBytes)
+        return {};
+    auto text = MakeText(bytes.subspan(lengthBytes, length));
+    bytes = bytes.subspan(lengthBytes + length);
+    return text;
+}
+}
+
 std::optional<InSerialiser::Record> InSerialiser::Find(IDTag tag) const {
     auto rest = records;
     while (rest.size() >= PropertyStream::recordHeaderBytes) {
@@ -38,8 +57,7 @@ bool InSerialiser::LoadType(IDTag tag, StringUtf8 & text) const {
     auto const record = Find(tag, PropType::Utf8String);
     if (!record)
         return false;
-    text = StringUtf8::Create(record->bytes.size(),
-                              [&](char * dest) { std::memcpy(dest, record->bytes.data(), record->bytes.size()); });
+    text = MakeText(record->bytes);
     return true;
 }
 
@@ -52,6 +70,22 @@ bool InSerialiser::LoadType(IDTag tag, StringUtf16 & text) const {
         for (std::size_t i = 0; i < length; ++i)
             dest[i] = static_cast<char16_t>(ReadAt<std::uint16_t>(record->bytes.data() + 2 * i));
     });
+    return true;
+}
+
+bool InSerialiser::LoadType(IDTag tag, TextMap & texts) const {
+    auto const record = Find(tag, PropType::Texts);
+    if (!record)
+        return false;
+    TextMap loaded;
+    for (auto rest = record->bytes; !rest.empty();) {
+        auto key = TakeText(rest);
+        auto text = key ? TakeText(rest) : std::nullopt;
+        if (!text)
+            return false;
+        loaded.emplace(*std::move(key), *std::move(text)); // the first of one key counts
+    }
+    texts = std::move(loaded);
     return true;
 }
 

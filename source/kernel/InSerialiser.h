@@ -8,6 +8,7 @@
 #include "kernel/PropertyValue.h"
 #include "kernel/RawData.h"
 #include "kernel/String.h"
+#include "kernel/TextMap.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -45,6 +46,7 @@ public:
     }
     bool LoadType(IDTag tag, StringUtf8 & text) const;
     bool LoadType(IDTag tag, StringUtf16 & text) const;
+    bool LoadType(IDTag tag, TextMap & texts) const;
     /// A value of `size` bytes, which stay in file order.
     bool LoadTypeI(IDTag tag, PropType type, void * value, std::uint64_t size) const;
     /// Values of `size` bytes each, which stay in file order: as many as there are whole ones, with none left over.

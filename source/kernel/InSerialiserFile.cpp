@@ -32,15 +32,17 @@ std::vector<std::uint8_t> ReadToEnd(InStream & stream) {
     }
 }
 
-void CheckRecords(Bytes records, int depth);
+// All of these add the items that are referred to, unless `references` is null.
+using References = std::vector<ItemID>;
+void CheckRecords(Bytes records, int depth, References * references);
 
-void CheckObject(Bytes content, int depth) {
+void CheckObject(Bytes content, int depth, References * references) {
     if (content.size() < PropertyStream::objectHeaderBytes)
         Fail("an object is shorter than its header");
-    CheckRecords(content.subspan(PropertyStream::objectHeaderBytes), depth + 1);
+    CheckRecords(content.subspan(PropertyStream::objectHeaderBytes), depth + 1, references);
 }
 
-void CheckArray(Bytes content, int depth) {
+void CheckArray(Bytes content, int depth, References * references) {
     if (content.size() < sizeof(std::uint64_t))
         Fail("an array is shorter than its header");
     auto const count = ReadAt<std::uint64_t>(content.data());
@@ -54,14 +56,31 @@ void CheckArray(Bytes content, int depth) {
         rest = rest.subspan(sizeof(std::uint64_t));
         if (length > rest.size())
             Fail("an object reaches beyond its array");
-        CheckObject(rest.first(static_cast<std::size_t>(length)), depth);
+        CheckObject(rest.first(static_cast<std::size_t>(length)), depth, references);
         rest = rest.subspan(static_cast<std::size_t>(length));
     }
     if (!rest.empty())
         Fail("an array has bytes behind its objects");
 }
 
-void CheckRecords(Bytes records, int depth) {
+void CheckContent(std::uint32_t type, Bytes content, int depth, References * references) {
+    switch (type) {
+    case static_cast<std::uint32_t>(PropType::Object):
+    case static_cast<std::uint32_t>(PropType::Class):
+        return CheckObject(content, depth, references);
+    case static_cast<std::uint32_t>(PropType::ObjectArray):
+        return CheckArray(content, depth, references);
+    case static_cast<std::uint32_t>(PropType::SharedObject):
+    case static_cast<std::uint32_t>(PropType::DelayLoadObject):
+        if (references && content.size() == 2 * sizeof(std::uint64_t))
+            references->push_back({ReadAt<std::uint64_t>(content.data()), ReadAt<std::uint64_t>(content.data() + 8)});
+        return;
+    default:
+        return;
+    }
+}
+
+void CheckRecords(Bytes records, int depth, References * references) {
     if (depth > PropertyStream::deepest)
         Fail("objects are nested too deeply");
     while (!records.empty()) {
@@ -72,13 +91,19 @@ void CheckRecords(Bytes records, int depth) {
         records = records.subspan(PropertyStream::recordHeaderBytes);
         if (length > records.size())
             Fail("a record reaches beyond its object");
-        auto const content = records.first(static_cast<std::size_t>(length));
-        if (type == static_cast<std::uint32_t>(PropType::Object) || type == static_cast<std::uint32_t>(PropType::Class))
-            CheckObject(content, depth);
-        else if (type == static_cast<std::uint32_t>(PropType::ObjectArray))
-            CheckArray(content, depth);
+        CheckContent(type, records.first(static_cast<std::size_t>(length)), depth, references);
         records = records.subspan(static_cast<std::size_t>(length));
     }
+}
+
+void CheckHeader(Bytes bytes, bool acceptFutureVersions, unsigned short newestRootVersion) {
+    if (bytes.size() < PropertyStream::streamHeaderBytes ||
+        ReadAt<std::uint32_t>(bytes.data()) != PropertyStream::magic)
+        Fail("not a stream of properties");
+    bool const isFuture = ReadAt<std::uint16_t>(bytes.data() + 4) > PropertyStream::version ||
+                          ReadAt<std::uint16_t>(bytes.data() + 6) > newestRootVersion;
+    if (isFuture && !acceptFutureVersions)
+        throw FutureVersionException();
 }
 }
 
@@ -88,15 +113,16 @@ Counted<InSerialiserFile const> InSerialiserFile::ParseWithChecks(InStream & str
                                                                   bool acceptFutureVersions,
                                                                   unsigned short newestRootVersion, int depth) {
     auto bytes = ReadToEnd(stream);
-    if (bytes.size() < PropertyStream::streamHeaderBytes ||
-        ReadAt<std::uint32_t>(bytes.data()) != PropertyStream::magic)
-        Fail("not a stream of properties");
-    bool const isFuture = ReadAt<std::uint16_t>(bytes.data() + 4) > PropertyStream::version ||
-                          ReadAt<std::uint16_t>(bytes.data() + 6) > newestRootVersion;
-    if (isFuture && !acceptFutureVersions)
-        throw FutureVersionException();
-    CheckRecords(Bytes(bytes).subspan(PropertyStream::streamHeaderBytes), depth);
+    CheckHeader(bytes, acceptFutureVersions, newestRootVersion);
+    CheckRecords(Bytes(bytes).subspan(PropertyStream::streamHeaderBytes), depth, nullptr);
     return MakeCounted<InSerialiserFile>(std::move(bytes), store, depth);
+}
+
+std::vector<ItemID> InSerialiserFile::FindReferences(Bytes stream) {
+    CheckHeader(stream, /*acceptFutureVersions=*/false, std::numeric_limits<unsigned short>::max());
+    std::vector<ItemID> references;
+    CheckRecords(stream.subspan(PropertyStream::streamHeaderBytes), 0, &references);
+    return references;
 }
 
 InSerialiserFile::InSerialiserFile(std::vector<std::uint8_t> streamBytes, FileStore & fileStore, int objectDepth)
@@ -104,5 +130,8 @@ InSerialiserFile::InSerialiserFile(std::vector<std::uint8_t> streamBytes, FileSt
       rootTag(IDTag::FromValue(ReadAt<std::uint32_t>(bytes.data() + 8))),
       rootVersion(ReadAt<std::uint16_t>(bytes.data() + 6)) {
     records = Bytes(bytes).subspan(PropertyStream::streamHeaderBytes);
+    store->BeginLoading();
 }
+
+InSerialiserFile::~InSerialiserFile() { store->EndLoading(); }
 }

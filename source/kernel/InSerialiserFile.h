@@ -29,6 +29,11 @@ public:
     ParseWithChecks(InStream & stream, FileStore & store, bool acceptFutureVersions,
                     unsigned short newestRootVersion = std::numeric_limits<unsigned short>::max(), int depth = 0);
 
+    /// The items that a stream refers to, anywhere in it; may repeat. Throws as `ParseWithChecks` does.
+    static std::vector<ItemID> FindReferences(std::span<std::uint8_t const> stream);
+
+    ~InSerialiserFile() override;
+
     IDTag GetRootTag() const noexcept { return rootTag; }
     unsigned short GetRootVersion() const noexcept { return rootVersion; }
     /// The store that was given, in which the stream's references are looked up.

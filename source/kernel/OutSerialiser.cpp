@@ -2,14 +2,28 @@
 
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/FileStoreOut.h"
+#include "kernel/OutSerialiserFile.h"
 #include "kernel/PropertyStream.h"
 #include "kernel/SharedSerialisable.h"
 
 #include <cassert>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 
 namespace Kernel {
+namespace {
+// A text with its length before it.
+void PutText(std::vector<std::uint8_t> & dest, StringUtf8 const & text) {
+    if (text.GetLength() > std::numeric_limits<std::uint32_t>::max())
+        throw std::length_error("a text is too long to be stored");
+    auto const length = ToStreamBytes(static_cast<std::uint32_t>(text.GetLength()));
+    dest.insert(dest.end(), length.begin(), length.end());
+    auto const * const first = reinterpret_cast<std::uint8_t const *>(text.GetCharacters());
+    dest.insert(dest.end(), first, first + text.GetLength());
+}
+}
+
 OutSerialiser::OutSerialiser(Kind serialiserKind, FileStoreOut & itemStore)
     : kind(serialiserKind), store(itemStore), strategies(itemStore.GetStrategies()) {}
 
@@ -27,6 +41,15 @@ void OutSerialiser::SaveType(IDTag tag, StringUtf16 const & text) {
         bytes.insert(bytes.end(), unitBytes.begin(), unitBytes.end());
     }
     WriteRecord(tag, PropType::Utf16String, bytes.data(), bytes.size());
+}
+
+void OutSerialiser::SaveType(IDTag tag, TextMap const & texts) {
+    std::vector<std::uint8_t> bytes;
+    for (auto const & [key, text] : texts) {
+        PutText(bytes, key);
+        PutText(bytes, text);
+    }
+    WriteRecord(tag, PropType::Texts, bytes.data(), bytes.size());
 }
 
 void OutSerialiser::SaveTypeI(IDTag tag, PropType type, void const * value, std::uint64_t size) {
@@ -81,8 +104,13 @@ void OutSerialiser::SaveObjectI(Serialisable const & object) {
 }
 
 void OutSerialiser::SaveObjectEnumeratePathsOnlyI(Serialisable const & object) {
-    if (!isSilent)
-        object.Save(*this);
+    if (isSilent)
+        return;
+    if (!IsFullSave())
+        return object.Save(*this);
+    OutSerialiserPaths paths(store);
+    static_cast<OutSerialiser &>(paths).strategies = strategies;
+    object.Save(paths);
 }
 
 // What comes after the length: the class, then the properties.

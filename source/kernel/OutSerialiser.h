@@ -9,6 +9,7 @@
 #include "kernel/RawData.h"
 #include "kernel/SerialisationStrategy.h"
 #include "kernel/String.h"
+#include "kernel/TextMap.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -41,6 +42,7 @@ public:
     }
     void SaveType(IDTag tag, StringUtf8 const & text);
     void SaveType(IDTag tag, StringUtf16 const & text);
+    void SaveType(IDTag tag, TextMap const & texts);
     /// A value whose bytes are already in file order.
     void SaveTypeI(IDTag tag, PropType type, void const * value, std::uint64_t size);
     /// `count` values of `size` bytes each, in file order.
@@ -57,7 +59,7 @@ public:
     void SaveObject(IDTag tag, Serialisable const & object);
     /// The next object of the array that was begun.
     void SaveObjectI(Serialisable const & object);
-    /// The items of an object, without the object.
+    /// The items of an object, without the object, also in a full save: they stay with the stream that is written.
     void SaveObjectEnumeratePathsOnlyI(Serialisable const & object);
     /// A reference to an object that the store keeps once. Null writes nothing.
     void SaveSharedObject(IDTag tag, SharedSerialisable const * object);

@@ -29,6 +29,7 @@ enum class PropType : std::uint16_t {
     PointInt32 = 21,
     SizeInt32 = 22,
     RectInt32 = 23, ///< Left, top, right, bottom: 16 bytes.
+    Texts = 24,     ///< For each entry the length of its key in 4 bytes, the key, and its text likewise.
     PointDouble = 36,
 };
 }

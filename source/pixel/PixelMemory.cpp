@@ -1,8 +1,11 @@
 #include "pixel/PixelMemory.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace Raster::PixelMemory {
@@ -12,6 +15,19 @@ constexpr std::uint64_t largestAllocation = std::uint64_t(1) << 47;
 
 // Allocations until the one that fails, counting it; 0 if none is to fail.
 std::atomic<std::uint64_t> countdown{0};
+
+constexpr std::uint64_t hugePageBytes = 2 << 20;
+// The largest that the allocator may give out of memory that was in use before. Larger ones come from the system, zero
+// already.
+constexpr std::uint64_t largestRecycled = 32 << 20;
+
+// Advice: a kernel without huge pages refuses it, rightly.
+void AdviseHugePages(unsigned char * block, std::uint64_t bytes) {
+    auto const misalignment = reinterpret_cast<std::uintptr_t>(block) % hugePageBytes;
+    std::uint64_t const skipped = misalignment ? hugePageBytes - misalignment : 0;
+    if (skipped < bytes)
+        madvise(block + skipped, bytes - skipped, MADV_HUGEPAGE);
+}
 }
 
 void Deleter::operator()(unsigned char * bytes) const noexcept { Free(bytes); }
@@ -39,6 +55,24 @@ unsigned char * Allocate(std::uint64_t bytes, Content content) {
     if (!memory)
         throw std::bad_alloc();
     return static_cast<unsigned char *>(memory);
+}
+
+// With small pages, touching them was a quarter of the time in which a JPEG of 24 megapixels is decoded.
+unsigned char * AllocateBlock(std::uint64_t bytes) {
+    if (bytes < hugePageBytes || bytes > largestRecycled) {
+        auto * const block = Allocate(bytes, Content::Zeroed);
+        if (bytes > largestRecycled)
+            AdviseHugePages(block, bytes);
+        return block;
+    }
+    CheckFault();
+    std::uint64_t const whole = (bytes + hugePageBytes - 1) / hugePageBytes * hugePageBytes;
+    auto * const block = static_cast<unsigned char *>(std::aligned_alloc(hugePageBytes, whole));
+    if (!block)
+        throw std::bad_alloc();
+    AdviseHugePages(block, whole);
+    std::memset(block, 0, bytes);
+    return block;
 }
 
 void Free(unsigned char * bytes) noexcept { std::free(bytes); }

@@ -28,6 +28,9 @@ RASTER_API std::uint64_t GetSize(int width, int height, std::uint64_t pixelBytes
 
 /// Aligned as for any fundamental type. Null if `bytes` is 0. Throws std::bad_alloc if the memory can't be had.
 RASTER_API unsigned char * Allocate(std::uint64_t bytes, Content content);
+/// Zeroed, for a block that is written once from its start to its end, where the first touch of each page is what
+/// costs: the system is asked for huge pages. Up to 2 MiB more than `bytes` may be taken of it.
+RASTER_API unsigned char * AllocateBlock(std::uint64_t bytes);
 /// Null does nothing.
 RASTER_API void Free(unsigned char * bytes) noexcept;
 

@@ -45,19 +45,22 @@ std::unique_ptr<BitmapCore> BitmapCore::CloneEmptyCore() const {
 }
 
 std::unique_ptr<BitmapCore> BitmapCore::CloneCore() const {
+    auto clone = CloneWithoutLevels();
+    clone->CopyLevelsFrom(*this);
+    return clone;
+}
+
+std::unique_ptr<BitmapCore> BitmapCore::CloneWithoutLevels() const {
     auto clone = CreateSame(GetWidth(), GetHeight(), MipmapModeNone); // the levels come with the planes
     clone->mipmapMode = mipmapMode;
-    {
-        // Pixels and marks belong together: a load that ends between the two would leave a clone pending with pixels.
-        Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
-        clone->ShareTilesIntoNew(*this);
-        clone->pendingDelayLoad.store(IsPendingDelayLoad(), std::memory_order_release);
-        clone->backing = backing;
-        clone->profile = profile;
-    }
-    clone->CopyLevelsFrom(*this);
     clone->leftInflationTiles = leftInflationTiles;
     clone->topInflationTiles = topInflationTiles;
+    // Pixels and marks belong together: a load that ends between the two would leave a clone pending with pixels.
+    Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
+    clone->ShareTilesIntoNew(*this);
+    clone->pendingDelayLoad.store(IsPendingDelayLoad(), std::memory_order_release);
+    clone->backing = backing;
+    clone->profile = profile;
     return clone;
 }
 

@@ -104,9 +104,10 @@ public:
     /// Writes the bitmap among the properties of the object that holds it. What a `RasterSerialisationStrategy` allows
     /// is stored as a reference to the backing, and levels as it says. A pending bitmap that may not be stored by
     /// reference is loaded first; if that is impossible it is stored by reference all the same, since its pixels are
-    /// nowhere else.
+    /// nowhere else. What is saved is the picture at one moment: others may paint meanwhile.
     void SaveInline(Kernel::OutSerialiser & serialiser) const;
     /// Fills a bitmap that was just made with what `SaveInline` wrote. No pixel is read, unless the document says so.
+    /// @return false if what there is can't be shown without what is missing; the bitmap is of no use then.
     bool LoadInline(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version);
 
     HardwareCachePolicy GetHardwarePolicy() const { return hardwarePolicy; }
@@ -177,6 +178,7 @@ private:
     // Loops over pixels ask for the size at level 0: that has to be no call.
     static int GetLevelSize(int size, int level) { return level == 0 ? size : GetReducedSize(size, level); }
     static int GetReducedSize(int size, int level);
+    std::unique_ptr<BitmapCore> CloneWithoutLevels() const;
     std::unique_ptr<BitmapCore> CreateSame(int width, int height, MipmapMode mode) const;
     void CopyTilesFrom(BitmapCore const & source);
     void ShareTilesIntoNew(BitmapCore const & source);
@@ -189,7 +191,8 @@ private:
     bool IsWhollyBacked() const;
     bool HasAllocatedTiles() const;
     bool IsSavedByReference(RasterSerialisationStrategy const * strategy) const;
-    void SaveLevels(Kernel::OutSerialiser & serialiser, RasterSerialisationStrategy const & strategy) const;
+    void SaveLevels(Kernel::OutSerialiser & serialiser, int largest) const;
+    bool LoadPlanes(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version);
     void LoadLevels(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version);
     /// Whether it is the loader that asks: what it writes is the load.
     bool IsLoadedByThisThread() const;

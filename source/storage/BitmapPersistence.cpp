@@ -3,6 +3,7 @@
 #include "kernel/FileStoreOutPathGenerator.h"
 #include "kernel/InSerialiser.h"
 #include "kernel/OutSerialiser.h"
+#include "kernel/Trace.h"
 #include "pixel/EnumSerialisers.h"
 #include "storage/BitmapCore.h"
 #include "storage/CompressedRasterData.h"
@@ -54,35 +55,40 @@ bool BitmapCore::IsSavedByReference(RasterSerialisationStrategy const * strategy
 
 void BitmapCore::SaveInline(Kernel::OutSerialiser & serialiser) const {
     auto const * const strategy = serialiser.GetStrategies().Find<RasterSerialisationStrategy>();
-    bool const mayRefer = strategy && (strategy->GetFlags() & RasterSerialisationStrategy::AllowByReference);
-    if (!mayRefer)
+    unsigned const flags = strategy ? strategy->GetFlags() : 0u;
+    bool const hasLevels = (flags & RasterSerialisationStrategy::SaveMipmaps) && mipmapMode != MipmapModeNone;
+    if (!(flags & RasterSerialisationStrategy::AllowByReference))
         ForceDelayLoad(nullptr);
-    // The tiles as they are at one moment, whatever is loaded or copied meanwhile.
-    auto const tiles = CloneTiles();
-    bool const isPending = IsPendingDelayLoad();
-    bool const isByReference = IsSavedByReference(strategy);
+    if (hasLevels)
+        UpdateMipmaps(0, nullptr);
+    auto const levels = mipmaps.GetLevels();
+    // Whatever is loaded or painted from here on, this is what is saved.
+    auto const saved = CloneWithoutLevels();
+    bool const isByReference = saved->IsSavedByReference(strategy);
     if (isByReference) {
-        serialiser.SaveDelayLoadObject(backingTag, backing.Get(), Kernel::FileStoreOutIndexedPathGenerator("", "c/"),
-                                       nullptr);
-        serialiser.SaveSharedObject(profileTag, GetProfile().Get());
+        serialiser.SaveDelayLoadObject(backingTag, saved->backing.Get(),
+                                       Kernel::FileStoreOutIndexedPathGenerator("", "c/"), nullptr);
+        serialiser.SaveSharedObject(profileTag, saved->GetProfile().Get());
     }
     serialiser.SaveType(delayTag, true);
     serialiser.SaveEnumI(modeTag, MipmapModeEnumSerialiser::GetInstance(), static_cast<int>(mipmapMode));
-    serialiser.SaveType(leftTag, leftInflationTiles);
-    serialiser.SaveType(topTag, topInflationTiles);
-    if (!isPending)
-        for (int i = 0; i < tiles->GetPlaneCount(); ++i)
-            tiles->GetPlane(i).SaveInline(serialiser, GetBlockTag(i), GetStateTag(i),
-                                          isByReference ? backing : nullptr);
-    if (strategy)
-        SaveLevels(serialiser, *strategy);
+    serialiser.SaveType(leftTag, saved->leftInflationTiles);
+    serialiser.SaveType(topTag, saved->topInflationTiles);
+    if (!saved->IsPendingDelayLoad())
+        for (int i = 0; i < saved->GetPlaneCount(); ++i)
+            saved->GetPlane(i).SaveInline(serialiser, GetBlockTag(i), GetStateTag(i),
+                                          isByReference ? saved->backing : nullptr);
+    if (!hasLevels)
+        return;
+    saved->CopyLevelsFrom(*this);
+    if (!saved->mipmaps.HasSameChanges(levels)) { // they may show what was painted after the planes were taken
+        saved->InvalidateMipmaps();
+        saved->UpdateMipmaps(0, nullptr);
+    }
+    saved->SaveLevels(serialiser, strategy->GetLargestLevel());
 }
 
-void BitmapCore::SaveLevels(Kernel::OutSerialiser & serialiser, RasterSerialisationStrategy const & strategy) const {
-    if (mipmapMode == MipmapModeNone || !(strategy.GetFlags() & RasterSerialisationStrategy::SaveMipmaps))
-        return;
-    UpdateMipmaps(0, nullptr);
-    int const largest = strategy.GetLargestLevel();
+void BitmapCore::SaveLevels(Kernel::OutSerialiser & serialiser, int largest) const {
     for (auto const & [level, entry] : mipmaps.GetLevels()) {
         if (!entry.valid || (largest != 0 && std::max(entry.bitmap->GetWidth(), entry.bitmap->GetHeight()) > largest))
             continue;
@@ -99,39 +105,52 @@ bool BitmapCore::LoadInline(Kernel::InSerialiser const & serialiser, Kernel::Fil
         mipmapMode = static_cast<MipmapMode>(mode);
     serialiser.LoadType(leftTag, leftInflationTiles);
     serialiser.LoadType(topTag, topInflationTiles);
-    // No more than there are: those of later inflations are added to them.
     leftInflationTiles = std::clamp(leftInflationTiles, 0, GetGrid().tilesAcross);
     topInflationTiles = std::clamp(topInflationTiles, 0, GetGrid().tilesDown);
-
-    Kernel::Counted<Kernel::DelayLoadHolder> holder;
-    serialiser.LoadDelayLoadObject(backingTag, store, CompressedRasterData::GetTypeFileStoreItemType(), holder);
     Kernel::Consolidated<ICCProfile> loadedProfile;
     if (serialiser.LoadSharedObject(profileTag, store, loadedProfile))
         profile = Kernel::Counted<Kernel::Countable const>(loadedProfile.Get());
-    bool isDelayed = false;
-    serialiser.LoadType(delayTag, isDelayed);
-    if (holder) {
-        SetPendingBacking(holder);
-        if (!isDelayed)
-            ForceDelayLoad(nullptr);
+    if (!LoadPlanes(serialiser, store, version)) {
+        Kernel::Trace("The file behind a bitmap of a document can't be had: the bitmap is not loaded\n");
+        return false;
     }
-    if (!IsPendingDelayLoad())
-        for (int i = 0; i < GetPlaneCount(); ++i)
-            GetPlane(i).LoadInline(serialiser, store, GetBlockTag(i), GetStateTag(i), version);
     mipmaps.InvalidateAll();
     LoadLevels(serialiser, store, version);
     return true;
 }
 
-void BitmapCore::LoadLevels(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store,
+// False if a part of the pixels is in a backing that can't be had now. Without it the rest would be saved as the whole.
+bool BitmapCore::LoadPlanes(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store,
                             unsigned short version) {
+    Kernel::Counted<Kernel::DelayLoadHolder> holder;
+    bool isDelayed = false;
+    serialiser.LoadType(delayTag, isDelayed);
+    if (serialiser.LoadDelayLoadObject(backingTag, store, CompressedRasterData::GetTypeFileStoreItemType(), holder)) {
+        SetPendingBacking(holder);
+        if (isDelayed)
+            return true; // nothing was written but what the backing has
+        ForceDelayLoad(nullptr);
+    } else if (serialiser.HasProperty(backingTag)) {
+        return false;
+    }
+    if (IsPendingDelayLoad()) // it may be there the next time; what was painted on it is not to be lost until then
+        return !serialiser.HasProperty(GetStateTag(0));
+    for (int i = 0; i < GetPlaneCount(); ++i)
+        GetPlane(i).LoadInline(serialiser, store, GetBlockTag(i), GetStateTag(i), version);
+    return true;
+}
+
+// A level that isn't whole is built anew when it is needed.
+void BitmapCore::LoadLevels(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short) {
     for (auto const & [level, entry] : mipmaps.GetLevels()) {
         if (!serialiser.HasProperty(GetLevelStateTag(level, 0)))
             continue;
+        std::size_t lost = 0;
         for (int i = 0; i < entry.bitmap->GetPlaneCount(); ++i)
-            entry.bitmap->GetPlane(i).LoadInline(serialiser, store, GetLevelBlockTag(level, i),
-                                                 GetLevelStateTag(level, i), version);
-        mipmaps.DeclareValid(level);
+            lost += entry.bitmap->GetPlane(i).LoadTiles(serialiser, store, GetLevelBlockTag(level, i),
+                                                        GetLevelStateTag(level, i));
+        if (lost == 0)
+            mipmaps.DeclareValid(level);
     }
 }
 }

@@ -311,8 +311,12 @@ std::exception_ptr Block::GiveBackData(Data & held, Kernel::DelayLoadHolder * ho
     std::optional<Kernel::ScopedLock<Kernel::DelayLoadHolder>> guard;
     if (holder)
         guard.emplace(*holder);
-    if (holder && holder->GetItem().Get() == &held)
-        holder->DropItem();
+    if (holder && holder->GetItem().Get() == &held) {
+        if (holder->GetSource()) // to other blocks of this holder it stands for what is stored, changed or not
+            holder->AbandonItem();
+        else
+            holder->DropItem();
+    }
     // Who else holds it: a document that keeps a changed item, or a save that has yet to write it.
     auto const loss = IsDisposed() && held.GetCount() > 1 ? RestoreShared(held) : nullptr;
     held.Disown();

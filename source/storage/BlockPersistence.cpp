@@ -8,10 +8,14 @@
 #include "storage/Block.h"
 #include "storage/BlockPin.h"
 
+#include <chrono>
+#include <thread>
+
 namespace Raster {
 namespace {
 constexpr Kernel::IDTag dataRectTag("Rect"), inverseRectTag("IRct"), dataTag("Data");
 constexpr int compressionLevel = 1; // tiles are many, and users wait for a save
+constexpr std::chrono::milliseconds longestWait(100);
 }
 
 Kernel::ClassProperties const & Block::GetClassProperties() {
@@ -20,9 +24,23 @@ Kernel::ClassProperties const & Block::GetClassProperties() {
     return properties;
 }
 
+// Who saves has a reference to the block, so new sessions of its tile write into a copy: once those that are open now
+// have ended, the bytes are those between two strokes, and stay. A session that never ends, say of this thread itself,
+// must not hold up the save: the bytes are taken as they are then, and saved again the next time.
+bool Block::WaitForWriters() const {
+    auto const end = std::chrono::steady_clock::now() + longestWait;
+    while (HasMutableSession()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
+    }
+    return true;
+}
+
 void Block::Save(Kernel::OutSerialiser & serialiser) const {
+    bool const isQuiet = WaitForWriters();
     ConstBlockPin const pin(*this);
-    if (serialiser.IsFullSave()) {
+    if (serialiser.IsFullSave() && isQuiet) {
         // Asking loads the bytes if the rect isn't known. What can't be loaded has no rect that is worth keeping.
         auto const dataRect = GetDataRect(), inverseRect = GetInverseDataRect();
         if (!IsPendingDelayLoad() || IsDataRectValid())
@@ -40,19 +58,30 @@ void Block::Save(Kernel::OutSerialiser & serialiser) const {
     serialiser.SaveDelayLoadObject(dataTag, holder.Get(), Kernel::FileStoreOutIndexedPathGenerator("", "d/"), &hint);
 }
 
-// The holder of what is to be saved, made now if there is none yet: null for an unallocated block. A block that got a
-// copy of an item which another block owns has its own item as soon as it was changed.
+// The holder of what is to be saved, made now if there is none yet: null for an unallocated block.
+//
+// A holder of a document stands for what is stored there, and any number of blocks may have it: equal tiles are one
+// item. So it is never what a save is given. A block that hasn't changed gives the stored item itself, whatever another
+// block has done to the item that the holder keeps; one that has changed parts with the holder and has an item of its
+// own.
 Kernel::Counted<Kernel::DelayLoadHolder> Block::GetHolderForSave() const {
+    Kernel::Counted<Kernel::DelayLoadHolder> present; // outlives the lock
     Kernel::ScopedLock const guard(bufferLock);
     auto const held = data.Get();
-    Kernel::Counted<Kernel::DelayLoadHolder> const present(delayLoad.Get());
-    if (!held)
-        return present;
+    present = Kernel::Counted<Kernel::DelayLoadHolder>(delayLoad.Get());
     if (present) {
         Kernel::ScopedLock const holderGuard(*present);
-        if (present->GetItem().Get() == held || held->GetState().CanShare())
+        bool const isItsItem = present->GetItem().Get() == held;
+        bool const isStored = static_cast<bool>(present->GetSource());
+        if (isStored && (!held || held->GetState().CanShare()))
+            return Kernel::DelayLoadHolder::CreateFromSource(Data::GetItemType(), present->GetSource());
+        if (!isStored && (!held || isItsItem))
             return present;
+        if (isStored && isItsItem)
+            present->AbandonItem();
     }
+    if (!held)
+        return nullptr;
     auto made = Kernel::DelayLoadHolder::Create(Data::GetItemType(), Kernel::Counted<Data>(held));
     delayLoad.Exchange(made);
     return made;

@@ -37,9 +37,22 @@ void CompressedRasterData::Replace(Bytes bytes, std::uint64_t byteCount, std::ui
     capacity = byteCount;
     size = newSize;
     Account(byteCount);
-    Kernel::ScopedLock const guard(cacheLock); // the picture is that of other bytes
-    bitmapRepresentation.Reset();
-    profile.Reset();
+    Changed();
+}
+
+// The picture is that of other bytes, and so is what a document has stored.
+void CompressedRasterData::Changed() {
+    GetState().MarkAsDirty();
+    Kernel::Counted<DynamicBitmap const> oldPicture; // these go after the lock
+    Kernel::Consolidated<ICCProfile> oldProfile;
+    Kernel::ScopedLock const guard(cacheLock);
+    std::swap(oldPicture, bitmapRepresentation);
+    std::swap(oldProfile, profile);
+}
+
+void CompressedRasterData::SetInvert(bool inverted) {
+    if (std::exchange(invert, inverted) != inverted)
+        Changed();
 }
 
 void CompressedRasterData::CopyFrom(unsigned char const * bytes, std::uint64_t byteCount) {
@@ -53,7 +66,8 @@ void CompressedRasterData::CopyFrom(unsigned char const * bytes, std::uint64_t b
 
 void CompressedRasterData::SetSize(std::uint64_t newSize) {
     if (newSize <= size) {
-        size = newSize;
+        if (std::exchange(size, newSize) != newSize)
+            Changed();
         Account(newSize);
         return;
     }
@@ -174,6 +188,7 @@ std::uint64_t CompressedRasterDataOutStream::WriteI(void const * source, std::ui
     if (position > end)
         std::memset(bytes + end, 0, position - end);
     std::memcpy(bytes + position, source, byteCount);
+    item->GetState().MarkAsDirty();
     position = needed;
     end = std::max(end, position);
     return byteCount;

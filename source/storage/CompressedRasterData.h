@@ -49,14 +49,15 @@ public:
     CompressedRasterData & operator=(CompressedRasterData const &) = delete;
     ~CompressedRasterData() override;
 
-    /// Null if there are no bytes. Valid until the bytes are replaced or grow.
+    /// Null if there are no bytes. Valid until the bytes are replaced or grow. Who writes through this pointer calls
+    /// `GetState().MarkAsDirty()`, as the other members that change something do, so that the next save stores it.
     unsigned char * GetData() { return data.get(); }
     unsigned char const * GetData() const { return data.get(); }
     std::uint64_t GetSize() const { return size; }
 
     /// Whether the picture is to be inverted once it is decoded.
     bool GetInvert() const { return invert; }
-    void SetInvert(bool inverted) { invert = inverted; }
+    void SetInvert(bool inverted);
 
     // If memory can't be had the next four throw std::bad_alloc and change nothing.
 
@@ -106,6 +107,7 @@ private:
     static Bytes Allocate(std::uint64_t byteCount);
     void Replace(Bytes bytes, std::uint64_t byteCount, std::uint64_t newSize);
     void Account(std::uint64_t byteCount);
+    void Changed();
 
     Bytes data;
     std::uint64_t capacity = 0; // bytes of `data`

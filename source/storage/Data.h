@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kernel/Counted.h"
+#include "kernel/CriticalSectionSpin.h"
 #include "kernel/Export.h"
 #include "kernel/FileStoreItem.h"
 #include "storage/SlabAllocator.h"
@@ -31,15 +33,20 @@ public:
     void SetBuffer(unsigned int * newBuffer) const noexcept { buffer.store(newBuffer, std::memory_order_release); }
     void FreeBuffer() const noexcept;
 
-    /// Belongs to `block` from now on, unless it belongs to another one.
+    /// Belongs to `block` from now on, unless it belongs to another one. The block is one that is counted.
     /// @return whether it belongs to `block`.
     /// The owner of a holder's item changes under the holder's lock.
     bool Own(Block const * block) noexcept;
-    void Disown() noexcept { owner.store(nullptr, std::memory_order_release); }
+    /// Before its owner goes, and with the bytes back in memory if anybody else may want them.
+    void Disown() noexcept;
     Block const * GetOwner() const noexcept { return owner.load(std::memory_order_acquire); }
 
 private:
+    Kernel::Counted<Block const> HoldOwner() const;
+
     std::atomic<unsigned int *> mutable buffer; // owned
-    std::atomic<Block const *> owner{nullptr};  // not counted; the block clears it before it goes
+    // Guards changes of the owner, so that it stays while a reference to it is taken.
+    Kernel::CriticalSectionSpin mutable ownerLock{Kernel::LockRank::Leaf};
+    std::atomic<Block const *> owner{nullptr}; // not counted; the block clears it before it goes
 };
 }

@@ -3,6 +3,7 @@
 #include "kernel/ScopedLock.h"
 #include "storage/BitmapCore.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Raster {
@@ -31,6 +32,13 @@ void MipmapTable::AddMissing(Levels && levels) {
 MipmapTable::Levels MipmapTable::GetLevels() const {
     Kernel::ScopedLock guard(lock);
     return entries;
+}
+
+bool MipmapTable::HasSameChanges(Levels const & levels) const {
+    Kernel::ScopedLock guard(lock);
+    return std::equal(entries.begin(), entries.end(), levels.begin(), levels.end(), [](auto const & a, auto const & b) {
+        return a.first == b.first && a.second.changeCount == b.second.changeCount;
+    });
 }
 
 MipmapEntry MipmapTable::GetEntry(int level) const {

@@ -46,6 +46,8 @@ public:
     void AddMissing(Levels && levels);
     /// A copy of the entries as they are now.
     Levels GetLevels() const;
+    /// Whether no change was recorded since the table gave these.
+    bool HasSameChanges(Levels const & levels) const;
     /// The entry of a level; one without a bitmap if there is none.
     MipmapEntry GetEntry(int level) const;
     /// The level, if there is one and it matches the image.

@@ -103,6 +103,10 @@ public:
     /// Fills a plane with what `SaveInline` wrote. What is missing or makes no sense leaves its tile unallocated.
     bool LoadInline(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, Kernel::IDTag blockTag,
                     Kernel::IDTag stateTag, unsigned short version);
+    /// The same, in silence.
+    /// @return how many tiles the stream should have had and hasn't.
+    std::size_t LoadTiles(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, Kernel::IDTag blockTag,
+                          Kernel::IDTag stateTag);
 
 private:
     PlaneCore(TileGrid const & shape, ChannelKind channelKind);

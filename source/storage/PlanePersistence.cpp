@@ -8,7 +8,6 @@
 #include "storage/PlaneCore.h"
 #include "storage/PushedStrategy.h"
 
-#include <algorithm>
 #include <vector>
 
 namespace Raster {
@@ -64,34 +63,38 @@ void PlaneCore::SaveInline(Kernel::OutSerialiser & serialiser, Kernel::IDTag blo
 
 bool PlaneCore::LoadInline(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, Kernel::IDTag blockTag,
                            Kernel::IDTag stateTag, unsigned short) {
+    if (auto const lost = LoadTiles(serialiser, store, blockTag, stateTag))
+        Kernel::Trace("A plane of a document lacks %1 of its tiles: they are empty\n", lost);
+    return true;
+}
+
+std::size_t PlaneCore::LoadTiles(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store,
+                                 Kernel::IDTag blockTag, Kernel::IDTag stateTag) {
     Tile::InitStaticTiles();
     std::vector<Kernel::Counted<Kernel::Serialisable>> blocks;
     std::vector<std::uint8_t> states;
     serialiser.LoadObjectsI(blockTag, store, blocks, &Block::GetClassProperties());
     serialiser.LoadTypeArrayI(stateTag, Kernel::PropType::UInt8, 1, states);
-    std::size_t lost = GetTileCount() - std::min(GetTileCount(), states.size()), nextBlock = 0;
-    for (std::size_t i = 0; i < std::min(GetTileCount(), states.size()); ++i) {
-        auto const state = static_cast<TileState>(states[i]);
+    std::size_t lost = 0, nextBlock = 0;
+    for (std::size_t i = 0; i < GetTileCount(); ++i) {
+        auto const state = i < states.size() ? static_cast<TileState>(states[i]) : TileState::SameAsBacking;
         if (state == TileState::SameAsBacking) {
             lost += tiles[i].GetBacking() ? 0 : 1;
             continue;
         }
         tiles[i].Unallocate();
-        tiles[i].SetBacking(nullptr);
         if (auto const * const known = GetStaticTile(state)) {
             tiles[i] = *known;
         } else if (state == TileState::OwnBlock) {
             auto block = nextBlock < blocks.size() ? Kernel::DynamicCast<Block>(blocks[nextBlock]) : nullptr;
             ++nextBlock;
-            lost += block ? 0 : 1;
+            lost += block && block->IsAllocated() ? 0 : 1;
             if (block)
                 tiles[i].SetBlockDirect(std::move(block), nullptr);
         } else if (state != TileState::Unallocated) {
             ++lost;
         }
     }
-    if (lost != 0)
-        Kernel::Trace("A plane of a document lacks %1 of its tiles: they are empty\n", lost);
-    return true;
+    return lost;
 }
 }

@@ -33,6 +33,7 @@ public:
     /// The buffers of the tile in each plane, pinned now if they were not. What opening a session throws passes
     /// through, the tile then not being pinned in any plane.
     Buffers const & Pin(Bitmap & bitmap, std::uint32_t tileIndex);
+    std::size_t GetCount() const noexcept { return tiles.size(); }
     /// Ends all sessions.
     void Reset() noexcept;
 

@@ -86,6 +86,8 @@ TEST(ICCManager, DefaultCMYKIsWhatWasLoadedAsSuch) {
     PutFile(directory.GetPath("press.icc"), std::string(press.begin(), press.end()));
     auto & manager = Manager();
     EXPECT_EQ(nullptr, manager.GetDefaultProfile(ColourSpaceCMYK));
+    EXPECT_TRUE(Add(Synthetic::Take(Synthetic::CreateCMYK("press in memory"))));
+    EXPECT_EQ(nullptr, manager.GetDefaultProfile(ColourSpaceCMYK)) << "only a file can be loaded as such";
     Kernel::Path const path(directory.GetPath("press.icc").c_str());
     auto const first = manager.AddProfileFromDisk(path, /*asDefaultCMYK=*/false);
     EXPECT_EQ(nullptr, manager.GetDefaultProfile(ColourSpaceCMYK));

@@ -352,6 +352,33 @@ TEST(ICCTransform, ProofingIntentShowsThePaper) {
     EXPECT_LT(show(Intent::AbsoluteColorimetric)[2], 240);
 }
 
+TEST(ICCTransform, IntentShowsThePaper) {
+    auto const paper = [] { // a display whose white is yellowish
+        auto const profile = Synthetic::CreateRGB("yellowish source", 2.2, 2.2, 2.2);
+        cmsCIEXYZ const white{0.93, 0.97, 0.62};
+        cmsWriteTag(profile, cmsSigMediaWhitePointTag, &white);
+        return Add(Synthetic::Take(profile));
+    }();
+    std::vector<unsigned char> const white = {255, 255, 255, 255};
+    auto const show = [&](Intent intent) {
+        return Apply(Manager().GetTransformForProfiles(RGBA8, paper, RGBA8, Default(ColourSpaceRGB), intent, false),
+                     white, layouts[0], layouts[0]);
+    };
+    EXPECT_GT(show(Intent::RelativeColorimetric)[2], 252);
+    EXPECT_LT(show(Intent::AbsoluteColorimetric)[2], 240);
+}
+
+TEST(ICCTransform, BlackPointsAreCompensatedIfAsked) {
+    std::vector<unsigned char> const inks = {255, 255, 255, 255, 255}; // the press prints no deep black
+    auto const show = [&](bool compensate) {
+        return Apply(Manager().GetTransformForProfiles(CMYKA8, Press(), RGBA8, Default(ColourSpaceRGB),
+                                                       Intent::RelativeColorimetric, compensate),
+                     inks, layouts[4], layouts[0]);
+    };
+    EXPECT_GT(show(false)[0], 10);
+    EXPECT_LT(show(true)[0], 4);
+}
+
 TEST(ICCTransform, LabComesBackAsTheSameRGB) {
     auto const & manager = Manager();
     std::vector<float> in, out;

@@ -5,9 +5,12 @@
 #include "pixel/DynamicBase.inl"
 #include "pixel/PixelMemory.h"
 #include "pixel/transfer/BitmapTransfer.h"
+#include "storage/TestHolder.h"
 #include "transfer/TransferPixels.h"
 
 #include <gtest/gtest.h>
+
+#include <stdexcept>
 
 namespace Raster {
 namespace {
@@ -366,6 +369,32 @@ TEST_F(FileTransferTest, ErasedWritingConvertsBandByBand) {
     for (int y = 0; y < 590; ++y)
         for (int x = 0; x < 137; ++x)
             ASSERT_EQ(file->picture.At(x, y), pixels[std::size_t((y + 100) * 150 + x + 3)]) << x << ", " << y;
+}
+
+TEST_F(FileTransferTest, ABitmapThatMayStayUnloadedIsWrittenAsEmpty) {
+    auto const pending = MakeEmpty<RGBA8Tuple>(100, 300);
+    pending->SetPendingBacking(TestHolder::Create());
+    TransferParams params;
+    params.sourceMayStayUnloaded = true;
+    auto const file = Kernel::MakeCounted<RGBA8File>(100, 300);
+    file->picture = MakePicture<RGBA8Tuple>(100, 300, 1);
+    EXPECT_TRUE(Feed(*DynamicTestFile::Make<RGBA8Tuple>(file), DynamicBitmap(pending), &params));
+    EXPECT_TRUE(pending->IsPendingDelayLoad());
+    EXPECT_EQ(RGBA8Picture(100, 300).pixels, file->picture.pixels);
+}
+
+TEST_F(FileTransferTest, LevelsAreToldOfADrawingThatThrew) {
+    DynamicBitmap dest(MakeBitmap<RGBA8Tuple>(RGBA8Picture(600, 600), MipmapModeManual));
+    dest.InvalidateMipmaps();
+    dest.UpdateMipmaps(0, nullptr);
+    ASSERT_TRUE(dest.GetMipmap(1));
+    TransferParams params;
+    params.progressContext = &params;
+    params.progress = [](unsigned, void *, double) { throw std::runtime_error("no memory"); };
+    auto const picture = MakeOpaque(MakePicture<RGBA8Tuple>(600, 600, 1));
+    EXPECT_THROW(Draw(dest, *DynamicTestFile::Make<RGBA8Tuple>(MakeFile(picture)), &params, nullptr, 0, 0),
+                 std::runtime_error);
+    EXPECT_FALSE(dest.GetMipmap(1));
 }
 
 TEST_F(FileTransferTest, LevelsAreToldOfWhatIsDrawn) {

@@ -662,20 +662,55 @@ JPEGBytes RepeatLastScan(JPEGBytes const & whole, int count) {
     return Join({bytes, {0xFF, 0xD9}});
 }
 
+int CountScans(JPEGBytes const & bytes) {
+    int scans = 0;
+    for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
+        scans += bytes[i] == 0xFF && bytes[i + 1] == 0xDA;
+    return scans;
+}
+
 TEST(JPEGRead, RefusesMoreThan500Scans) {
     JPEGRecipe recipe;
     recipe.width = recipe.height = 16;
     recipe.isProgressive = true;
     auto const whole = MakeJPEG(recipe);
-    int scans = 0;
-    for (std::size_t i = 0; i + 1 < whole.size(); ++i)
-        scans += whole[i] == 0xFF && whole[i + 1] == 0xDA;
+    int const scans = CountScans(whole);
     auto const allowed = Open<RGBA8JPEG>(RepeatLastScan(whole, 500 - scans));
     EXPECT_EQ(16u * 16 * 4, ReadPixels(*allowed).size());
     EXPECT_FALSE(allowed->HasFailed());
     auto const refused = Open<RGBA8JPEG>(RepeatLastScan(whole, 501 - scans));
     EXPECT_THROW(ReadPixels(*refused), JPEGError);
     EXPECT_EQ("JPEG: more than 500 scans", refused->GetFailure());
+}
+
+// Each scan is a few bytes and goes over all blocks of a large picture. 500 of them are below the other limit.
+TEST(JPEGRead, RefusesScansThatGoOverALargePictureTooOften) {
+    JPEGRecipe recipe;
+    recipe.inSpace = recipe.fileSpace = JCS_GRAYSCALE;
+    recipe.width = recipe.height = 16;
+    recipe.isProgressive = true;
+    // The size is patched: the codec reads zeros where data is missing.
+    auto bytes = MakeJPEG(recipe);
+    auto const setSize = [&](int side) {
+        for (std::size_t i = 0; i + 8 < bytes.size(); ++i)
+            if (bytes[i] == 0xFF && bytes[i + 1] == 0xC2) {
+                bytes[i + 5] = bytes[i + 7] = static_cast<std::uint8_t>(side >> 8);
+                bytes[i + 6] = bytes[i + 8] = static_cast<std::uint8_t>(side);
+                return;
+            }
+        FAIL();
+    };
+    constexpr int side = 4800, blocks = 600 * 600, allowed = (64 << 20) / blocks;
+    int const scans = CountScans(bytes);
+    setSize(side);
+    {
+        auto const model = Open<IA8JPEG>(RepeatLastScan(bytes, allowed - scans));
+        IdentityReader<IA8JPEG> const reader(model.Get(), nullptr, nullptr);
+        EXPECT_FALSE(model->HasFailed()) << model->GetFailure();
+    }
+    auto const model = Open<IA8JPEG>(RepeatLastScan(bytes, allowed - scans + 1));
+    EXPECT_THROW(IdentityReader<IA8JPEG>(model.Get(), nullptr, nullptr), JPEGError);
+    EXPECT_EQ("JPEG: the scans go over the picture too often", model->GetFailure());
 }
 
 TEST(JPEGRead, PrintsNothing) {

@@ -72,12 +72,42 @@ Run 0 info a.doc --json
 Prints '"isPending": false'
 Prints '"commit": 3'
 
+# --- Layers of one name are told apart by number.
+mkdir -p one two
+cp $photo one/p.jpg
+"$raster" convert $badge two/p.jpg 2>/dev/null
+Run 0 create same.doc one/p.jpg two/p.jpg
+Run 0 extract same.doc 2 out.jpg --original
+Same out.jpg two/p.jpg
+Run 0 extract same.doc 1 out.jpg --original
+Same out.jpg one/p.jpg
+
+# --- What is beside the layer is no change.
+cp a.doc beside.doc
+Run 0 fill beside.doc --layer 1 --rect 100000,0,5,5 --colour white
+Says "beside layer 1, which is 600 x 400 pixels"
+Run 0 fill beside.doc --layer 1 --rect 5,5,0,5 --colour white
+Run 0 stamp beside.doc $badge --layer 1 --at -100000,0
+Says "nothing was changed"
+Same beside.doc a.doc
+
 # --- Compaction drops what is dead, and nothing else.
 before=$(stat -c %s a.doc)
 Run 0 compact a.doc
 [ "$(stat -c %s a.doc)" -lt "$before" ] || Fail "$last: isn't smaller"
 Run 0 flatten a.doc again.png
 Same again.png flat.png
+
+# --- Facts for programs, also of what fails.
+Run 0 info a.doc --json
+Prints '"kinds": {'
+Prints '"isPending": true'
+Run 0 info a.doc
+Prints "files        2, "
+Prints "tiles        "
+Run 1 info none.doc --json
+Prints '"error": "can'"'"'t be opened: No such file or directory"'
+Says "raster: none.doc: can't be opened"
 
 # --- Wrong use.
 Run 1 info none.doc
@@ -90,6 +120,44 @@ Run 1 create b.doc $photo in/none.png
 Says "raster: in/none.png"
 [ ! -e b.doc ] || Fail "$last: b.doc is there"
 Run 1 create a.doc $photo --no-clobber
+cp $photo mine.jpg
+Run 1 create mine.jpg $badge
+Says "is no document; name the new document first"
+Same mine.jpg $photo
+Run 1 salvage a.doc mine.jpg
+Same mine.jpg $photo
+Run 1 create none/b.doc $badge
+Says "raster: none/b.doc: there is no folder 'none'; make it first"
+Run 1 create . $badge
+Run 1 create '' $badge
+Says "is no name for a file"
+: >empty.doc
+Run 1 info empty.doc
+Run 1 salvage empty.doc saved.doc
+Run 0 create empty.doc $badge # of an empty file nothing is lost
+Run 1 create b.doc a.doc
+Says "raster: a.doc: is not a picture of a known type"
+Run 1 stamp a.doc none.png --layer 1
+Says "raster: none.png: can't be opened"
+Run 1 stamp a.doc $badge --layer 3
+Says "has no layer 3; it has 2"
+Run 1 verify none.doc
+Run 1 salvage none.doc saved.doc
+cp a.doc itself.doc
+Run 1 salvage itself.doc itself.doc
+Says "OUT is the damaged document itself"
+Run 1 salvage itself.doc ./itself.doc
+Same itself.doc a.doc
+Run 1 salvage a.doc none/saved.doc
+Says "raster: none/saved.doc: there is no folder"
+Run 1 salvage a.doc mine.doc/x
+Run 2 extract a.doc 10001 out.png
+Run 2 extract a.doc one out.png
+Run 2 fill a.doc --layer 1 --rect 0,0,-1,1 --colour white
+Run 2 stamp a.doc $badge --layer 1 --at 1
+Run 2 verify
+Run 2 create c.doc
+[ ! -e c.doc ] || Fail "$last: c.doc is there"
 Run 2 fill a.doc --layer 1 --rect 1,2,3 --colour '#ff0000'
 Run 2 fill a.doc --layer 0 --rect 1,2,3,4 --colour '#ff0000'
 Run 2 frobnicate a.doc
@@ -109,8 +177,59 @@ Run 0 info saved.doc
 Prints "layer 2      badge.png"
 head -c 100000 a.doc >cut.doc
 Run 1 info cut.doc
+Says "salvage"
 Run 0 salvage cut.doc saved.doc
 Says "items saved"
+
+# --- Where the list of layers is lost, or a layer, the placed files are layers again.
+"$raster" document create fresh.doc $photo $badge 2>/dev/null
+head -c $(($(stat -c %s $photo) + 1000)) fresh.doc >cut.doc # the first file, and hardly more
+Run 0 salvage cut.doc saved.doc
+Says "layers were lost; what is there makes 1"
+Run 0 info saved.doc
+Prints "0 damaged"
+Run 0 extract saved.doc 1 out.jpg --original
+Same out.jpg $photo
+Run 0 extract saved.doc 1 out.png --dpi 100
+"$raster" convert $photo photo.png --dpi 100 2>/dev/null
+Same out.png photo.png
+Run 0 verify saved.doc
+Run 0 salvage fresh.doc saved.doc
+Run 0 flatten saved.doc out.png
+Run 0 flatten fresh.doc again.png
+Same out.png again.png
+
+# --- A damaged header: the document doesn't open, and all of it is saved, whatever byte it is.
+for at in 0 9 12 20 60; do
+    cp a.doc broken.doc
+    Flip broken.doc $at
+    Run 1 verify broken.doc
+    Run 1 fill broken.doc --layer 1 --rect 0,0,5,5 --colour white
+    Says "salvage"
+    Run 0 salvage broken.doc saved.doc
+    Says "; 0 lost"
+    Run 0 flatten saved.doc again.png
+    Same again.png flat.png
+done
+
+# --- A damaged tile is told of, and isn't painted on unawares.
+cp a.doc broken.doc
+Flip broken.doc $(($(LC_ALL=C grep -obUaP 'Item.{20}ItaD' a.doc | head -1 | cut -d: -f1) + 300))
+Run 1 verify broken.doc
+Prints "of type DatI"
+Run 0 info broken.doc
+Prints "1 damaged (\`raster document verify\` tells which)"
+Run 0 extract broken.doc 1 out.png
+Says "warning: a tile of layer"
+Run 0 flatten broken.doc out.png
+Says "warning: a tile of layer"
+cp broken.doc untouched.doc
+Run 1 fill broken.doc --layer 1 --rect 0,0,600,400 --colour white
+Says "--keep-damaged"
+Run 1 stamp broken.doc $photo --layer 1
+Same broken.doc untouched.doc
+Run 0 fill broken.doc --layer 1 --rect 0,0,600,400 --colour white --keep-damaged
+Run 0 extract broken.doc 1 out.png
 
 # --- A full disk leaves the document as it was.
 cp a.doc full.doc
@@ -118,6 +237,37 @@ cp a.doc full.doc
 [ $? -eq 1 ] || Fail "stamp on a full disk doesn't end with 1"
 Says "nothing was saved"
 Same full.doc a.doc
+
+# --- Nor does one that nothing may be written to.
+if [ "$(id -u)" -ne 0 ]; then
+    chmod 444 full.doc
+    Run 1 fill full.doc --layer 1 --rect 0,0,5,5 --colour white
+    Says "Permission denied"
+    Same full.doc a.doc
+fi
+
+# --- Ended by a signal, nothing is left behind, and soon.
+for number in 1 2 3 4 5 6 7 8; do
+    cp $photo in/more-$number.jpg
+done
+"$raster" document create many.doc in/more-*.jpg 2>/dev/null
+for layer in 1 2 3 4 5 6 7 8; do
+    "$raster" document fill many.doc --layer $layer --rect 0,0,9,9 --colour white 2>/dev/null
+done
+cp many.doc whole.doc
+for what in 'compact many.doc' 'create new.doc in/more-1.jpg in/more-2.jpg' 'salvage many.doc new.doc'; do
+    for delay in 0.005 0.02 0.04 0.08; do
+        rm -f new.doc
+        # shellcheck disable=SC2086
+        timeout -s TERM $delay "$raster" document $what >/dev/null 2>&1
+        code=$?
+        last="$what ended after $delay s"
+        [ $code -eq 0 ] || [ $code -eq 124 ] || Fail "$last: ends with $code"
+        [ -z "$(find . -name '.*saving*')" ] || Fail "$last: leaves something behind"
+        [ ! -e new.doc ] || "$raster" document verify new.doc >/dev/null 2>&1 || Fail "$last: new.doc isn't whole"
+        "$raster" document verify many.doc >/dev/null 2>&1 || Fail "$last: many.doc isn't whole"
+    done
+done
 
 # --- Ended by a signal, the document is the old one or the new one.
 for delay in 0.01 0.03 0.06 0.1 0.2; do

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 using namespace Kernel;
 using namespace AlbumForTests;
 using testing::IsEmpty;
@@ -234,17 +236,121 @@ TEST(ArchiveCheck, SalvagesEveryItemThatStillChecks) {
     RecordProperty("ItemsLost", std::to_string(lost));
 }
 
+// What lies in the file from here on is changed: each list of contents has a byte of it flipped.
+void DamageLists(std::vector<std::uint8_t> & bytes, std::size_t from = 0) {
+    for (std::size_t i = from; i + 4 <= bytes.size(); i += 16)
+        if (std::memcmp(bytes.data() + i, "Indx", 4) == 0)
+            bytes[i + 40] ^= 1;
+}
+
 TEST(ArchiveCheck, SalvagedDocumentOpensWithItsStreams) {
     auto files = MakeDocument();
-    // Neither copy of the last list of contents is whole, nor of those before.
-    auto & bytes = files.at(path);
-    for (std::size_t i = 0; i + 4 <= bytes.size(); i += 16)
-        if (std::equal(bytes.begin() + static_cast<std::ptrdiff_t>(i),
-                       bytes.begin() + static_cast<std::ptrdiff_t>(i) + 4, "Indx"))
-            bytes[i + 40] ^= 1;
+    DamageLists(files.at(path));
     auto const disk = MakeCounted<MemoryDisk>(files);
     EXPECT_THROW(Archive::Open(path, "Test", disk), ArchiveError);
     EXPECT_TRUE(SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk).hasScanned);
     auto const saved = Archive::Open("saved.doc", "Test", disk);
     EXPECT_EQ(ContentOf(saved), ContentOf(MakeDocument()));
+}
+
+// A state that opens is not all there is if the end of the file, or its newest list, says that there was a later one.
+TEST(ArchiveCheck, SalvageTakesTheNewestStateThoughAnOlderOneOpens) {
+    auto const oldest = MakeDocument(4, 1), whole = MakeDocument(4, 3);
+    auto const newest = ContentOf(whole);
+    auto const end = oldest.at(path).size();
+    auto lostFooter = whole, lostLists = whole, cut = whole;
+    std::fill(lostFooter.at(path).end() - 64, lostFooter.at(path).end(), std::uint8_t(0));
+    DamageLists(lostLists.at(path), end);
+    cut.at(path).resize(cut.at(path).size() - 64);
+    for (auto const & files : {lostFooter, lostLists, cut}) {
+        EXPECT_NE(ContentOf(files), newest) << "an older state opens";
+        auto const disk = MakeCounted<MemoryDisk>(files);
+        auto const salvage = SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk);
+        EXPECT_TRUE(salvage.hasScanned);
+        EXPECT_EQ(salvage.itemsLost, 0u);
+        EXPECT_EQ(ContentOf(Archive::Open("saved.doc", "Test", disk)), newest);
+    }
+}
+
+// The newest state of a stream is damaged: that of an earlier save is better than none.
+TEST(ArchiveCheck, SalvageFallsBackToAnEarlierStateOfAStream) {
+    auto files = MakeDocument(4, 3);
+    auto const info = Archive::Open(path, "Test", MakeCounted<MemoryDisk>(files))->GetInfo();
+    auto const stream =
+        std::find_if(info.items.begin(), info.items.end(), [](auto const & item) { return item.name == "Album.dat"; });
+    ASSERT_NE(stream, info.items.end());
+    files.at(path)[stream->offset + 150] ^= 1;
+    auto const disk = MakeCounted<MemoryDisk>(files);
+    EXPECT_EQ(SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk).itemsLost, 1u);
+    EXPECT_THAT(ContentOf(Archive::Open("saved.doc", "Test", disk)), SizeIs(4));
+}
+
+// A document keeps its kind, whatever it is, and also where the header that says it doesn't check.
+TEST(ArchiveCheck, SalvagedDocumentIsOfTheKindThatItWas) {
+    for (bool const isHeaderDamaged : {false, true}) {
+        auto const disk = MakeCounted<MemoryDisk>(MakeDocument());
+        auto files = disk->GetFiles();
+        if (isHeaderDamaged)
+            files.at(path)[20] ^= 1; // of the file id
+        auto const damaged = MakeCounted<MemoryDisk>(files);
+        SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, damaged);
+        EXPECT_EQ(Archive::Open("saved.doc", IDTag(), damaged)->GetArchiveTag(), IDTag("Test"));
+        EXPECT_EQ(ContentOf(Archive::Open("saved.doc", "Test", damaged)), ContentOf(MakeDocument()));
+    }
+}
+
+// The tag itself is damaged, and whoever salvages knows better.
+TEST(ArchiveCheck, SalvageTakesTheKindThatItIsToldWhereTheHeaderIsDamaged) {
+    auto files = MakeDocument();
+    files.at(path)[12] ^= 1;
+    auto const disk = MakeCounted<MemoryDisk>(files);
+    SalvageArchive(path, "told.doc", nullptr, nullptr, nullptr, disk, "Test");
+    EXPECT_EQ(Archive::Open("told.doc", IDTag(), disk)->GetArchiveTag(), IDTag("Test"));
+    SalvageArchive(path, "found.doc", nullptr, nullptr, nullptr, disk);
+    EXPECT_EQ(Archive::Open("found.doc", IDTag(), disk)->GetArchiveTag(), IDTag("Tesu"));
+    // A header that checks is right.
+    auto const whole = MakeCounted<MemoryDisk>(MakeDocument());
+    SalvageArchive(path, "whole.doc", nullptr, nullptr, nullptr, whole, "Othr");
+    EXPECT_EQ(Archive::Open("whole.doc", IDTag(), whole)->GetArchiveTag(), IDTag("Test"));
+}
+
+// An unfinished save may have left a footer, which must not come back over the bytes of the next save: the file is cut,
+// and the cut is on the disk, before anything is written there.
+TEST(ArchiveUpdate, CutIsSyncedBeforeTheNextSaveWrites) {
+    using Kind = MemoryDisk::Step::Kind;
+    auto const before = MakeDocument();
+    auto const oldContent = ContentOf(before);
+    auto const disk = MakeCounted<MemoryDisk>(before);
+    auto const archive = Archive::Open(path, "Test", disk);
+    auto album = Load(archive);
+    Change(album.blobs[2], MakeBytes(30, 300));
+    disk->FailAt(5); // after the items, the lists, their sync and the footer: its sync
+    try {
+        Save(archive, album);
+        FAIL();
+    } catch (ArchiveError const & error) {
+        ASSERT_EQ(error.GetKind(), ArchiveError::Kind::Unknown);
+    }
+    auto const unconfirmed = disk->GetFiles();
+    auto const unconfirmedContent = ContentOf(unconfirmed);
+    ASSERT_NE(unconfirmedContent, oldContent) << "its footer is there";
+
+    disk->FailAt(0);
+    disk->steps.clear();
+    Change(album.blobs[2], MakeBytes(40, 900));
+    Save(archive, album);
+    auto const newContent = ContentOf(disk->GetFiles());
+    ASSERT_GE(disk->steps.size(), 3u);
+    EXPECT_EQ(disk->steps[0].kind, Kind::Truncate);
+    EXPECT_EQ(disk->steps[1].kind, Kind::Sync);
+    EXPECT_EQ(disk->steps[2].kind, Kind::Write);
+    std::mt19937 random(5);
+    for (std::size_t count = 0; count <= disk->steps.size(); ++count)
+        for (auto const rest : {CrashedDisk::Rest::Lost, CrashedDisk::Rest::Torn, CrashedDisk::Rest::Reordered})
+            for (int attempt = 0; attempt < 20; ++attempt) {
+                auto const files = CrashedDisk(unconfirmed, disk->steps, count, rest, random).files;
+                auto const content = ContentOf(files);
+                EXPECT_TRUE(content == oldContent || content == unconfirmedContent || content == newContent)
+                    << count << " steps, case " << static_cast<int>(rest);
+            }
 }

@@ -1,5 +1,7 @@
 #include "kernel/Album.h"
+#include "kernel/ArchiveCheck.h"
 #include "kernel/Dispatch.h"
+#include "kernel/MemoryDisk.h"
 #include "kernel/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -211,6 +213,57 @@ TEST_F(ArchiveTest, KeepsAStreamThatIsNotStoredAnew) {
     ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(3));
 }
 
+TEST_F(ArchiveTest, HasOneStreamOfANameAndNoNamesThatAreTooLong) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto session = archive->CreateSession();
+    session->StoreStream("Note", "first", 5);
+    EXPECT_THROW(session->StoreStream("Note", "second", 6), std::invalid_argument);
+    EXPECT_THROW(session->StoreObject("Note", MakeAlbum(1)), std::invalid_argument);
+    EXPECT_THROW(session->StoreStream(std::string(4097, 'n'), "long", 4), std::length_error);
+    session->StoreStream(std::string(4096, 'n'), "as long as can be", 17);
+    archive->CloseSession(std::move(session)); // what was refused is not in it
+    EXPECT_EQ(archive->GetInfo().items.size(), 2u);
+    session = archive->CreateSession();
+    EXPECT_TRUE(session->KeepStream("Note"));
+    EXPECT_THROW(session->KeepStream("Note"), std::invalid_argument);
+    EXPECT_THROW(session->StoreStream("Note", "second", 6), std::invalid_argument);
+    archive->CloseSession(std::move(session));
+    auto const stream = Archive::Open(GetPath(), "Test")->OpenStream("Note");
+    ASSERT_TRUE(stream);
+    EXPECT_EQ(stream->GetSize(), 5u);
+    EXPECT_THAT(VerifyArchive(GetPath()).problems, IsEmpty());
+}
+
+// Whoever replaces a file has its lock, so that a save into it can't be lost with it.
+TEST_F(ArchiveTest, KeepsOthersOutWhileAFileIsReplaced) {
+    auto const disk = MakeCounted<MemoryDisk>(); // which doesn't wait for a lock
+    Save(Archive::Create("album.doc", "Test", disk), MakeAlbum(1));
+    auto const other = Archive::Open("album.doc", "Test", disk);
+    auto const archive = Archive::Open("album.doc", "Test", disk), another = Archive::Create("album.doc", "Test", disk);
+    auto const expectBusy = [&] {
+        for (auto const mode : {ArchiveSaveMode::Update, ArchiveSaveMode::Compact})
+            try {
+                other->CreateSession(mode);
+                ADD_FAILURE();
+            } catch (ArchiveError const & error) {
+                EXPECT_EQ(error.GetKind(), ArchiveError::Kind::Busy);
+            }
+    };
+    {
+        auto const session = archive->CreateSession(ArchiveSaveMode::Compact);
+        expectBusy();
+    }
+    {
+        auto const session = another->CreateSession();
+        expectBusy();
+        EXPECT_THROW(Archive::Create("album.doc", "Test", disk)->CreateSession(), ArchiveError);
+    }
+    Save(another, MakeAlbum(1, 40));
+    EXPECT_THROW(Save(other, MakeAlbum(1, 50)), ArchiveError) << "the path leads to another file now";
+    ExpectSame(Load(Archive::Open("album.doc", "Test", disk)), MakeAlbum(1, 40));
+    EXPECT_THAT(disk->GetFiles(), SizeIs(1));
+}
+
 TEST_F(ArchiveTest, RefusesToSaveOverTheSaveOfAnotherProgram) {
     Save(Archive::Create(GetPath(), "Test"), MakeAlbum(2));
     auto const first = Archive::Open(GetPath(), "Test"), second = Archive::Open(GetPath(), "Test");
@@ -304,6 +357,21 @@ TEST_F(ArchiveTest, KeepsModeAndLinkOfTheFileThatIsReplaced) {
     ASSERT_EQ(stat(GetPath().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640u);
     ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(1, 9));
+}
+
+TEST_F(ArchiveTest, GivesANewFileTheModeOfNewFilesAndHidesThatOfAPrivateOne) {
+    auto const old = umask(027);
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    umask(old);
+    struct stat status;
+    ASSERT_EQ(stat(GetPath().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+
+    std::string beside;
+    ASSERT_TRUE(ArchiveDisk::GetSystem()->CreateBeside(GetPath(), beside));
+    ASSERT_EQ(stat(beside.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+    ArchiveDisk::GetSystem()->Remove(beside);
 }
 
 TEST_F(ArchiveTest, WritesTheSameItemsForAnyNumberOfThreads) {

@@ -1,5 +1,6 @@
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/ScopedLock.h"
+#include "kernel/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -174,4 +175,18 @@ TEST(DelayLoadHolder, HoldsNoLockWhileATemporaryItemIsInUse) {
     auto const holder = MakeCounted<StoredHolder>();
     DelayLoadHolder::TempLoadItem const temp(holder.Get());
     EXPECT_EQ(LockOrder::GetHeldCount(), 0u);
+}
+
+TEST(FileStoreItemType, IsKnownByItsTagOnceItWasInitialised) {
+    static FileStoreItemType const type("Knwn", ItemNesting::Nestable, ItemRecovery::Recoverable, nullptr);
+    static FileStoreItemType const other("Knwn", ItemNesting::NotNestable, ItemRecovery::NotRecoverable, nullptr);
+    Raster::TraceCapture trace;
+    EXPECT_EQ(FileStoreItemType::Find("Knwn"), nullptr);
+    type.Init();
+    type.Init();
+    EXPECT_EQ(FileStoreItemType::Find("Knwn"), &type);
+    EXPECT_TRUE(trace.Take().empty());
+    other.Init();
+    EXPECT_EQ(FileStoreItemType::Find("Knwn"), &type);
+    EXPECT_EQ(trace.Take().size(), 1u);
 }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <latch>
 #include <limits>
@@ -219,6 +220,130 @@ TEST(Dispatch, FindsItsHelpersAgainAfterTheThreadCountChanged) {
         std::latch allInside(count);
         Dispatch::ParallelFor(count, [&](std::uint64_t) { allInside.arrive_and_wait(); });
     }
+}
+
+TEST_P(DispatchTest, APipelineUsesEachPieceOnceInOrderWithRoomForDepth) {
+    for (std::uint64_t const count : {0, 1, 2, 7, 500})
+        for (std::uint64_t const depth : {0, 1, 2, 3, 600}) {
+            std::vector<std::uint64_t> room(std::max<std::uint64_t>(depth, 1)), used; // plain: see `RunsEveryIndexOnce`
+            std::atomic<int> users{0};
+            std::atomic<std::uint64_t> usedCount{0};
+            auto const caller = std::this_thread::get_id();
+            Dispatch::Pipeline(
+                depth,
+                [&](std::uint64_t index) {
+                    EXPECT_EQ(std::this_thread::get_id(), caller);
+                    EXPECT_LT(index, usedCount + room.size());
+                    if (index == count)
+                        return false;
+                    room[index % room.size()] = index * index;
+                    return true;
+                },
+                [&](std::uint64_t index) {
+                    EXPECT_EQ(users.fetch_add(1), 0);
+                    EXPECT_EQ(index, used.size());
+                    used.push_back(room[index % room.size()]);
+                    if (index % 50 == 0)
+                        std::this_thread::yield();
+                    --users;
+                    ++usedCount;
+                });
+            ASSERT_EQ(used.size(), count) << "depth " << depth;
+            for (std::uint64_t i = 0; i < count; ++i)
+                ASSERT_EQ(used[i], i * i) << "depth " << depth;
+        }
+}
+
+TEST_P(DispatchTest, APipelineEndsWithTheFirstException) {
+    for (std::uint64_t const failing : {0, 1, 17}) {
+        std::uint64_t made = 0, used = 0;
+        EXPECT_THROW(Dispatch::Pipeline(
+                         2,
+                         [&](std::uint64_t index) {
+                             ++made;
+                             return index < 1000;
+                         },
+                         [&](std::uint64_t index) {
+                             ++used;
+                             if (index == failing)
+                                 throw std::runtime_error("use");
+                         }),
+                     std::runtime_error);
+        EXPECT_EQ(used, failing + 1);
+        EXPECT_LE(made, failing + 3);
+
+        used = 0;
+        EXPECT_THROW(Dispatch::Pipeline(
+                         2,
+                         [&](std::uint64_t index) {
+                             if (index == failing)
+                                 throw std::bad_alloc();
+                             return true;
+                         },
+                         [&](std::uint64_t) { ++used; }),
+                     std::bad_alloc);
+        EXPECT_LE(used, failing);
+    }
+}
+
+TEST_P(DispatchTest, PipelinesNestWithEachOtherAndWithLoops) {
+    Interlocked leaves;
+    auto const run = [&] {
+        Dispatch::Pipeline(
+            2,
+            [&](std::uint64_t index) {
+                Dispatch::ParallelFor(5, [&](std::uint64_t) { leaves.Increment(); });
+                return index < 40;
+            },
+            [&](std::uint64_t) {
+                Dispatch::ParallelFor(5, [&](std::uint64_t) {
+                    Dispatch::Pipeline(
+                        3, [](std::uint64_t index) { return index < 4; }, [&](std::uint64_t) { leaves.Increment(); });
+                });
+            });
+    };
+    {
+        Threads callers;
+        for (int caller = 0; caller < 3; ++caller)
+            callers.Start(run);
+    }
+    EXPECT_EQ(leaves.Get(), 3 * (41 * 5 + 40 * 5 * 4));
+}
+
+TEST(Dispatch, APipelineMakesTheNextPieceWhileOneIsUsed) {
+    WithThreads const threads(2);
+    std::latch both(2); // opens only if one thread makes while another uses
+    Dispatch::Pipeline(
+        2,
+        [&](std::uint64_t index) {
+            if (index == 1)
+                both.arrive_and_wait();
+            return index < 2;
+        },
+        [&](std::uint64_t index) {
+            if (index == 0)
+                both.arrive_and_wait();
+        });
+}
+
+TEST(Dispatch, APipelineRunsInLineWhileAllHelpersAreBusy) {
+    WithThreads const threads(2);
+    Semaphore blocked, released;
+    std::thread other([&] {
+        Dispatch::ParallelFor(2, [&](std::uint64_t) {
+            blocked.Signal();
+            released.Wait();
+        });
+    });
+    blocked.Wait();
+    blocked.Wait(); // the one helper and the other caller now wait for this thread
+    std::uint64_t used = 0;
+    Dispatch::Pipeline(
+        2, [](std::uint64_t index) { return index < 100; }, [&](std::uint64_t) { ++used; });
+    EXPECT_EQ(used, 100u);
+    released.Signal();
+    released.Signal();
+    other.join();
 }
 
 TEST(Dispatch, IsRefusedUnderALeaf) {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 class MemoryDisk final : public Kernel::ArchiveDisk {

@@ -92,7 +92,9 @@ class WholeDocuments(unittest.TestCase):
         self.assertEqual(code, 0)
         for line in ('Docu, version 3', '  Name: "A layer"', "  Rect: RectInt32 1 -2 300 400", "  Opac: Double 0.75",
                      "  Raw : RawData, 10 bytes 3031323334353637", "  Lay2: DyBm, version 1", "    Frmt: Enum 11 1",
-                     "    Sta1: UInt8 0 1 4 4 0 1", "      0: Blck, version 1"):
+                     "    Sta1: UInt8 0 1 4 4 0 1", "      0: Blck, version 1",
+                     "  Crve: Spln, version 1", "    Pnts: PointDouble 0.0 0.0 0.5 0.25 1.0 1.0",
+                     "  Meta: 2 texts", '    "Author": "nobody"'):
             self.assertIn(line + "\n", text)
         self.assertRegex(text, r"  Prd8: item -> Blob b/\d+ \([0-9a-f]{16}:\d+\)\n")
         code, text = run("dump", ALBUM, "Album.dat")

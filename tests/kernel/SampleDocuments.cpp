@@ -3,9 +3,11 @@
 //   SampleDocuments make FOLDER        documents in which everything is that a document can have
 //   SampleDocuments describe FILE...   what the library says of each
 //   SampleDocuments hashes             checksums of every length of input that is treated differently
+#include "geometry/Spline.h"
 #include "kernel/Album.h"
 #include "kernel/ArchiveCheck.h"
 #include "kernel/ArchiveLayout.h"
+#include "kernel/MetadataInterface.h"
 #include "storage/CompressedRasterData.h"
 #include "storage/DynamicBitmap.h"
 #include "storage/StoredClasses.h"
@@ -84,6 +86,11 @@ void SavePictures(OutSerialiser & serialiser) {
         DelayLoadHolder::Create(Raster::CompressedRasterData::GetTypeFileStoreItemType(), Counted<FileStoreItem>(file));
     serialiser.SaveDelayLoadObject("Bckg", backing.Get(), FileStoreOutIndexedPathGenerator("", "c/"), nullptr);
     SaveBlobs(serialiser);
+    serialiser.SaveObject("Crve", *Geometry::Spline::GetDefaultProfile(4));
+    MetadataInterface metadata;
+    metadata.SetMetadataText("Author", "nobody");
+    metadata.SetMetadataText("Name", "A \"layer\"");
+    metadata.Save(serialiser);
 }
 
 // Three commits: what the second one changed is dead in the third.

@@ -366,6 +366,63 @@ TEST(Serialiser, EnumeratingSaveWritesNothingAndNamesEveryItem) {
     EXPECT_THAT(store->paths, ElementsAre("d/0"));
 }
 
+TEST(Serialiser, FullSaveCanNameItemsOfAnObjectThatItDoesNotWrite) {
+    class Owner final : public Serialisable {
+    public:
+        Counted<DelayLoadHolder> holder;
+        ClassPropertiesBase const & GetObjectClassProperties() const override { return Node::GetClassProperties(); }
+        void Save(OutSerialiser & out) const override {
+            EXPECT_FALSE(out.IsFullSave());
+            EXPECT_TRUE(out.GetStrategies().Find<CompressionPredictorStrategy>());
+            out.SaveType("Valu", 1);
+            out.SaveDelayLoadObject("Item", holder.Get(), NoPaths(), nullptr);
+        }
+        bool Load(InSerialiser const &, FileStore &, unsigned short) override { return true; }
+    };
+    static FileStoreItemType const type("Test", ItemNesting::NotNestable, ItemRecovery::Recoverable, nullptr);
+    auto const store = MakeCounted<CountingStore>();
+    auto const stream = MakeCounted<MemoryOutStream>();
+    OutSerialiserFile serialiser(*stream, *store, "Root", 1);
+    auto const size = stream->GetSize();
+    Owner owner;
+    owner.holder = DelayLoadHolder::Create(type, nullptr);
+    serialiser.PushStrategy(CompressionPredictorStrategy::CreateForByteSize64kStriped(2));
+    serialiser.SaveObjectEnumeratePathsOnlyI(owner);
+    EXPECT_EQ(stream->GetSize(), size);
+    EXPECT_THAT(store->holders, ElementsAre(owner.holder.Get()));
+}
+
+TEST(Serialiser, FindsEveryReferenceOfAStream) {
+    Node::GetClassProperties().Init();
+    static FileStoreItemType const type("Test", ItemNesting::NotNestable, ItemRecovery::Recoverable, nullptr);
+    auto const holder = DelayLoadHolder::Create(type, nullptr);
+    class Leaf final : public Serialisable {
+    public:
+        explicit Leaf(DelayLoadHolder & leafHolder) : holder(leafHolder) {}
+        ClassPropertiesBase const & GetObjectClassProperties() const override { return Node::GetClassProperties(); }
+        void Save(OutSerialiser & out) const override { out.SaveDelayLoadObject("Item", &holder, NoPaths(), nullptr); }
+        bool Load(InSerialiser const &, FileStore &, unsigned short) override { return true; }
+        DelayLoadHolder & holder;
+    };
+    auto const bytes = Write([&](OutSerialiser & out) {
+        out.SaveDelayLoadObject("Item", holder.Get(), NoPaths(), nullptr);
+        out.SaveObject("Tree", Leaf(*holder));
+        ASSERT_TRUE(out.StartObjectArrayTestI("Arra"));
+        out.StartObjectArrayBeginI(2);
+        out.SaveObjectI(Leaf(*holder));
+        out.SaveObjectI(Leaf(*holder));
+        out.SaveTypeI("Shrt", PropType::SharedObject, "too short", 9); // names nothing
+        ASSERT_TRUE(out.StartClassTestI("Clas"));
+        out.StartClassBeginI("Clss", 2);
+        out.SaveDelayLoadObject("Item", holder.Get(), NoPaths(), nullptr);
+        out.EndPropClassI();
+    });
+    EXPECT_THAT(InSerialiserFile::FindReferences(bytes),
+                ElementsAre(ItemID{7, 1}, ItemID{7, 2}, ItemID{7, 3}, ItemID{7, 4}, ItemID{7, 5}));
+    EXPECT_THROW(InSerialiserFile::FindReferences(std::span(bytes).first(bytes.size() - 1)), PropertyStreamError);
+    EXPECT_THROW(InSerialiserFile::FindReferences({}), PropertyStreamError);
+}
+
 TEST(Serialiser, NullHoldersAndSharedObjectsWriteNoProperty) {
     auto const in = Parse(Write([](OutSerialiser & out) {
         out.SaveDelayLoadObject("Item", nullptr, NoPaths(), nullptr);

@@ -235,7 +235,7 @@ template<class Sample>
 void CompareWithTwin(SampleType type) {
     std::mt19937 random(5);
     for (int colours = 0; colours <= 4; ++colours)
-        for (std::size_t count = 0; count <= 300; count += count < 70 ? 1 : 77)
+        for (std::size_t count = 0; count <= 3000; count += count < 70 ? 1 : 77 + count / 3)
             for (float const opacity : {1.0f, 0.7f}) {
                 std::size_t const begin = random() % 9;
                 std::vector<std::vector<Sample>> source(std::size_t(colours) + 1,

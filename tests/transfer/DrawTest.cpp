@@ -181,6 +181,26 @@ TYPED_TEST(DrawOfFormat, ErasedBitmapOntoBufferEqualsTheTypedForm) {
     EXPECT_EQ(DrawSlowly<Tuple>(before, source, {0, 0, 100, 80}, opacity, -5, 17).pixels, ReadAll(buffer));
 }
 
+TYPED_TEST(DrawOfFormat, ErasedBitmapIntoBufferReplacesWhatWasThere) {
+    using Tuple = TypeParam;
+    auto const source = MakePicture<Tuple>(300, 270, 4), before = MakePicture<Tuple>(100, 80, 5);
+    DynamicBitmap const bitmap(MakeBitmap<Tuple>(source));
+    for (Rect const & clip : {Rect{0, 0, 300, 270}, {240, 200, 400, 400}, {10, 20, 50, 90}}) {
+        DynamicBuffer dest;
+        dest.Create(100, 80, formatOf<Tuple>);
+        auto & buffer = *dest.GetTyped<Tuple>();
+        std::memcpy(buffer.GetData(), before.pixels.data(), buffer.GetBufferSize());
+        TransferParams params;
+        params.clip = &clip;
+        EXPECT_TRUE(Feed(dest, bitmap, &params));
+        auto expected = before;
+        for (int y = 0; y < std::min(80, std::min(clip.bottom, 270) - clip.top); ++y)
+            for (int x = 0; x < std::min(100, std::min(clip.right, 300) - clip.left); ++x)
+                expected.At(x, y) = source.At(x + clip.left, y + clip.top);
+        EXPECT_EQ(expected.pixels, ReadAll(buffer)) << clip.left;
+    }
+}
+
 TYPED_TEST(DrawOfFormat, FeedHandsOverTheClippedPixels) {
     using Tuple = TypeParam;
     auto const source = MakePicture<Tuple>(333, 270, 1);
@@ -356,5 +376,46 @@ TEST_F(DrawTest, ErasedBitmapOntoBufferConvertsOtherFormats) {
                 expected = {};
             ASSERT_EQ(expected, pixels[std::size_t(y * 100 + x)]) << x << ", " << y;
         }
+}
+
+TEST_F(DrawTest, ErasedBitmapIntoBufferConvertsOtherFormats) {
+    auto const picture = MakePicture<RGBA16Tuple>(300, 270, 4);
+    DynamicBitmap const source(MakeBitmap<RGBA16Tuple>(picture));
+    DynamicBuffer dest;
+    dest.Create(100, 80, RGBA8);
+    Rect const clip{230, 250, 900, 900};
+    TransferParams params;
+    params.clip = &clip;
+    dest.ClearRect({0, 0, 100, 80});
+    EXPECT_TRUE(Feed(dest, source, &params));
+    auto const pixels = ReadBuffer(*dest.GetTyped<RGBA8Tuple>());
+    for (int y = 0; y < 80; ++y)
+        for (int x = 0; x < 100; ++x) {
+            PixelOf<RGBA8Tuple> expected;
+            ConvertPixel<RGBA8Tuple, RGBA16Tuple>(expected, picture.At(x + 230, y + 250));
+            if (expected[3] == 0)
+                expected = {};
+            ASSERT_EQ(expected, pixels[std::size_t(y * 100 + x)]) << x << ", " << y;
+        }
+}
+
+TEST_F(DrawTest, ErasedFeedWithoutPixelsOrAfterAnAbortSaysThatItIsNotComplete) {
+    DynamicBuffer nothing, dest;
+    dest.Create(20, 20, RGBA8);
+    dest.ClearRect({0, 0, 20, 20});
+    DynamicBitmap const source(MakeBitmap<RGBA8Tuple>(MakePicture<RGBA8Tuple>(20, 20, 1)));
+    DynamicBitmap const deep(MakeBitmap<RGBA16Tuple>(MakePicture<RGBA16Tuple>(20, 20, 1)));
+    EXPECT_FALSE(Feed(nothing, source, nullptr));
+    EXPECT_FALSE(Feed(dest, DynamicBitmap(), nullptr));
+    bool abort = true;
+    Rect const outside{30, 0, 40, 10};
+    TransferParams aborted, clipped;
+    aborted.abort = &abort;
+    clipped.clip = &outside;
+    for (auto const & bitmap : {source, deep}) {
+        EXPECT_FALSE(Feed(dest, bitmap, &aborted));
+        EXPECT_FALSE(Feed(dest, bitmap, &clipped));
+    }
+    EXPECT_TRUE(dest.GetAlphaBoundingBox().IsEmpty());
 }
 }

@@ -1,6 +1,8 @@
 #include "pixel/transfer/Fill.h"
 
 #include "kernel/Dispatch.h"
+#include "storage/BackstoreReadError.h"
+#include "storage/BlockEnvironment.h"
 #include "transfer/EveryFormat.h"
 #include "transfer/PendingBitmaps.h"
 
@@ -133,6 +135,18 @@ TEST_F(FillTest, LevelsAreToldAndWithModeOneRebuilt) {
         EXPECT_EQ(ReadAll(*fresh.GetMipmap(1)->GetTyped<RGBA8Tuple>()),
                   ReadAll(*bitmap.GetMipmap(1)->GetTyped<RGBA8Tuple>()));
     }
+}
+
+TEST_F(FillTest, LevelsAreToldOfWhatADiskThatFailedCutShort) {
+    DynamicBitmap bitmap(MakePainted(MipmapModeManual));
+    bitmap.UpdateMipmaps(0, nullptr);
+    ASSERT_TRUE(bitmap.GetMipmap(1));
+    EvictEverything();
+    TestDisk::Install();
+    TestDisk::readFault = TestDisk::Fault::Error;
+    EXPECT_THROW(Fill(bitmap, {30, 40, 290, 270}, Opaque(), 0.5f), BackstoreReadError);
+    TestDisk::Remove();
+    EXPECT_FALSE(bitmap.GetMipmap(1));
 }
 
 TEST_F(FillTest, APendingBitmapIsLoadedFirst) {

@@ -2,6 +2,8 @@
 
 #include "kernel/Dispatch.h"
 #include "pixel/transfer/Fill.h"
+#include "storage/BackstoreReadError.h"
+#include "storage/BlockEnvironment.h"
 #include "storage/TileGuard.h"
 #include "transfer/EveryFormat.h"
 #include "transfer/PendingBitmaps.h"
@@ -140,6 +142,18 @@ TEST_F(InvertTest, AlphaOnlyFormatsKeepPixelsAndLevels) {
     }
     DynamicBitmap nothing;
     Invert(nothing, nullptr);
+}
+
+TEST_F(InvertTest, LevelsAreToldOfWhatADiskThatFailedCutShort) {
+    DynamicBitmap bitmap(MakePainted(MipmapModeManual));
+    bitmap.UpdateMipmaps(0, nullptr);
+    ASSERT_TRUE(bitmap.GetMipmap(1));
+    EvictEverything();
+    TestDisk::Install();
+    TestDisk::readFault = TestDisk::Fault::Error;
+    EXPECT_THROW(Invert(bitmap, nullptr), BackstoreReadError);
+    TestDisk::Remove();
+    EXPECT_FALSE(bitmap.GetMipmap(1));
 }
 
 TEST_F(InvertTest, APendingBitmapIsLoadedFirst) {

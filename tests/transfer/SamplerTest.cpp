@@ -100,6 +100,43 @@ void CompareWithTwins(SampleType type) {
 }
 }
 
+namespace {
+// Pixels as they are, but for the colour under alpha 0, which is gone.
+template<class Sample>
+void CheckWholePositions(SampleType type, Picture<Sample> const & picture) {
+    std::vector<float> first, second;
+    auto const window = picture.Window(GetPremultiplyRow(type), first, second);
+    std::size_t const count = std::size_t(picture.width) - 1;
+    std::vector<float> u(count), v(count);
+    std::vector<Sample> colour(count), alpha(count);
+    void * const dest[2]{colour.data(), alpha.data()};
+    for (int y = 0; y + 1 < picture.height; ++y) {
+        for (std::size_t x = 0; x < count; ++x) {
+            u[x] = float(x) + 0.5f;
+            v[x] = float(y) + 0.5f;
+        }
+        GetSampleRow(type)(dest, window, u.data(), v.data(), picture.colours, count);
+        for (std::size_t x = 0; x < count; ++x) {
+            std::size_t const at = std::size_t(y) * std::size_t(picture.width) + x;
+            ASSERT_EQ(picture.planes[1][at], alpha[x]) << x << ", " << y;
+            ASSERT_EQ(picture.planes[1][at] == 0 ? 0 : picture.planes[0][at], colour[x])
+                << "under " << picture.planes[1][at];
+        }
+    }
+}
+}
+
+TEST_P(SamplerOnEveryTarget, WholePositionsGiveIntegersAsTheyAre) {
+    Picture<std::uint8_t> bytes(257, 257, 1, 1); // every colour under every alpha
+    for (int y = 0; y < 257; ++y)
+        for (int x = 0; x < 257; ++x) {
+            bytes.planes[0][std::size_t(y * 257 + x)] = std::uint8_t(x);
+            bytes.planes[1][std::size_t(y * 257 + x)] = std::uint8_t(y);
+        }
+    CheckWholePositions<std::uint8_t>(SampleType::Integer8, bytes);
+    CheckWholePositions<std::uint16_t>(SampleType::Integer16, Picture<std::uint16_t>(500, 400, 1, 2));
+}
+
 TEST(SampleCell, IsTheFloorAndOneLowerForExactNegativeWholeNumbers) {
     auto const at = [](float x) { return FindSampleCell(x + 0.5f, 0.5f); };
     EXPECT_EQ(0, at(0.0f).x);

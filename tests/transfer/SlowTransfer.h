@@ -37,6 +37,8 @@ PixelOf<Tuple> Sample(Picture<Tuple> const & picture, float u, float v) {
     using Storage = typename Tuple::Storage;
     constexpr int alphaAt = Tuple::channelCount - 1;
     float const x = u - 0.5f, y = v - 0.5f;
+    if (!(std::fabs(x) <= 16777216.0f && std::fabs(y) <= 16777216.0f))
+        return {};
     int const ix = x >= 0 ? int(x) : int(x - 1.0f), iy = y >= 0 ? int(y) : int(y - 1.0f);
     float const fx = x - float(ix), fy = y - float(iy);
     float const weights[4]{(1.0f - fy) * (1.0f - fx), (1.0f - fy) * fx, fy * (1.0f - fx), fy * fx};
@@ -145,8 +147,8 @@ void Transfer(Picture<D> & dest, Picture<S> const & source, Rect work, int tileW
     bool const opaque = std::fabs(opacity - 1.0f) <= 1e-6f;
     double const identity[6]{1, 0, 0, 0, 1, 0};
     double const * const m = matrix ? matrix : identity;
-    bool const direct =
-        m[0] == 1 && m[1] == 0 && m[3] == 0 && m[4] == 1 && m[2] == std::floor(m[2]) && m[5] == std::floor(m[5]);
+    auto const whole = [](double value) { return value == std::floor(value) && std::fabs(value) <= 16777216.0; };
+    bool const direct = m[0] == 1 && m[1] == 0 && m[3] == 0 && m[4] == 1 && whole(m[2]) && whole(m[5]);
     double const du = (m[0] + m[2]) - m[2], dv = (m[3] + m[5]) - m[5];
     for (int y = work.top; y < work.bottom; ++y) {
         float u = 0, v = 0;

@@ -10,7 +10,7 @@ namespace Raster {
 namespace {
 using Rect = Kernel::RectT<int>;
 float const opaque = 1.0f;
-double const turn[6]{0.75, -0.5, 30.25, 0.5, 0.75, -20.5};
+double const turn[6]{0.75, -0.5, 30.25, 0.5, 0.75, -20.5}, scaled[6]{0.8, 0, -7.3, 0, 1.3, 5.1};
 
 template<class Tuple>
 class TransferOfFormat : public StorageTest {
@@ -39,7 +39,7 @@ TYPED_TEST(TransferOfFormat, ClipsComposedEqualOneCall) {
     auto const before = MakePicture<Tuple>(270, 300, 9);
     float const opacity = 0.8f;
     std::mt19937 random(1);
-    for (double const * const matrix : {static_cast<double const *>(nullptr), &turn[0]}) {
+    for (double const * const matrix : {static_cast<double const *>(nullptr), &turn[0], &scaled[0]}) {
         auto const whole = MakeBitmap<Tuple>(before), parts = MakeBitmap<Tuple>(before);
         Transfer(*whole, *source, nullptr, &opacity, matrix);
         for (int top = 0; top < 300;) { // rows may be cut anywhere; columns too, but for positions that are stepped
@@ -54,7 +54,9 @@ TYPED_TEST(TransferOfFormat, ClipsComposedEqualOneCall) {
             }
             top = bottom;
         }
-        EXPECT_EQ("", FindDifference<Tuple>(this->Read(*whole), *parts)) << (matrix ? "turned" : "as it is");
+        EXPECT_EQ("", FindDifference<Tuple>(this->Read(*whole), *parts)) << (matrix == turn     ? "turned"
+                                                                             : matrix == scaled ? "scaled"
+                                                                                                : "as it is");
     }
 }
 
@@ -118,6 +120,38 @@ TYPED_TEST(TransferOfFormat, MatricesOfEveryKindEqualTheSlowModel) {
         ASSERT_EQ("", FindDifference<Tuple>(expected, *dest))
             << "round " << round << ": " << l[0] << ", " << l[1] << ", " << cx << ", " << l[2] << ", " << l[3] << ", "
             << cy;
+    }
+}
+
+TYPED_TEST(TransferOfFormat, OpaqueTilesInPlaceAreTakenByHandle) {
+    using Tuple = TypeParam;
+    auto picture = MakePicture<Tuple>(2 * this->tileWidth + 10, 300, 8);
+    for (auto & pixel : picture.pixels)
+        pixel[Tuple::channelCount - 1] = typename Tuple::Storage(Tuple::First::maximum);
+    auto const source = MakeBitmap<Tuple>(picture);
+    source->Scrub(nullptr);
+    auto expected = MakePicture<Tuple>(2 * this->tileWidth + 10, 300, 9);
+    auto const dest = MakeBitmap<Tuple>(expected);
+    Slow::Transfer<Tuple, Tuple>(expected, picture, {0, 0, picture.width, 300}, this->tileWidth, opaque, nullptr);
+    Transfer(*dest, *source, nullptr, &opaque, nullptr);
+    for (int plane = 0; plane < dest->GetPlaneCount(); ++plane)
+        for (int column : {0, 1})
+            EXPECT_EQ(source->GetPlane(plane).GetTile(column, 0).GetConstInner(),
+                      dest->GetPlane(plane).GetTile(column, 0).GetConstInner())
+                << plane << ", " << column;
+    EXPECT_EQ("", FindDifference<Tuple>(expected, *dest));
+}
+
+TYPED_TEST(TransferOfFormat, WhatDoesNotShowTouchesNoTile) {
+    using Tuple = TypeParam;
+    auto picture = MakePicture<RGBA16Tuple>(300, 280, 8);
+    for (auto & pixel : picture.pixels)
+        pixel[3] = 0;
+    auto const source = MakeBitmap<RGBA16Tuple>(picture);
+    for (double const * const matrix : {static_cast<double const *>(nullptr), &turn[0], &scaled[0]}) {
+        BitmapOf<Tuple> dest(280, 270, MipmapModeNone, HardwareCachePolicy());
+        Transfer(dest, *source, nullptr, &opaque, matrix);
+        EXPECT_TRUE(dest.GetAllocatedBoundingBox().IsEmpty());
     }
 }
 

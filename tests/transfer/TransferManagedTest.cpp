@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <limits>
+#include <stdexcept>
 
 namespace Raster {
 namespace {
@@ -187,6 +188,19 @@ TEST_F(TransferManagedTest, LevelsAreToldAndWithModeOneRebuilt) {
     }
 }
 
+TEST_F(TransferManagedTest, LevelsAreToldOfATransferThatThrew) {
+    DynamicBitmap dest(600, 600, RGBA16, MipmapModeManual, HardwareCachePolicy());
+    dest.UpdateMipmaps(0, nullptr);
+    ASSERT_TRUE(dest.GetMipmap(1));
+    TransferParams params;
+    params.progressContext = &params;
+    params.progress = [](unsigned, void *, double) { throw std::runtime_error("no memory"); };
+    DynamicBitmap const source(MakeBitmap<RGBA8Tuple>(MakePicture<RGBA8Tuple>(600, 600, 1)));
+    EXPECT_THROW(TransferManaged(dest, source, nullptr, &params), std::runtime_error);
+    EXPECT_FALSE(dest.GetAllocatedBoundingBox().IsEmpty()) << "what was written stays";
+    EXPECT_FALSE(dest.GetMipmap(1));
+}
+
 TEST_F(TransferManagedTest, AnAbortHalfwayLeavesWholeRowsAndAStateToGoOnFrom) {
     auto const source = MakePicture<RGBA8Tuple>(900, 600, 1);
     auto const before = MakePicture<RGBA16Tuple>(900, 600, 2);
@@ -268,6 +282,24 @@ TEST_F(TransferManagedTest, ABitmapMayBeConvertedInPlace) {
     DynamicBitmap bitmap(MakeBitmap<RGBA8Tuple>(picture));
     TransferManaged(bitmap, bitmap, nullptr, nullptr);
     EXPECT_EQ("", FindDifference<RGBA8Tuple>(picture, *bitmap.GetTyped<RGBA8Tuple>()));
+}
+
+TEST_F(TransferManagedTest, ABitmapMayGoToAnotherProfileOfItsFormatInPlace) {
+    auto & manager = ICCManager::GetInstance();
+    auto const bytes = SyntheticProfiles::Take(SyntheticProfiles::CreateRGB("managed display", 1.8, 1.8, 1.8));
+    auto const display = manager.AddProfileFromMemory(bytes.data(), unsigned(bytes.size()), nullptr);
+    auto * const transform = manager.GetTransformForProfiles(RGBA8, manager.GetDefaultProfile(ColourSpaceRGB), RGBA8,
+                                                             display, Intent::RelativeColorimetric, true);
+    ASSERT_TRUE(transform);
+    auto const picture = MakePicture<RGBA8Tuple>(600, 270, 1);
+    auto const expected = Convert<RGBA8Tuple, RGBA8Tuple>(picture, picture, transform, {0, 0, 600, 270});
+    ASSERT_NE(picture.pixels, expected.pixels);
+    for (unsigned const threads : {1u, 8u}) {
+        Kernel::Dispatch::SetThreadCount(threads);
+        DynamicBitmap bitmap(MakeBitmap<RGBA8Tuple>(picture));
+        TransferManaged(bitmap, bitmap, transform, nullptr);
+        EXPECT_EQ("", FindDifference<RGBA8Tuple>(expected, *bitmap.GetTyped<RGBA8Tuple>())) << threads;
+    }
 }
 
 TEST_F(TransferManagedTest, AnAbortThatIsSetWritesNothing) {

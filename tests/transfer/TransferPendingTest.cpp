@@ -1,10 +1,12 @@
 // Transfers from and into bitmaps whose pixels are still in their backing.
 #include "pixel/transfer/BitmapTransfer.h"
 #include "pixel/transfer/Draw.h"
+#include "pixel/transfer/Fill.h"
 #include "pixel/transfer/TransferManaged.h"
 #include "transfer/PendingBitmaps.h"
 
 #include <chrono>
+#include <cstring>
 #include <thread>
 
 namespace Raster {
@@ -42,6 +44,28 @@ TEST_F(TransferPendingTest, ASourceThatMayStayUnloadedReadsAsEmpty) {
     EXPECT_TRUE(source->IsPendingDelayLoad());
     EXPECT_TRUE(dest.GetAllocatedBoundingBox().IsEmpty());
     EXPECT_TRUE(buffer.GetAlphaBoundingBox().IsEmpty());
+}
+
+TEST_F(TransferPendingTest, ASourceThatMayStayUnloadedIsFedAsEmpty) {
+    auto const source = MakePending();
+    TransferParams params;
+    params.sourceMayStayUnloaded = true;
+    RGBA8Tuple::Apply<Buffer> typed(width, height, nullptr);
+    for (Format const format : {RGBA8, CMYKA8}) {
+        DynamicBuffer erased;
+        erased.Create(width, height, format);
+        Fill(erased, {0, 0, width, height}, DynamicPixel(PixelOf<RGBA8Tuple>{{9, 8, 7, 255}}), 1.0f);
+        EXPECT_TRUE(Feed(erased, DynamicBitmap(source), &params));
+        EXPECT_TRUE(erased.GetAlphaBoundingBox().IsEmpty()) << format;
+    }
+    std::memset(typed.GetData(), 77, typed.GetBufferSize());
+    EXPECT_TRUE(Feed(typed, *source, &params));
+    EXPECT_EQ(std::vector<PixelOf<RGBA8Tuple>>(std::size_t(width * height)), ReadAll(typed));
+    EXPECT_EQ(0, loads);
+    EXPECT_TRUE(source->IsPendingDelayLoad());
+    EXPECT_TRUE(Feed(typed, *source, nullptr));
+    EXPECT_EQ(1, loads);
+    EXPECT_EQ(ReadAll(*MakePainted()), ReadAll(typed));
 }
 
 TEST_F(TransferPendingTest, ASourceThatCannotBeReadWritesNothing) {
@@ -119,6 +143,27 @@ TEST_F(TransferPendingTest, APendingSourceIsShrunkWithoutALevelOnce) {
     EXPECT_NE(ReadAll(*first), ReadAll(*second));
 }
 
+TEST_F(TransferPendingTest, ALevelThatCameWithADocumentIsSampledWithoutALoad) {
+    auto const source = MakePending(MipmapModeOnDemand);
+    auto const level = source->GetMipmapTable().GetEntry(1).bitmap;
+    ASSERT_TRUE(level);
+    auto const picture = MakePicture<RGBA8Tuple>(level->GetWidth(), level->GetHeight(), 1);
+    Transfer(*level, *MakeBitmap<RGBA8Tuple>(picture), nullptr, &opaque, nullptr);
+    source->GetMipmapTable().DeclareValid(1);
+    double const shrink[6]{3, 0, 0, 0, 3, 0}, onLevel[6]{1.5, 0, 0, 0, 1.5, 0};
+    auto const dest = MakeBitmap<RGBA8Tuple>(Slow::Picture<RGBA8Tuple>(100, 90));
+    auto const expected = MakeBitmap<RGBA8Tuple>(Slow::Picture<RGBA8Tuple>(100, 90));
+    for (bool const mayStayUnloaded : {false, true}) {
+        TransferParams params;
+        params.sourceMayStayUnloaded = mayStayUnloaded;
+        Transfer(*dest, *source, &params, &opaque, shrink);
+        Transfer(*expected, *level, nullptr, &opaque, onLevel);
+        EXPECT_EQ(ReadAll(*expected), ReadAll(*dest)) << mayStayUnloaded;
+    }
+    EXPECT_EQ(0, loads);
+    EXPECT_TRUE(source->IsPendingDelayLoad());
+}
+
 TEST_F(TransferPendingTest, ManagedTransfersLoadBothSides) {
     DynamicBitmap const source(MakePending());
     DynamicBitmap dest(MakePending()), expected(MakePainted());
@@ -167,12 +212,13 @@ TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {
             MutableTileGuard const guard(source->GetPlane(plane).GetTile(i));
             std::memset(guard.GetBuffer(), plane == 3 ? 255 : 200, Tile::ByteCount);
         }
-    double const enlarge[6]{0.9, 0, 20.3, 0, 0.9, 20.3};
-    Kernel::Counted<RGBA8Bitmap> const whole(new RGBA8Bitmap(800, 800, MipmapModeNone, HardwareCachePolicy()));
-    Transfer(*whole, *source, nullptr, &opaque, enlarge);
-    auto const expected = ReadAll(*whole);
+    double const enlarge[6]{0.9, 0, 20.3, 0, 0.9, 20.3}, turned[6]{0, 0.9, 20.3, 0.9, 0, 20.3};
     std::mt19937 random(9);
-    for (int round = 0; round < 12; ++round) {
+    for (int round = 0; round < 16; ++round) {
+        double const * const matrix = round % 2 ? turned : enlarge;
+        Kernel::Counted<RGBA8Bitmap> const whole(new RGBA8Bitmap(800, 800, MipmapModeNone, HardwareCachePolicy()));
+        Transfer(*whole, *source, nullptr, &opaque, matrix);
+        auto const expected = ReadAll(*whole);
         Kernel::Counted<RGBA8Bitmap> const dest(new RGBA8Bitmap(800, 800, MipmapModeNone, HardwareCachePolicy()));
         bool abort = false;
         TransferParams params;
@@ -181,7 +227,7 @@ TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {
             std::this_thread::sleep_for(std::chrono::microseconds(wait));
             Kernel::RequestAbort(&abort);
         });
-        Transfer(*dest, *source, &params, &opaque, enlarge);
+        Transfer(*dest, *source, &params, &opaque, matrix);
         stopper.join();
         auto const pixels = ReadAll(*dest);
         for (std::size_t y = 0; y < 800; ++y)
@@ -192,7 +238,7 @@ TEST_F(TransferPendingTest, AbortsAtRandomInstantsLeaveWholeRows) {
                                                    [](auto const & pixel) { return pixel == PixelOf<RGBA8Tuple>{}; });
                 ASSERT_TRUE(done || untouched) << "row " << y << " from " << left;
             }
-        Transfer(*dest, *source, nullptr, &opaque, enlarge);
+        Transfer(*dest, *source, nullptr, &opaque, matrix);
         ASSERT_EQ(expected, ReadAll(*dest)); // opaque rows that were done become the same again
     }
 }

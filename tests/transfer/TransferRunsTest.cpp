@@ -1,4 +1,6 @@
 #include "pixel/transfer/BitmapTransfer.h"
+#include "pixel/transfer/Draw.h"
+#include "pixel/transfer/TransferTiles.h"
 #include "transfer/TransferPixels.h"
 
 #include <gtest/gtest.h>
@@ -66,5 +68,53 @@ TEST_F(TransferRunsTest, PiecesOfNarrowTilesAreLaidTogether) {
             ASSERT_EQ("", FindDifference<RGBA8Tuple>(expected, *dest)) << "tiles " << there << ", moved by " << shift;
         }
     }
+}
+
+// A picture of 300 tiles, one above the other, all of which show in one tile.
+TEST_F(TransferRunsTest, FewTilesArePinnedHoweverManyATaskMeets) {
+    auto const source = MakePicture<A8Tuple>(4, 300 * 256, 1);
+    struct Watch {
+        Kernel::Counted<A8Bitmap> bitmap;
+        std::size_t mostPins = 0;
+    } watch{MakeBitmap<A8Tuple>(source)};
+    double const upright[6]{0.1, 0, 0, 0, 1200, 3.25}, turned[6]{0, 0.1, 0, 1200, 0, 3.25};
+    for (double const * const matrix : {upright, turned}) {
+        auto expected = MakePicture<A8Tuple>(64, 64, 2);
+        auto const dest = MakeBitmap<A8Tuple>(expected);
+        TransferParams params;
+        params.progressContext = &watch;
+        params.progress = [](unsigned, void * context, double) {
+            auto & self = *static_cast<Watch *>(context);
+            std::size_t pins = 0;
+            for (std::size_t i = 0; i < 300; ++i)
+                pins += self.bitmap->GetPlane(0).GetTile(i).GetConstInner()->GetPinCount();
+            self.mostPins = std::max(self.mostPins, pins);
+        };
+        float const opacity = 1.0f;
+        Transfer(*dest, *watch.bitmap, &params, &opacity, matrix);
+        Slow::Transfer<A8Tuple, A8Tuple>(expected, source, {0, 0, 64, 64}, 256, opacity, matrix);
+        EXPECT_EQ("", FindDifference<A8Tuple>(expected, *dest));
+    }
+    EXPECT_GT(watch.mostPins, 0u);
+    EXPECT_LE(watch.mostPins, SourceTiles::usualLimit);
+}
+
+TEST_F(TransferRunsTest, RowsOfAWidePictureAreFedFromTilesThatStayPinned) {
+    struct Writer {
+        BitmapCore const & bitmap;
+        std::size_t mostPins = 0;
+        void SetToXY(int, int) {}
+        void WriteRow(std::size_t, void const * const *) {
+            std::size_t pins = 0;
+            for (std::size_t i = 0; i < 200; ++i)
+                pins += bitmap.GetPlane(0).GetTile(i).GetConstInner()->GetPinCount();
+            mostPins = std::max(mostPins, pins);
+        }
+    };
+    auto const source = MakeBitmap<AFTuple>(MakePicture<AFTuple>(200 * 64, 3, 1));
+    Writer writer{*source};
+    EXPECT_TRUE(
+        FeedRows(MakeRowSink(writer), *source, source->GetBounds(), 0, MakeRowTask(source->GetBounds(), nullptr)));
+    EXPECT_EQ(200u, writer.mostPins);
 }
 }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 #include <map>
+#include <stdexcept>
 
 namespace Raster {
 namespace {
@@ -69,7 +70,8 @@ TEST_F(TransferTest, OpacityCloseToOneIsOne) {
 TEST_F(TransferTest, SourceOfAlphaZeroTouchesNoTile) {
     auto const source = MakeSolid(600, 600, {200, 100, 50, 0});
     Turn const turn(0.3, 1.1);
-    for (double const * const matrix : {static_cast<double const *>(nullptr), turn.matrix}) {
+    double const scaled[6]{0.8, 0, -7.3, 0, 1.3, 5.1};
+    for (double const * const matrix : {static_cast<double const *>(nullptr), turn.matrix, &scaled[0]}) {
         auto const dest = MakeEmpty(600, 600);
         auto const holder = TestHolder::Create();
         dest->SetBackingData(holder, nullptr);
@@ -138,7 +140,8 @@ TEST_F(TransferTest, AlphaThatOpacityMakesZeroTouchesNoTile) {
     auto const dest = MakeEmpty(300, 300);
     float const opacity = 0.3f; // 76 of 255, and 76 times 1 rounds to 0
     Turn const turn(0.3, 1.1);
-    for (double const * const matrix : {static_cast<double const *>(nullptr), turn.matrix})
+    double const scaled[6]{0.8, 0, -7.3, 0, 1.3, 5.1};
+    for (double const * const matrix : {static_cast<double const *>(nullptr), turn.matrix, &scaled[0]})
         Transfer(*dest, *MakeSolid(300, 300, {200, 100, 50, 1}), nullptr, &opacity, matrix);
     for (std::size_t i = 0; i < dest->GetPlane(0).GetTileCount(); ++i)
         EXPECT_FALSE(dest->GetPlane(3).GetTile(i).IsAllocated()) << i;
@@ -156,7 +159,8 @@ TEST_F(TransferTest, TilesWithoutAlphaAreNotReadAtAll) {
     auto const resident = [] { return MemoryManager::Instance().GetPlanarUsage(); };
     auto const before = resident();
     Turn const turn(0.1, 0.9, 380, 128);
-    for (double const * const matrix : {static_cast<double const *>(nullptr), turn.matrix}) {
+    double const scaled[6]{0.9, 0, 38.3, 0, 1.1, -12.7};
+    for (double const * const matrix : {static_cast<double const *>(nullptr), turn.matrix, &scaled[0]}) {
         auto const dest = MakeEmpty(512, 256);
         Rect const clip{300, 20, 460, 200}; // shows the second tile alone
         TransferParams params;
@@ -263,16 +267,27 @@ TEST_F(TransferTest, MatricesWithoutAnInverseOrFarFromEverythingDoNoHarm) {
     auto const source = MakePicture<RGBA8Tuple>(90, 80, 5);
     double const infinity = std::numeric_limits<double>::infinity();
     double const nan = std::numeric_limits<double>::quiet_NaN();
-    double const matrices[][6]{{0, 0, 20.5, 0, 0, 30.5}, {1, 1, 0, 1, 1, 0},    {1e300, 0, 0, 0, 1e300, 0},
-                               {1e12, 3, 0, 2, 1e-9, 0}, {1, 0, 1e18, 0, 1, 0}, {300, 0.5, -4000, 0.01, 200, -900}};
+    double const far = double(1e30f);
+    double const matrices[][6]{{0, 0, 20.5, 0, 0, 30.5},
+                               {0, 0, 0, 0, 0, 0},
+                               {1, 1, 0, 1, 1, 0},
+                               {2, 4, -30, 1, 2, -30},
+                               {1e-70, 0, 20.3, 0, 1e-70, 30.7},
+                               {1e300, 0, 0, 0, 1e300, 0},
+                               {1e308, -1e308, 0, 1e308, 1e308, 0},
+                               {1e12, 3, 0, 2, 1e-9, 0},
+                               {1, 0, 1e18, 0, 1, 0},
+                               {1, 0, -1e300, 0, 1, 0},
+                               {1, 0, 0, 0, 1, 16777217.5},
+                               {far, 0, -10.5 * far, 0, 1, 0.5},
+                               {-far, 0.25, 10.5 * far, 0.25, 1, 0.5},
+                               {300, 0.5, -4000, 0.01, 200, -900}};
     for (auto const & matrix : matrices) {
         auto expected = MakePicture<RGBA8Tuple>(300, 40, 6);
         auto const dest = MakeBitmap<RGBA8Tuple>(expected);
         Transfer(*dest, *MakeBitmap<RGBA8Tuple>(source), nullptr, &opaque, matrix);
-        if (std::fabs(matrix[0]) < 1000 && std::fabs(matrix[2]) < 1e6) { // the plain model knows no limits
-            Slow::Transfer<RGBA8Tuple, RGBA8Tuple>(expected, source, {0, 0, 300, 40}, 256, opaque, matrix);
-            EXPECT_EQ("", FindDifference<RGBA8Tuple>(expected, *dest)) << matrix[0];
-        }
+        Slow::Transfer<RGBA8Tuple, RGBA8Tuple>(expected, source, {0, 0, 300, 40}, 256, opaque, matrix);
+        EXPECT_EQ("", FindDifference<RGBA8Tuple>(expected, *dest)) << matrix[0] << ", " << matrix[2];
     }
     for (double const bad : {infinity, -infinity, nan})
         for (std::size_t entry = 0; entry < 6; ++entry) {
@@ -300,8 +315,9 @@ TEST_F(TransferTest, EdgesFadeOverOnePixel) {
 TEST_F(TransferTest, ClipsComposedEqualOneCall) {
     auto const source = MakeBitmap<RGBA8Tuple>(MakePicture<RGBA8Tuple>(400, 300, 8));
     Turn const turn(0.5, 0.8);
+    double const scaled[6]{0.8, 0, -7.3, 0, 1.3, 5.1};
     std::mt19937 random(1);
-    for (double const * const matrix : {static_cast<double const *>(nullptr), turn.matrix}) {
+    for (double const * const matrix : {static_cast<double const *>(nullptr), turn.matrix, &scaled[0]}) {
         auto const before = MakePicture<RGBA8Tuple>(520, 300, 9);
         auto const whole = MakeBitmap<RGBA8Tuple>(before), parts = MakeBitmap<RGBA8Tuple>(before);
         Transfer(*whole, *source, nullptr, &opaque, matrix);
@@ -391,6 +407,23 @@ TEST_F(TransferTest, ColoursBeyondOnePassTheSampler) {
     Transfer(dest, *MakeBitmap<RGBAUFTuple>(source), nullptr, &opaque, turn.matrix);
     EXPECT_EQ("", FindDifference<RGBAUFTuple>(expected, dest));
     EXPECT_TRUE(std::ranges::any_of(expected.pixels, [](auto const & p) { return p[0] > 500.0f && p[3] < 0.9f; }));
+}
+
+TEST_F(TransferTest, InfiniteColoursShowWhereTheyHaveWeightAndNowhereElse) {
+    auto source = MakePicture<RGBAUFTuple>(90, 60, 3);
+    float const infinity = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+    std::mt19937 random(5);
+    for (int i = 0; i < 60; ++i)
+        source.pixels[random() % source.pixels.size()] = {{i % 3 ? infinity : nan, -infinity, 1e38f, 0.5f}};
+    Turn const turn(0.7, 0.9, 45, 30);
+    double const across[6]{1, 0, 0.5, 0, 1, 0}, down[6]{1, 0, 0, 0, 1, -0.25}, quarter[6]{0, 1, 0, -1, 0, 60};
+    for (double const * const matrix : {&across[0], &down[0], &quarter[0], turn.matrix}) {
+        auto expected = MakePicture<RGBAUFTuple>(90, 60, 4);
+        auto const dest = MakeBitmap<RGBAUFTuple>(expected);
+        Slow::Transfer<RGBAUFTuple, RGBAUFTuple>(expected, source, {0, 0, 90, 60}, 64, opaque, matrix);
+        Transfer(*dest, *MakeBitmap<RGBAUFTuple>(source), nullptr, &opaque, matrix);
+        EXPECT_EQ("", FindDifference<RGBAUFTuple>(expected, *dest)) << matrix[0] << ", " << matrix[2];
+    }
 }
 
 TEST_F(TransferTest, AThousandStampsOfAnyFloatAlphaStayInRange) {
@@ -513,6 +546,19 @@ TEST_F(TransferTest, LevelsAreToldOfAnAbortedTransferToo) {
     params.progressContext = &abort;
     params.progress = [](unsigned, void * context, double) { Kernel::RequestAbort(static_cast<bool *>(context)); };
     Transfer(dest, DynamicBitmap(MakeSolid(600, 600, {9, 8, 7, 255})), &params, &opaque, nullptr);
+    EXPECT_FALSE(dest.GetMipmap(1));
+}
+
+TEST_F(TransferTest, LevelsAreToldOfATransferThatThrew) {
+    DynamicBitmap dest(600, 600, RGBA8, MipmapModeManual, HardwareCachePolicy());
+    dest.UpdateMipmaps(0, nullptr);
+    ASSERT_TRUE(dest.GetMipmap(1));
+    TransferParams params;
+    params.progressContext = &params;
+    params.progress = [](unsigned, void *, double) { throw std::runtime_error("no memory"); };
+    EXPECT_THROW(Transfer(dest, DynamicBitmap(MakeSolid(600, 600, {9, 8, 7, 255})), &params, &opaque, nullptr),
+                 std::runtime_error);
+    EXPECT_FALSE(dest.GetAlphaBoundingBox().IsEmpty()) << "what was written stays";
     EXPECT_FALSE(dest.GetMipmap(1));
 }
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -87,14 +88,30 @@ DecodedPixels const & JPEGBase::Decode(bool * abort) const {
     Kernel::ScopedLock const guard(lock);
     // Gone with the end of this scope, however it ends: nothing is tried twice.
     if (auto const decodingReader = std::move(reader))
-        DecodeOnce(*decodingReader, abort);
+        DecodeOnce(*decodingReader, abort, [&] { pixels = decodingReader->Decode(components); });
     return pixels;
 }
 
-void JPEGBase::DecodeOnce(JPEGReader & decodingReader, bool * abort) const {
+bool JPEGBase::DecodeBands(BandCut const & cut, BandTaker const & take, bool * abort) {
+    std::unique_ptr<JPEGReader> decodingReader;
+    {
+        Kernel::ScopedLock const guard(lock); // not for longer: what takes the bands has locks of its own
+        if (!reader)
+            return pixels.IsEmpty();
+        decodingReader = std::move(reader);
+    }
+    std::exception_ptr takerFailure;
+    DecodeOnce(*decodingReader, abort, [&] { takerFailure = decodingReader->DecodeBands(components, cut, take); });
+    if (takerFailure) // for which the file isn't to blame
+        std::rethrow_exception(takerFailure);
+    return true;
+}
+
+template<class Action>
+void JPEGBase::DecodeOnce(JPEGReader & decodingReader, bool * abort, Action && action) const {
     decodingReader.SetAbort(abort);
     try {
-        pixels = decodingReader.Decode(components);
+        action();
     } catch (std::bad_alloc const &) {
         SetFailure("JPEG: not enough memory to decode the picture");
     } catch (ImageLimitError const & error) {
@@ -106,7 +123,10 @@ void JPEGBase::DecodeOnce(JPEGReader & decodingReader, bool * abort) const {
         SetFailure("JPEG: the stream could not be read");
         throw;
     }
-    warning = decodingReader.GetWarning();
+    {
+        Kernel::ScopedLock const guard(lock);
+        warning = decodingReader.GetWarning();
+    }
     warningCount.store(decodingReader.GetWarningCount(), std::memory_order_release);
     endedEarly.store(decodingReader.EndedEarly(), std::memory_order_release);
 }

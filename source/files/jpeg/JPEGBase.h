@@ -5,6 +5,7 @@
 #include "files/ExportOptions.h"
 #include "files/FileModel.h"
 #include "files/FileSource.h"
+#include "files/RowBands.h"
 #include "files/jpeg/JPEGError.h"
 #include "kernel/Consolidated.h"
 #include "kernel/Counted.h"
@@ -76,6 +77,11 @@ public:
 
     /// Decodes if nobody has. See `DecodedCursor`.
     DecodedPixels const & Decode(bool * abort) const;
+    /// Decodes if nobody has, and keeps nothing: the model has no pixels then. Only one thread may use the model
+    /// meanwhile. After an abort the rest of the bands never comes. Throws what an accessor throws, and what `take`
+    /// throws.
+    /// @return false, with nothing done, if the picture was decoded before and is still here.
+    bool DecodeBands(BandCut const & cut, BandTaker const & take, bool * abort);
 
     /// A flag that stops the writing of a picture also while the codec works on all of it, as it does at the end of a
     /// progressive one: the model has failed then. Not owned; null is none.
@@ -108,7 +114,8 @@ protected:
 
 private:
     void TakeMetadata(JPEGReader const & newReader);
-    void DecodeOnce(JPEGReader & decodingReader, bool * abort) const;
+    template<class Action>
+    void DecodeOnce(JPEGReader & decodingReader, bool * abort, Action && action) const;
     void StopEncoding(char const * reason);
     void EndStream();
 

@@ -1,5 +1,6 @@
 #include "files/jpeg/JPEGReader.h"
 
+#include "files/ImageLimits.h"
 #include "kernel/Abort.h"
 
 #include <algorithm>
@@ -12,6 +13,16 @@ constexpr int keptMarkers[] = {JPEGMetadata::exifMarker, JPEGMetadata::profileMa
 
 J_COLOR_SPACE GetColourSpaceOf(int components) {
     return components == 1 ? JCS_GRAYSCALE : components == 4 ? JCS_CMYK : JCS_RGB;
+}
+
+// Sound files have below 20 scans.
+constexpr int mostScans = 500;
+// Of blocks of 8 by 8, by all scans. Common progressive files go over each block 5 times, as 100 megapixels without
+// subsampling do with 23 million visits. The first number takes 3 seconds here, and below 10 on a slow machine.
+constexpr std::uint64_t alwaysAllowedVisits = std::uint64_t(64) << 20, mostVisitsPerBlock = 12;
+
+std::uint64_t CountBlocks(jpeg_component_info const & component) {
+    return std::uint64_t(component.width_in_blocks) * component.height_in_blocks;
 }
 
 std::uint64_t RoundUp(std::uint64_t number, int unit) {
@@ -44,7 +55,7 @@ void JPEGReader::CreateStep(JPEGReader & reader) {
     jpeg_create_decompress(&reader.codec);
     reader.codec.src = &reader.source;
     reader.codec.mem->max_memory_to_use = 0; // whatever the environment says
-    reader.ConnectProgress(reader.codec);
+    reader.ConnectProgress(reader.codec, OnReadProgress);
 }
 
 void JPEGReader::HeaderStep(JPEGReader & reader) {
@@ -76,20 +87,48 @@ double JPEGReader::GetDPI() const {
 }
 
 DecodedPixels JPEGReader::Decode(int wantedComponents) {
+    Prepare(wantedComponents);
+    DecodedPixels pixels(static_cast<int>(codec.output_width), static_cast<int>(codec.output_height),
+                         static_cast<std::size_t>(components));
+    ReadRows(pixels, pixels.GetHeight());
+    return pixels;
+}
+
+std::exception_ptr JPEGReader::DecodeBands(int wantedComponents, BandCut const & cut, BandTaker const & take) {
+    Prepare(wantedComponents);
+    return DecodeBandByBand(
+        cut, static_cast<int>(codec.output_width), static_cast<std::size_t>(components),
+        [&](DecodedPixels & band, int rowCount) { return ReadRows(band, rowCount); }, take);
+}
+
+// Everything before the rows. The limits hold for the whole picture, whoever keeps it.
+void JPEGReader::Prepare(int wantedComponents) {
     components = wantedComponents;
     if (stream->Tell() != streamPosition)
         stream->Seek(Kernel::SeekOrigin::Start, static_cast<std::int64_t>(streamPosition));
     RunOrThrow(*this, SizeStep);
     auto const coefficientBytes = GetCoefficientBytes();
-    pixels = DecodedPixels(static_cast<int>(codec.output_width), static_cast<int>(codec.output_height),
-                           static_cast<std::size_t>(components), coefficientBytes);
+    CheckImageSize(codec.output_width, codec.output_height, static_cast<std::uint64_t>(components), coefficientBytes);
     // The check above is the limit. This one catches a codec that wants more for its arrays than was counted; what it
     // takes beside them grows with the width alone.
     constexpr std::uint64_t workBytes = 64 << 20;
     codec.mem->max_memory_to_use = static_cast<long>(coefficientBytes + workBytes);
-    if (!Run(*this, RowsStep) && !WasAborted())
+}
+
+/// The next rows; the first call starts the codec and that for the last row ends it.
+/// @return false if it was aborted.
+bool JPEGReader::ReadRows(DecodedPixels & wanted, int count) {
+    rows = &wanted;
+    rowsDone = 0;
+    rowsWanted = count;
+    bool const isFirst = codec.output_scanline == 0;
+    bool const isRead = (!isFirst || Run(*this, StartStep)) && Run(*this, RowsStep);
+    bool const isLast = isRead && codec.output_scanline == codec.output_height;
+    if (isRead && (!isLast || Run(*this, FinishStep)))
+        return rowsDone == rowsWanted;
+    if (!WasAborted())
         ThrowFailure();
-    return std::move(pixels);
+    return false;
 }
 
 void JPEGReader::SizeStep(JPEGReader & reader) {
@@ -101,6 +140,8 @@ void JPEGReader::SizeStep(JPEGReader & reader) {
     if (codec.output_components != reader.components)
         Fail(AsCommon(&codec), JERR_BAD_J_COLORSPACE);
     reader.hasSeveralScans = jpeg_has_multiple_scans(&codec);
+    for (int i = 0; i < codec.num_components; ++i)
+        reader.blockCount += CountBlocks(codec.comp_info[i]);
 }
 
 // A file whose picture comes in one scan is decoded as it is read. Of others the codec first collects all coefficients.
@@ -116,17 +157,35 @@ std::uint64_t JPEGReader::GetCoefficientBytes() const {
     return blocks * sizeof(JBLOCK);
 }
 
+void JPEGReader::StartStep(JPEGReader & reader) { jpeg_start_decompress(&reader.codec); }
+
 void JPEGReader::RowsStep(JPEGReader & reader) {
-    auto & codec = reader.codec;
-    jpeg_start_decompress(&codec);
     // One row a call: more at once is no faster, and the flag is looked at before each.
-    while (codec.output_scanline < codec.output_height) {
+    for (; reader.rowsDone < reader.rowsWanted; ++reader.rowsDone) {
         if (Kernel::IsAborted(reader.abort))
             return;
-        JSAMPROW row = reader.pixels.GetRow(static_cast<int>(codec.output_scanline));
-        jpeg_read_scanlines(&codec, &row, 1);
+        JSAMPROW row = reader.rows->GetRow(reader.rowsDone);
+        jpeg_read_scanlines(&reader.codec, &row, 1);
     }
-    jpeg_finish_decompress(&codec);
+}
+
+void JPEGReader::FinishStep(JPEGReader & reader) { jpeg_finish_decompress(&reader.codec); }
+
+// A file of several scans is read whole before the first row comes. A scan may be a few bytes long and yet cost a walk
+// over all coefficients, 40 nanoseconds and more for each block: so the blocks that all scans go over are counted.
+void JPEGReader::OnReadProgress(j_common_ptr common) {
+    OnProgress(common);
+    auto & codec = *reinterpret_cast<j_decompress_ptr>(common);
+    auto & reader = Of(&codec);
+    if (codec.input_scan_number == reader.lastScan)
+        return;
+    reader.lastScan = codec.input_scan_number;
+    if (reader.lastScan > mostScans)
+        reader.Refuse("more than 500 scans");
+    for (int i = 0; i < codec.comps_in_scan; ++i)
+        reader.visitedBlocks += CountBlocks(*codec.cur_comp_info[i]);
+    if (reader.visitedBlocks > std::max(alwaysAllowedVisits, mostVisitsPerBlock * reader.blockCount))
+        reader.Refuse("the scans go over the picture too often");
 }
 
 boolean JPEGReader::OnFill(j_decompress_ptr codec) {

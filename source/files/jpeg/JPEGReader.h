@@ -2,6 +2,7 @@
 #pragma once
 
 #include "files/DecodedPixels.h"
+#include "files/RowBands.h"
 #include "files/jpeg/JPEGMetadata.h"
 #include "files/jpeg/JPEGSession.h"
 #include "kernel/Counted.h"
@@ -12,7 +13,7 @@
 #include <memory>
 
 namespace Raster {
-/// Reads one picture: first `ReadHeader`, then once `Decode`.
+/// Reads one picture: first `ReadHeader`, then once `Decode` or `DecodeBands`.
 class JPEGReader : public JPEGSession {
 public:
     explicit JPEGReader(Kernel::Counted<Kernel::InStreamSeekable> inStream);
@@ -33,6 +34,9 @@ public:
     /// @param components  bytes of a decoded pixel: 1 for grey, 3 for RGB, 4 for CMYK.
     /// Throws what the stream throws, `JPEGError`, `ImageLimitError`, std::bad_alloc.
     DecodedPixels Decode(int components);
+    /// The same, in bands that are not kept. The rows after an abort never come.
+    /// @return what `take` threw
+    std::exception_ptr DecodeBands(int components, BandCut const & cut, BandTaker const & take);
     /// Whether the data ended before the file's end marker.
     bool EndedEarly() const { return endedEarly; }
 
@@ -43,9 +47,12 @@ private:
     static void CreateStep(JPEGReader & reader);
     static void HeaderStep(JPEGReader & reader);
     static void SizeStep(JPEGReader & reader);
+    static void StartStep(JPEGReader & reader);
     static void RowsStep(JPEGReader & reader);
+    static void FinishStep(JPEGReader & reader);
 
     static void OnInit(j_decompress_ptr) {}
+    static void OnReadProgress(j_common_ptr codec);
     static boolean OnFill(j_decompress_ptr codec);
     static void OnSkip(j_decompress_ptr codec, long count);
     static boolean OnMarker(j_decompress_ptr codec);
@@ -55,6 +62,8 @@ private:
     bool TakeSegment(int marker, std::size_t size) noexcept;
     unsigned ReadByte();
     void ReadSegment(std::size_t size);
+    void Prepare(int wantedComponents);
+    bool ReadRows(DecodedPixels & rows, int count);
     std::uint64_t GetCoefficientBytes() const;
 
     jpeg_decompress_struct codec{};
@@ -68,8 +77,11 @@ private:
     JPEGMetadata metadata;
     std::unique_ptr<unsigned char[]> segment; // of a marker; only while metadata is collected
 
-    DecodedPixels pixels;
     int components = 0; // of the decoded form
     bool hasSeveralScans = false;
+    int lastScan = 0;
+    std::uint64_t blockCount = 0, visitedBlocks = 0; // of all components; by the scans that have begun
+    DecodedPixels * rows = nullptr;                  // to be filled by `RowsStep`; not owned
+    int rowsDone = 0, rowsWanted = 0;
 };
 }

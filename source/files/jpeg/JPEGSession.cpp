@@ -4,7 +4,7 @@
 #include "kernel/Abort.h"
 #include "kernel/Trace.h"
 
-#include <cstring>
+#include <cstdio>
 #include <new>
 
 namespace Raster {
@@ -14,7 +14,6 @@ JPEGSession::JPEGSession() {
     jpeg_std_error(&errors);
     errors.error_exit = OnError;
     errors.emit_message = OnMessage;
-    progress.progress_monitor = OnProgress;
 }
 
 void JPEGSession::ThrowFailure() const {
@@ -49,16 +48,16 @@ void JPEGSession::OnMessage(j_common_ptr codec, int level) {
     Kernel::Trace("JPEG: %1\r\n", static_cast<char const *>(session.warning));
 }
 
+void JPEGSession::Refuse(char const * reason) {
+    std::snprintf(message, sizeof(message), "%s", reason);
+    Jump();
+}
+
 void JPEGSession::OnProgress(j_common_ptr codec) {
     auto & session = Of(codec);
     if (Kernel::IsAborted(session.abort)) {
         session.wasAborted = true;
-        std::strcpy(session.message, "stopped on request");
-        session.Jump();
-    }
-    if (codec->is_decompressor && reinterpret_cast<j_decompress_ptr>(codec)->input_scan_number > mostScans) {
-        std::strcpy(session.message, "more than 500 scans");
-        session.Jump();
+        session.Refuse("stopped on request");
     }
 }
 }

@@ -26,7 +26,6 @@ public:
     char const * GetWarning() const { return warning; }
 
 protected:
-    static constexpr int mostScans = 500; ///< Each costs a walk over all coefficients; sound files have below 20.
     static constexpr std::size_t bufferBytes = 4096;
 
     JPEGSession();
@@ -39,10 +38,14 @@ protected:
         codec.client_data = this;
     }
     /// After the codec is created.
+    /// @param monitor  calls `OnProgress` first
     template<class Codec>
-    void ConnectProgress(Codec & codec) {
+    void ConnectProgress(Codec & codec, void (*monitor)(j_common_ptr) = &OnProgress) {
+        progress.progress_monitor = monitor;
         codec.progress = &progress;
     }
+    /// What the codec calls while it works long.
+    static void OnProgress(j_common_ptr codec);
 
     /// Calls `step(session)`. @return false if the codec gave up, or was aborted.
     template<class Session>
@@ -64,6 +67,8 @@ protected:
     static JPEGSession & Of(j_common_ptr codec) { return *static_cast<JPEGSession *>(codec->client_data); }
     /// For callbacks and steps: reports one of the codec's own errors. Does not return.
     [[noreturn]] static void Fail(j_common_ptr codec, J_MESSAGE_CODE code);
+    /// For callbacks: the codec may not go on, for a reason of ours.
+    [[noreturn]] void Refuse(char const * reason);
     /// For callbacks: back to `Run`, `thrown` or `message` having been set.
     [[noreturn]] void Jump() { std::longjmp(jump, 1); }
 
@@ -73,7 +78,6 @@ protected:
 private:
     [[noreturn]] static void OnError(j_common_ptr codec);
     static void OnMessage(j_common_ptr codec, int level);
-    static void OnProgress(j_common_ptr codec);
 
     jpeg_error_mgr errors;
     jpeg_progress_mgr progress{};

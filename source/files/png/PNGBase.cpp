@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <system_error>
 #include <utility>
@@ -138,11 +139,29 @@ DecodedPixels const & PNGBase::Decode(bool * abort) const {
     Kernel::ScopedLock const guard(lock);
     // Gone with the end of this scope, however it ends: nothing is tried twice.
     if (auto const stream = std::exchange(inStream, nullptr))
-        DecodeOnce(*stream, abort);
+        DecodeOnce(*stream, [&] { pixels = PNGReader(*stream).ReadPixels(*header, abort); });
     return pixels;
 }
 
-void PNGBase::DecodeOnce(Kernel::InStreamSeekable & stream, bool * abort) const {
+bool PNGBase::DecodeBands(BandCut const & cut, BandTaker const & take, bool * abort) {
+    Kernel::Counted<Kernel::InStreamSeekable> stream;
+    {
+        Kernel::ScopedLock const guard(lock); // not for longer: what takes the bands has locks of its own
+        if (!inStream)
+            return pixels.IsEmpty();
+        if (header->isInterlaced)
+            return false;
+        stream = std::exchange(inStream, nullptr);
+    }
+    std::exception_ptr takerFailure;
+    DecodeOnce(*stream, [&] { takerFailure = PNGReader(*stream).ReadBands(*header, cut, take, abort); });
+    if (takerFailure) // for which the file isn't to blame
+        std::rethrow_exception(takerFailure);
+    return true;
+}
+
+template<class Action>
+void PNGBase::DecodeOnce(Kernel::InStreamSeekable & stream, Action && action) const {
     if (header->format != layout.format) {
         SetFailure("PNG: the file holds pixels of another format");
         return;
@@ -150,7 +169,7 @@ void PNGBase::DecodeOnce(Kernel::InStreamSeekable & stream, bool * abort) const 
     try {
         if (!SeekTo(stream, start))
             throw PNGReadError("PNG: the stream can't be read again");
-        pixels = PNGReader(stream).ReadPixels(*header, abort);
+        action();
         SeekTo(stream, start);
     } catch (PNGReadError const & error) {
         SetFailure(error.what());

@@ -5,6 +5,7 @@
 #include "files/ExportOptions.h"
 #include "files/FileModel.h"
 #include "files/FileSource.h"
+#include "files/RowBands.h"
 #include "files/png/PNGError.h"
 #include "kernel/Consolidated.h"
 #include "kernel/Counted.h"
@@ -75,6 +76,12 @@ public:
 
     /// Decodes if nobody has. See `DecodedCursor`.
     DecodedPixels const & Decode(bool * abort) const;
+    /// Decodes if nobody has, and keeps nothing: the model has no pixels then. Only one thread may use the model
+    /// meanwhile. After an abort, and after damage, the rest of the bands never comes. Throws what the stream throws,
+    /// and what `take` throws.
+    /// @return false, with nothing done, if the picture was decoded before and is still here, and if it is interlaced:
+    ///         all of it has to be held then.
+    bool DecodeBands(BandCut const & cut, BandTaker const & take, bool * abort);
 
     // See `RowWriteAccessor`.
     void BeginEncoding();
@@ -110,7 +117,8 @@ private:
     static Format FindFormat(Kernel::InStreamSeekable & stream, std::string & why);
 
     void TakeHeader(PNGHeader & newHeader);
-    void DecodeOnce(Kernel::InStreamSeekable & stream, bool * abort) const;
+    template<class Action>
+    void DecodeOnce(Kernel::InStreamSeekable & stream, Action && action) const;
     std::size_t GetWrittenPixelBytes() const {
         return static_cast<std::size_t>(writtenChannels) * static_cast<std::size_t>(layout.sampleSize);
     }

@@ -19,7 +19,8 @@ struct PNGHeader {
     int colourChannels = 0; ///< 1 or 3
     int sampleBytes = 0;    ///< 1 or 2; the high byte comes first
     bool hasAlpha = false;
-    double dpi = 0; ///< 72 if the file has none
+    bool isInterlaced = false; ///< rows don't come one after another
+    double dpi = 0;            ///< 72 if the file has none
     /// The bytes of an embedded profile, not looked into; none if there is none that the codec takes.
     std::optional<std::vector<std::uint8_t>> profile;
     Palette palette{}; ///< zeros behind its last colour, and where the file has none

@@ -83,8 +83,10 @@ void PNGReader::StartRowsStep(PNGReader & reader) {
 void PNGReader::ReadRowsStep(PNGReader & reader) {
     for (int pass = 0; pass < reader.passCount; ++pass)
         for (int y = 0; y < reader.rowCount; ++y) {
-            if (Kernel::IsAborted(reader.abort))
+            if (Kernel::IsAborted(reader.abort)) {
+                reader.wasAborted = true;
                 return;
+            }
             png_read_row(reader.png, reader.rows + static_cast<std::size_t>(y) * reader.stride, nullptr);
         }
 }
@@ -127,20 +129,45 @@ PNGHeader PNGReader::ReadHeader() {
 DecodedPixels PNGReader::ReadPixels(PNGHeader const & expected, bool const * givenAbort) {
     // Before the codec takes memory for its rows.
     DecodedPixels pixels(expected.width, expected.height, expected.GetPixelBytes());
+    abort = givenAbort;
+    Prepare(expected);
+    ReadRows(pixels, pixels.GetHeight());
+    return pixels;
+}
+
+std::exception_ptr PNGReader::ReadBands(PNGHeader const & expected, BandCut const & cut, BandTaker const & take,
+                                        bool const * givenAbort) {
+    CheckImageSize(static_cast<std::uint64_t>(expected.width), static_cast<std::uint64_t>(expected.height),
+                   expected.GetPixelBytes());
+    abort = givenAbort;
+    Prepare(expected);
+    if (passCount != 1)
+        throw PNGReadError("PNG: the file has changed since it was opened");
+    return DecodeBandByBand(
+        cut, expected.width, expected.GetPixelBytes(),
+        [&](DecodedPixels & band, int count) { return ReadRows(band, count); }, take);
+}
+
+// Everything before the rows.
+void PNGReader::Prepare(PNGHeader const & expected) {
     Configure(static_cast<std::uint32_t>(expected.width), static_cast<std::uint32_t>(expected.height), skippedInRows);
     RunOrThrow(ReadInfoStep);
     auto const width = png_get_image_width(png, info), height = png_get_image_height(png, info);
     if (width == static_cast<png_uint_32>(expected.width) && height == static_cast<png_uint_32>(expected.height))
         RunOrThrow(StartRowsStep);
-    if (png_get_rowbytes(png, info) != pixels.GetStride() || passCount == 0 ||
-        png_get_channels(png, info) != expected.GetChannels())
+    if (png_get_rowbytes(png, info) != static_cast<std::size_t>(expected.width) * expected.GetPixelBytes() ||
+        passCount == 0 || png_get_channels(png, info) != expected.GetChannels())
         throw PNGReadError("PNG: the file has changed since it was opened");
+}
+
+/// The next rows, or all of an interlaced file.
+/// @return false if it was aborted
+bool PNGReader::ReadRows(DecodedPixels & pixels, int count) {
     rows = pixels.GetRow(0);
     stride = pixels.GetStride();
-    rowCount = pixels.GetHeight();
-    abort = givenAbort;
+    rowCount = count;
     RunOrThrow(ReadRowsStep);
-    return pixels;
+    return !wasAborted;
 }
 
 PNGHeader PNGReader::GetHeader() const {
@@ -150,6 +177,7 @@ PNGHeader PNGReader::GetHeader() const {
     int const colourType = png_get_color_type(png, info), depth = png_get_bit_depth(png, info);
     header.format = ChooseFormat(colourType, depth);
     header.colourChannels = (colourType & PNG_COLOR_MASK_COLOR) != 0 ? 3 : 1;
+    header.isInterlaced = png_get_interlace_type(png, info) != PNG_INTERLACE_NONE;
     header.hasAlpha = (colourType & PNG_COLOR_MASK_ALPHA) != 0 || png_get_valid(png, info, PNG_INFO_tRNS) != 0;
     header.sampleBytes = std::max(depth / 8, 1);
     header.dpi = GetDPI();

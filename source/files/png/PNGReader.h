@@ -2,6 +2,7 @@
 #pragma once
 
 #include "files/DecodedPixels.h"
+#include "files/RowBands.h"
 #include "files/png/PNGHeader.h"
 #include "files/png/PNGSession.h"
 #include "kernel/InStream.h"
@@ -33,6 +34,10 @@ public:
     /// Instead of these: all pixels of a file that had this header a while ago.
     /// @param abort  polled once per row; if it is set the rows that are left stay zero. May be null.
     DecodedPixels ReadPixels(PNGHeader const & expected, bool const * abort);
+    /// The same, in bands that are not kept, of a file that isn't interlaced. The rows after an abort never come.
+    /// @return what `take` threw
+    std::exception_ptr ReadBands(PNGHeader const & expected, BandCut const & cut, BandTaker const & take,
+                                 bool const * abort);
 
 private:
     friend class PNGSession;
@@ -48,6 +53,8 @@ private:
     void Configure(std::uint32_t widestAllowed, std::uint32_t highestAllowed, int firstSkipped);
 
     void ReadUpToPixels(int firstSkipped);
+    void Prepare(PNGHeader const & expected);
+    bool ReadRows(DecodedPixels & pixels, int count);
     PNGHeader GetHeader() const;
     double GetDPI() const;
     std::optional<std::vector<std::uint8_t>> GetProfile() const;
@@ -63,6 +70,7 @@ private:
     unsigned char * rows = nullptr; // not owned
     std::size_t stride = 0;
     int rowCount = 0;
+    bool wasAborted = false;
     bool const * abort = nullptr;
 };
 }

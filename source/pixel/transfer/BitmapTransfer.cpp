@@ -106,7 +106,7 @@ void Transfer(DynamicBitmap & dest, DynamicBitmap const & source, TransferParams
         if (Kernel::IsAborted(abort) || to->IsPendingDelayLoad())
             return;
     }
-    Transfer(*to, *from, params, opacity, matrix);
-    to->RecordWrite(GetWorkRect(to->GetBounds(), params), abort);
+    WriteRecorded(*to, GetWorkRect(to->GetBounds(), params), abort,
+                  [&] { Transfer(*to, *from, params, opacity, matrix); });
 }
 }

@@ -39,4 +39,34 @@ void Draw(DynamicBuffer & dest, DynamicBitmap const & source, TransferParams con
             Draw(*buffer, *bitmap, params, opacity, dx, dy);
     });
 }
+
+bool Feed(DynamicBuffer & dest, DynamicBitmap const & source, TransferParams const * params) {
+    BitmapCore const * const core = source.GetCore();
+    if (!core || dest.GetWidth() == 0)
+        return false;
+    if (ReadsAsEmpty(*core, params)) {
+        DynamicBitmap const empty(core->GetWidth(), core->GetHeight(), dest.GetFormat(), MipmapModeNone,
+                                  HardwareCachePolicy());
+        return empty.GetCore() && Feed(dest, empty, params);
+    }
+    if (!LoadSource(*core, params))
+        return false;
+    if (dest.GetFormat() != source.GetFormat()) {
+        TransferParams own = params ? *params : TransferParams();
+        auto part = GetWorkRect(core->GetBounds(), params);
+        part = part.Intersect(MoveRect({0, 0, dest.GetWidth(), dest.GetHeight()}, part.left, part.top));
+        if (part.IsEmpty())
+            return false;
+        own.clip = nullptr;
+        return Feed(dest, ConvertPart(source, part, dest.GetFormat(), own.abort), &own);
+    }
+    bool isComplete = false;
+    VisitFormat(dest.GetFormat(), [&](auto tuple) {
+        using Tuple = decltype(tuple);
+        auto const buffer = dest.GetTyped<Tuple>();
+        auto const bitmap = source.GetTyped<Tuple>();
+        isComplete = buffer && bitmap && Feed(*buffer, *bitmap, params);
+    });
+    return isComplete;
+}
 }

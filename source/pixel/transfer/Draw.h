@@ -176,13 +176,19 @@ bool FeedSpans(Writer & writer, Source const & source, TileTask const & task) {
 /// Hands every pixel of `source` in the clip rectangle to `sink`, row by row from the top on the calling thread,
 /// without reading the sink. Rows begin at the rectangle's left edge, which lands on column 0. In the end the sink is
 /// flushed, and a file writer finishes its file; after an abort a sink isn't flushed, and a file writer has failed.
-/// Progress comes as for work in line. A pending source is loaded first.
+/// Progress comes as for work in line. A pending source is loaded first; one that may stay unloaded is handed over as
+/// empty.
 /// @return whether all of it was handed over. False also if there was nothing.
 /// Throws what the sink throws.
 template<SinkModel Sink, ReadModel Source>
     requires SameTuple<Sink, Source>
 bool Feed(Sink & sink, Source const & source, TransferParams const * params) {
     if constexpr (std::derived_from<Source, BitmapCore>) {
+        if (ReadsAsEmpty(source, params)) {
+            Kernel::Counted<Source> const empty(
+                new Source(source.GetWidth(), source.GetHeight(), MipmapModeNone, HardwareCachePolicy()));
+            return Feed(sink, *empty, params);
+        }
         if (!LoadSource(source, params))
             return false;
     }
@@ -203,4 +209,9 @@ bool Feed(Sink & sink, Source const & source, TransferParams const * params) {
 /// first. A pending one is loaded, unless it may stay unloaded; without pixels on either side nothing happens.
 RASTER_API void Draw(DynamicBuffer & dest, DynamicBitmap const & source, TransferParams const * params,
                      float const * opacity, int dx, int dy);
+
+/// `Feed` of a bitmap into a buffer when formats are known at run time only: the pixels in the clip rectangle take the
+/// place of those in the buffer's corner, as far as both reach, alpha 0 included. A bitmap of another format is
+/// converted first. @return whether all of it was handed over.
+RASTER_API bool Feed(DynamicBuffer & dest, DynamicBitmap const & source, TransferParams const * params);
 }

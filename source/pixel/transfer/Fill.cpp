@@ -93,11 +93,12 @@ void Fill(DynamicBitmap & dest, Kernel::RectT<int> const & rect, DynamicPixel co
     float const strength = ClampOpacity(&opacity);
     if (core->IsPendingDelayLoad() || strength == 0.0f)
         return;
-    VisitFormat(dest.GetFormat(), [&](auto tuple) {
-        using Tuple = decltype(tuple);
-        FillBitmap<Tuple>(*dest.GetTyped<Tuple>(), rect, GetView<Tuple>(colour), strength);
+    WriteRecorded(*core, rect, nullptr, [&] {
+        VisitFormat(dest.GetFormat(), [&](auto tuple) {
+            using Tuple = decltype(tuple);
+            FillBitmap<Tuple>(*dest.GetTyped<Tuple>(), rect, GetView<Tuple>(colour), strength);
+        });
     });
-    core->RecordWrite(rect, nullptr);
 }
 
 void Fill(DynamicBuffer & dest, Kernel::RectT<int> const & rect, DynamicPixel const & colour, float opacity) {

@@ -75,10 +75,11 @@ void Invert(DynamicBitmap & bitmap, bool * abort) {
         return;
     TransferParams params;
     params.abort = abort;
-    VisitFormat(bitmap.GetFormat(), [&](auto tuple) {
-        ForEachTile(*core, core->GetBounds(), &params,
-                    [&](TileTask const & task) { InvertTile<decltype(tuple)>(*core, task); });
+    WriteRecorded(*core, core->GetBounds(), abort, [&] {
+        VisitFormat(bitmap.GetFormat(), [&](auto tuple) {
+            ForEachTile(*core, core->GetBounds(), &params,
+                        [&](TileTask const & task) { InvertTile<decltype(tuple)>(*core, task); });
+        });
     });
-    core->RecordWrite(core->GetBounds(), abort);
 }
 }

@@ -36,7 +36,7 @@ bool AreEntangled(BitmapCore const & dest, BitmapCore const & source) {
 bool LoadSource(BitmapCore const & source, TransferParams const * params) {
     if (!source.IsPendingDelayLoad())
         return true;
-    if (params && params->sourceMayStayUnloaded)
+    if (ReadsAsEmpty(source, params))
         return false; // nothing is there yet
     bool * const abort = params ? params->abort : nullptr;
     source.ForceDelayLoad(abort);

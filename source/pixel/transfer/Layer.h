@@ -24,6 +24,11 @@ RASTER_API Kernel::RectT<int> MoveRect(Kernel::RectT<int> const & rect, std::int
 /// other. Read a `CloneTiles` then.
 RASTER_API bool AreEntangled(BitmapCore const & dest, BitmapCore const & source);
 
+/// Whether a source is taken as empty: it is pending, and may stay so.
+inline bool ReadsAsEmpty(BitmapCore const & source, TransferParams const * params) {
+    return params && params->sourceMayStayUnloaded && source.IsPendingDelayLoad();
+}
+
 /// Loads a pending source, unless it may stay unloaded.
 /// @return whether its pixels are there. False also after an abort.
 RASTER_API bool LoadSource(BitmapCore const & source, TransferParams const * params);
@@ -31,6 +36,19 @@ RASTER_API bool LoadSource(BitmapCore const & source, TransferParams const * par
 /// The rectangle that work on a destination of these bounds is about.
 inline Kernel::RectT<int> GetWorkRect(Kernel::RectT<int> const & bounds, TransferParams const * params) {
     return params && params->clip ? params->clip->Intersect(bounds) : bounds;
+}
+
+/// Does work that writes pixels in `changed`, and tells the levels of them: of what was written before an exception
+/// too, since it stays.
+template<class Work>
+void WriteRecorded(BitmapCore & dest, Kernel::RectT<int> const & changed, bool * abort, Work && work) {
+    try {
+        work();
+    } catch (...) {
+        dest.InvalidateMipmaps(changed);
+        throw;
+    }
+    dest.RecordWrite(changed, abort);
 }
 
 /// Whether the pixels of a destination are there to be written.

@@ -193,7 +193,8 @@ void PrefetchBelow(SourceTiles::Rows const & rows, int planeCount, int y) {
 }
 
 bool FeedRows(RowSink const & sink, BitmapCore const & source, Rect const & part, int offset, TileTask const & task) {
-    SourceTiles tiles(source);
+    // All tiles of a row, however wide the picture is: each of its rows meets them again.
+    SourceTiles tiles(source, static_cast<std::size_t>(source.GetGrid().tilesAcross) + 1);
     int const tileWidth = tiles.GetGrid().tileWidth;
     for (int y = part.top; y < part.bottom; ++y) {
         if (task.IsAborted())

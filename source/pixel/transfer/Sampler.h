@@ -9,7 +9,6 @@
 #include "kernel/Rect.h"
 #include "pixel/ChannelTuple.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -17,8 +16,8 @@ namespace Raster {
 /// Rows and columns of a block at most.
 inline constexpr int sampleBlockSize = 64;
 
-/// Where a matrix puts a pixel, as a float: far beyond where positions count as outside, and within what a float holds.
-inline float ToSamplePosition(double position) { return static_cast<float>(std::clamp(position, -1e30, 1e30)); }
+/// Where a matrix puts a pixel. Infinite past what a float holds, and from there no step leads back.
+inline float ToSamplePosition(double position) { return static_cast<float>(position); }
 /// What a position moves by from one pixel to the next.
 inline Kernel::PointT<double> GetSampleStep(Kernel::AffineTransform::Params const & matrix) {
     auto const right = matrix.Apply({1.0, 0.0}), origin = matrix.Apply({0.0, 0.0});

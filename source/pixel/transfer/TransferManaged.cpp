@@ -123,17 +123,18 @@ void TransferManaged(DynamicBitmap & dest, DynamicBitmap const & source, void * 
     to->ForceDelayLoad(abort);
     if (to->IsPendingDelayLoad() || Kernel::IsAborted(abort))
         return;
-    bool const isEmpty = params && params->sourceMayStayUnloaded && from->IsPendingDelayLoad();
+    bool const isEmpty = ReadsAsEmpty(*from, params);
     if (!isEmpty && !LoadSource(*from, params))
         return;
     Kernel::Counted<BitmapCore const> const before(AreEntangled(*to, *from) ? from->CloneTiles().release() : nullptr);
     if (before)
         from = before.Get();
     auto const rect = GetWorkRect(to->GetBounds(), params).Intersect(from->GetBounds());
-    ForEachTile(*to, rect, params, [&](TileTask const & task) {
-        std::make_unique<ManagedTile>(*to, *from, isEmpty, transform)
-            ->Run(task); // too large for the stack of a helper thread
+    WriteRecorded(*to, rect, abort, [&] {
+        ForEachTile(*to, rect, params, [&](TileTask const & task) {
+            std::make_unique<ManagedTile>(*to, *from, isEmpty, transform)
+                ->Run(task); // too large for the stack of a helper thread
+        });
     });
-    to->RecordWrite(rect, abort);
 }
 }

@@ -10,6 +10,8 @@ std::size_t OffsetInTile(TileGrid const & grid, int x, int y) {
 }
 
 SourceTiles::Rows SourceTiles::GetRows(int x, int y) {
+    if (pins.GetCount() >= mostPinned)
+        pins.Reset();
     auto const index = grid.GetIndex(x / grid.tileWidth, y / TileGrid::tileHeight);
     auto const & buffers = pins.Pin(source, static_cast<std::uint32_t>(index));
     std::size_t const offset = OffsetInTile(grid, x, y);

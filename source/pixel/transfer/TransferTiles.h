@@ -10,12 +10,18 @@
 #include <cstdint>
 
 namespace Raster {
-/// Reads the tiles of a source. Those that it met stay pinned until it goes, at the end of a task.
+/// Reads the tiles of a source. Those that it met stay pinned until it goes, at the end of a task, or until there are
+/// too many: a matrix that shrinks far, without a level to take, leads one task over all of a picture.
 class SourceTiles {
 public:
     using Rows = std::array<void const *, 5>;
+    /// More than a task meets as long as two pixels of the source lie beside one of the destination, however turned,
+    /// and whichever of the two has the wider tiles.
+    static constexpr std::size_t usualLimit = 128;
 
-    explicit SourceTiles(BitmapCore const & bitmap) : source(bitmap), grid(bitmap.GetGrid()) {}
+    /// @param limit  how many tiles are pinned at once, at most.
+    explicit SourceTiles(BitmapCore const & bitmap, std::size_t limit = usualLimit)
+        : source(bitmap), grid(bitmap.GetGrid()), mostPinned(limit) {}
 
     TileGrid const & GetGrid() const { return grid; }
     /// Whether the alpha of a whole tile is known to be 0, without a look at its pixels.
@@ -28,7 +34,8 @@ public:
         Tile const & tile = GetAlphaTile(column, row);
         return source.GetLayout().kind == ChannelKind::Integer ? tile.IsFullTileBuffer() : tile.IsFullFloatTileBuffer();
     }
-    /// The samples from pixel (x, y) on, for each plane, as far as its tile reaches.
+    /// The samples from pixel (x, y) on, for each plane, as far as its tile reaches. They are there until the next
+    /// call.
     Rows GetRows(int x, int y);
     /// Lets go of what is pinned.
     void Reset() noexcept { pins.Reset(); }
@@ -40,6 +47,7 @@ private:
 
     BitmapCore const & source;
     TileGrid const & grid;
+    std::size_t const mostPinned;
     TilePins<ConstTileGuard> pins;
 };
 
