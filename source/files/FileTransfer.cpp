@@ -123,14 +123,12 @@ void DrawOnce(DynamicBitmap & dest, DynamicFile & source, TransferParams const *
         DrawRows(*dest.GetCore(), rows, &progress.GetBandParams(), strength, dx, dy);
         progress.Report(rows.bounds.bottom);
     };
-    try {
-        if (!source.fileFormat->takeBands(*source.wrapper, cut, draw, params ? params->abort : nullptr))
-            return Draw(dest, source, params, opacity, dx, dy);
-    } catch (...) {
-        FileTransfer::FinishDest(dest, params); // bands may have been drawn before
-        throw;
-    }
-    FileTransfer::FinishDest(dest, params);
+    auto & core = *dest.GetCore();
+    bool * const abort = params ? params->abort : nullptr;
+    WriteRecorded(core, GetWorkRect(core.GetBounds(), params), abort, [&] {
+        if (!source.fileFormat->takeBands(*source.wrapper, cut, draw, abort))
+            Draw(dest, source, params, opacity, dx, dy);
+    });
 }
 
 void VisitBands(DynamicFile & source, int bandHeight, TransferParams const * params, BandVisitor const & visit) {
