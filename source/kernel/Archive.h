@@ -112,7 +112,7 @@ private:
     Counted<ArchiveSnapshot const> GetSnapshot() const;
     Counted<ArchiveSnapshot const> GetSnapshotWith(ItemID id) const;
     Counted<SharedSerialisable> ReadSharedObject(ArchiveSnapshot const & current, ArchiveLayout::Entry const & entry,
-                                                 int depth);
+                                                 int depth, bool & hasReferences);
     void SetSnapshot(Counted<ArchiveSnapshot const> committed);
     /// Has all holders of the table load from the present snapshot's file, if their items are in it.
     void MoveHolders();
