@@ -13,7 +13,6 @@
 #include <cstring>
 #include <map>
 #include <new>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -56,7 +55,7 @@ class Verifier {
 public:
     Verifier(std::string filePath, Counted<ArchiveFile> openFile, Progress itsProgress)
         : path(std::move(filePath)), file(std::move(openFile)), progress(itsProgress),
-          size(file->GetSize().value_or(0)) {}
+          size(file->GetSize().value_or(0)), listBudget(64 * size + windowBytes) {}
 
     ArchiveReport Run() {
         auto const header = Header::Decode(ReadAt(*file, 0, headerBytes));
@@ -103,12 +102,14 @@ private:
     bool HasFooterPlace(std::uint64_t end) const {
         std::uint64_t budget = 4 * size + windowBytes; // a hostile tail could have the same bytes looked at for ever
         for (auto at = end; at + footerBytes <= size; at += footerBytes) {
-            auto const indexSize = GetIndexSize(ReadAt(*file, at, indexHeaderBytes));
+            auto const begin = ReadAt(*file, at, indexHeaderBytes);
+            auto const indexSize = GetIndexSize(begin);
             if (!indexSize || *indexSize > size - at)
                 continue;
-            if (*indexSize > budget)
+            auto const cost = *indexSize + std::min(size, GetIndexContentSize(begin));
+            if (cost > budget)
                 return true; // nothing that a save leaves looks like this
-            budget -= *indexSize;
+            budget -= cost;
             // The footer comes after both copies were synced.
             if (DecodeIndex(ReadAt(*file, at, *indexSize), at))
                 return Footer::GetOffset(at, *indexSize) + footerBytes <= size;
@@ -139,6 +140,8 @@ private:
         for (auto const offset : {footer.indexOffset, footer.GetSecondIndexOffset()}) {
             Claim(offset, footer.indexSize);
             auto const bytes = ReadAt(*file, offset, footer.indexSize);
+            if (!isNewest && !SpendOnList(bytes))
+                return;
             auto decoded = Hash64(bytes.data(), bytes.size()) == footer.indexHash ? DecodeIndex(bytes, footer.offset)
                                                                                   : std::nullopt;
             if (!decoded)
@@ -152,24 +155,40 @@ private:
             isHistoryLost = true;
             return;
         }
-        std::uint64_t end = 0;
         for (auto & entry : *entries) {
-            if (entry.offset < end)
-                AddProblem("item " + entry.name + " overlaps another one", isNewest, &entry);
-            end = entry.GetEnd();
             if (isNewest && !inUse.insert(entry.id).second)
                 AddProblem("item " + entry.name + " is listed twice", true, &entry);
             items.emplace(entry.offset, std::move(entry));
         }
     }
 
+    // Many saves of a large document have long lists, but no such lists compress by more than about ten to one: a file
+    // whose old lists are larger than this was made to keep us busy.
+    bool SpendOnList(Bytes list) {
+        auto const cost = std::min(size, GetIndexContentSize(list));
+        if (cost <= listBudget) {
+            listBudget -= cost;
+            return true;
+        }
+        isHistoryLost = true;
+        if (!std::exchange(areListsSkipped, true))
+            AddProblem("the lists of contents of earlier commits are too large to be checked", false);
+        return false;
+    }
+
+    // The items of one list lie one behind another. Those of two lists may overlap only in a file that was made so.
     void CheckItems() {
         ArchiveItemReader const reader(*file, path);
+        std::uint64_t end = 0;
         for (auto const & [offset, entry] : items) {
             if (progress.IsAborted())
                 return;
             Claim(offset, entry.headerSize + entry.storedSize);
             bool const isInUse = inUse.contains(entry.id);
+            if (offset < std::exchange(end, std::max(end, entry.GetEnd()))) {
+                AddProblem("item " + entry.name + " overlaps another one", isInUse, &entry);
+                continue;
+            }
             try {
                 auto const raw = reader.ReadRaw(entry, /*checkRaw=*/true);
                 if (isInUse)
@@ -187,9 +206,8 @@ private:
 
     // What an item refers to has to be there. Its header has to name it too, or a copy of the item would lack it.
     void CheckReferences(Entry const & entry, std::vector<ItemID> const & listed, Bytes raw) {
-        for (auto const & reference : listed)
-            if (!inUse.contains(reference))
-                AddProblem("item " + entry.name + " refers to an item that is missing", true, &entry);
+        if (std::any_of(listed.begin(), listed.end(), [&](ItemID const & id) { return !inUse.contains(id); }))
+            AddProblem("item " + entry.name + " refers to an item that is missing", true, &entry);
         std::unordered_set<ItemID> const known(listed.begin(), listed.end());
         for (auto const & reference : FindReferences(entry, raw))
             if (reference && !known.contains(reference))
@@ -240,6 +258,8 @@ private:
     std::map<std::uint64_t, Entry> items;           // of all commits, by offset
     std::unordered_set<ItemID> inUse;
     bool isHistoryLost = false;
+    bool areListsSkipped = false;
+    std::uint64_t listBudget; // bytes that the lists of earlier commits may still have
 };
 
 /// The entry of an item whose header stands at an offset and checks.
@@ -258,14 +278,16 @@ std::optional<Entry> FindItemAt(ArchiveFile const & file, std::uint64_t offset, 
                  header->rawHash.low, header->type, header->name};
 }
 
-// Looks for items in all of the file.
-std::vector<Entry> ScanForItems(ArchiveFile const & file, Progress const & progress) {
-    std::vector<Entry> found;
+/// Looks for items from one offset to another, one behind the other.
+/// @param progress  null for a part of the file.
+void ScanForItems(ArchiveFile const & file, std::uint64_t begin, std::uint64_t end, std::uint64_t & budget,
+                  Progress const * progress, std::vector<Entry> & found) {
     std::uint64_t const size = file.GetSize().value_or(0);
-    std::uint64_t next = 0; // what lies before is the payload of an item
-    std::uint64_t budget = 4 * size + windowBytes;
-    for (std::uint64_t window = 0; window < size && !progress.IsAborted(); window += windowBytes) {
-        auto const bytes = ReadAt(file, window, std::min(windowBytes, size - window));
+    std::uint64_t next = begin; // what lies before is the payload of an item
+    for (auto window = AlignUp(begin, itemAlignment); window < end; window += windowBytes) {
+        if (progress && progress->IsAborted())
+            return;
+        auto const bytes = ReadAt(file, window, std::min(windowBytes, end - window));
         for (std::uint64_t at = 0; at + 4 <= bytes.size(); at += itemAlignment) {
             if (window + at < next || std::memcmp(bytes.data() + at, "Item", 4) != 0)
                 continue;
@@ -274,8 +296,17 @@ std::vector<Entry> ScanForItems(ArchiveFile const & file, Progress const & progr
                 found.push_back(*std::move(entry));
             }
         }
-        progress.Report(double(window) / double(size) / 2);
+        if (progress)
+            progress->Report(double(window) / double(size) / 2);
     }
+}
+
+std::uint64_t GetScanBudget(ArchiveFile const & file) { return 4 * file.GetSize().value_or(0) + windowBytes; }
+
+std::vector<Entry> ScanForItems(ArchiveFile const & file, Progress const & progress) {
+    std::vector<Entry> found;
+    auto budget = GetScanBudget(file);
+    ScanForItems(file, 0, file.GetSize().value_or(0), budget, &progress, found);
     return found;
 }
 }
@@ -295,15 +326,18 @@ Counted<ArchiveSnapshot const> OpenListed(std::string const & path, Counted<Arch
     }
 }
 
-/// The items that check, each once; of streams of one name the last.
-/// @param lost  gets the ids of the others.
-std::vector<Entry> KeepWhole(ArchiveFile const & file, std::string const & path, std::vector<Entry> entries,
-                             Progress const & progress, std::unordered_set<ItemID> & lost) {
+struct Sorted {
+    std::vector<Entry> whole;  // each item once, and of streams of one name the last
+    std::vector<Entry> failed; // do not check
+};
+
+Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entry> const & entries,
+            Progress const & progress) {
     ArchiveItemReader const reader(file, path);
-    std::vector<Entry> whole;
-    std::unordered_map<std::string, std::size_t> streams; // by name, where in `whole`
+    Sorted sorted;
+    std::map<std::string, std::size_t> streams; // by name, where in `whole`
     std::unordered_set<ItemID> known;
-    for (auto & entry : entries) {
+    for (auto const & entry : entries) {
         if (progress.IsAborted())
             break;
         if (known.contains(entry.id))
@@ -311,20 +345,80 @@ std::vector<Entry> KeepWhole(ArchiveFile const & file, std::string const & path,
         try {
             reader.ReadRaw(entry, /*checkRaw=*/true);
         } catch (std::exception const &) { // damaged, or too large for this machine
-            lost.insert(entry.id);
+            sorted.failed.push_back(entry);
             continue;
         }
         known.insert(entry.id);
-        auto const place = entry.type == ArchiveTags::stream ? streams.emplace(entry.name, whole.size())
+        auto const place = entry.type == ArchiveTags::stream ? streams.emplace(entry.name, sorted.whole.size())
                                                              : std::pair(streams.end(), true);
         if (place.second)
-            whole.push_back(std::move(entry));
+            sorted.whole.push_back(entry);
         else
-            whole[place.first->second] = std::move(entry);
+            sorted.whole[place.first->second] = entry;
     }
-    for (auto const & id : known)
-        lost.erase(id); // there was another copy
-    return whole;
+    return sorted;
+}
+
+/// Looks for items where those that don't check say that their bytes are: a header may be somewhere that it doesn't
+/// belong. What is found has to come from saves that whole items come from too, so that a damaged item which holds a
+/// document of its own isn't taken apart.
+/// @param searched  the offsets of items that were looked into; grows.
+/// @param budget  bytes that headers and what they claim may still come to: many could name the same bytes.
+std::vector<Entry> FindWithin(ArchiveFile const & file, Sorted const & sorted,
+                              std::unordered_set<std::uint64_t> & searched, std::uint64_t & budget) {
+    std::unordered_set<std::uint64_t> commits;
+    for (auto const & entry : sorted.whole)
+        commits.insert(entry.id.commit);
+    std::vector<Entry> within;
+    for (auto const & failed : sorted.failed) {
+        if (!searched.insert(failed.offset).second)
+            continue;
+        std::vector<Entry> found;
+        ScanForItems(file, failed.offset + itemAlignment, failed.GetEnd(), budget, nullptr, found);
+        for (auto & entry : found)
+            if (commits.contains(entry.id.commit) && entry.storedSize <= budget) {
+                budget -= entry.storedSize;
+                within.push_back(std::move(entry));
+            }
+    }
+    return within;
+}
+
+/// Whatever in all of the file looks like an item, by whether it checks.
+Sorted FindItems(ArchiveFile const & file, std::string const & path, Progress const & progress) {
+    auto entries = ScanForItems(file, progress);
+    auto sorted = Sort(file, path, entries, progress);
+    std::unordered_set<std::uint64_t> searched;
+    for (auto budget = GetScanBudget(file); !sorted.failed.empty() && !progress.IsAborted();) {
+        auto const within = FindWithin(file, sorted, searched, budget);
+        if (within.empty())
+            break;
+        entries.insert(entries.end(), within.begin(), within.end());
+        std::sort(entries.begin(), entries.end(), [](Entry const & a, Entry const & b) { return a.offset < b.offset; });
+        sorted = Sort(file, path, entries, progress);
+    }
+    return sorted;
+}
+
+/// Of two streams of one name the one that the list names is the later one, wherever in the file it is.
+void PreferListed(std::vector<Entry> & whole, std::vector<Entry> const & listed) {
+    std::unordered_map<std::string, Entry const *> streams;
+    for (auto const & entry : listed)
+        if (entry.type == ArchiveTags::stream)
+            streams.emplace(entry.name, &entry);
+    for (auto & entry : whole)
+        if (auto const found = streams.find(entry.name); entry.type == ArchiveTags::stream && found != streams.end())
+            entry = *found->second;
+}
+
+std::uint64_t CountLost(Sorted const & sorted, std::vector<Entry> const & listed) {
+    std::unordered_set<ItemID> lost;
+    for (auto const * const entries : {&sorted.failed, &listed})
+        for (auto const & entry : *entries)
+            lost.insert(entry.id);
+    for (auto const & entry : sorted.whole)
+        lost.erase(entry.id);
+    return lost.size();
 }
 }
 
@@ -339,23 +433,22 @@ ArchiveSalvage SalvageArchive(std::string const & path, std::string const & targ
     auto const file = OpenFile(path, disk);
     Progress const progress{abort, report, context};
     ArchiveSalvage result;
-    std::vector<Entry> whole;
-    std::unordered_set<ItemID> lost;
-    if (auto const listed = OpenListed(path, file))
-        whole = KeepWhole(*file, path, listed->GetEntries(), progress, lost);
-    bool const isComplete = !whole.empty() && lost.empty();
-    if (!isComplete) {
+    Sorted sorted, listed;
+    if (auto const last = OpenListed(path, file))
+        sorted = listed = Sort(*file, path, last->GetEntries(), progress);
+    if (sorted.whole.empty() || !sorted.failed.empty()) {
         // A list that is gone, or a stream that is: an earlier state of it may lie in the file.
         result.hasScanned = true;
-        whole = KeepWhole(*file, path, ScanForItems(*file, progress), progress, lost);
+        sorted = FindItems(*file, path, progress);
+        PreferListed(sorted.whole, listed.whole);
     }
     if (progress.IsAborted())
         throw ArchiveError(ArchiveError::Kind::WriteFailed, target + ": stopped; nothing was written");
-    if (whole.empty())
+    if (sorted.whole.empty())
         throw ArchiveError(ArchiveError::Kind::Damaged, path + ": nothing in it can be saved");
-    result.itemsSaved = whole.size();
-    result.itemsLost = lost.size();
-    for (auto const & entry : whole)
+    result.itemsSaved = sorted.whole.size();
+    result.itemsLost = CountLost(sorted, listed.failed);
+    for (auto const & entry : sorted.whole)
         result.bytesSaved += entry.rawSize;
 
     auto const headerBlock = ReadAt(*file, 0, headerBytes);
@@ -363,7 +456,8 @@ ArchiveSalvage SalvageArchive(std::string const & path, std::string const & targ
     auto tag = header ? header->archiveTag : tagOfDamaged;
     if (tag == IDTag())
         tag = GetArchiveTagAsFound(headerBlock); // most likely something else in the header is damaged
-    auto const found = MakeCounted<ArchiveSnapshot>(path, file, header.value_or(Header()), Footer(), std::move(whole));
+    auto const found =
+        MakeCounted<ArchiveSnapshot>(path, file, header.value_or(Header()), Footer(), std::move(sorted.whole));
     auto const archive = Archive::Create(target, tag, disk);
     auto session = archive->CreateSession();
     session->SetKeepDamaged(true);

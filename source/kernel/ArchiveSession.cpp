@@ -26,6 +26,7 @@ using namespace ArchiveLayout;
 namespace {
 constexpr std::uint64_t batchBytes = 16 << 20;
 constexpr std::uint64_t leastDeadBytes = 16 << 20; // below that a file is never written anew
+constexpr std::uint32_t lastNumber = 0xffffffff;   // of a commit
 constexpr FileStoreCompressionHintGeneral const * noHint = nullptr;
 
 // Of streams and shared objects: small, and read whenever the document is opened.
@@ -53,7 +54,8 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
     : archive(std::move(sessionArchive)), base(archive->GetSnapshot()), commitID(GetRandom()) {
     auto const dead = base ? base->GetDeadBytes() : 0;
     bool const isMostlyDead = dead > leastDeadBytes && dead > base->GetEnd() / 2;
-    isUpdate = base && mode == ArchiveSaveMode::Update && !isMostlyDead;
+    bool const hasNumbersLeft = GetLastNumber() != lastNumber; // a new file counts from 1 again
+    isUpdate = base && mode == ArchiveSaveMode::Update && !isMostlyDead && hasNumbersLeft;
     if (base) {
         auto const count = base->GetEntries().size();
         entries.reserve(count);
@@ -72,6 +74,11 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
 }
 
 ArchiveSession::~ArchiveSession() { Undo(); }
+
+// Of the latest commit that is known of.
+std::uint32_t ArchiveSession::GetLastNumber() const {
+    return std::max(base ? base->GetNewestFooter() : 0, archive->unconfirmedCommit.load());
+}
 
 namespace {
 bool HasFooter(ArchiveFile const & file, Footer const & footer) {
@@ -99,8 +106,7 @@ Counted<ArchiveFile> ArchiveSession::LockBase() const {
         // damaged when this document was opened, or it is our own that the disk did not confirm. Then it is cut off,
         // with the rest of what is behind the last whole state.
         auto const footer = ArchiveSnapshot::FindFooter(*opened, itsHeader->fileID, *size);
-        auto const newestOfOurs = std::max(base->GetNewestFooter(), archive->unconfirmedCommit.load());
-        isSame = footer && footer->commitNumber <= newestOfOurs && footer->offset >= base->GetFooter().offset;
+        isSame = footer && footer->commitNumber <= GetLastNumber() && footer->offset >= base->GetFooter().offset;
     }
     if (!isSame)
         Fail(ArchiveError::Kind::Changed, path, "changed by another program since it was opened; nothing was saved");
@@ -415,8 +421,10 @@ ItemID ArchiveSession::AddItem(Pending item) {
 /// An item with the same content, which then is part of the document and stands for this one too.
 std::optional<ItemID> ArchiveSession::FindEqual(Pending const & item) {
     auto const hash = item.header.rawHash.low;
-    auto const found = itemByHash.Find(
-        hash, 0, [&](std::size_t i) { return hashes[i].first == hash && IsEqual(item, hashes[i].second); });
+    int attempts = 8; // of different content with one hash there is more only in a file that was made so
+    auto const found = itemByHash.Find(hash, 0, [&](std::size_t i) {
+        return hashes[i].first == hash && attempts-- > 0 && IsEqual(item, hashes[i].second);
+    });
     if (!found)
         return {};
     auto const id = hashes[*found].second;
@@ -514,7 +522,8 @@ void ArchiveSession::Commit() {
 
     Footer footer;
     footer.fileID = header.fileID.low;
-    footer.commitNumber = std::max(base ? base->GetNewestFooter() : 0, archive->unconfirmedCommit.load()) + 1;
+    auto const last = GetLastNumber();
+    footer.commitNumber = last == lastNumber ? 1 : last + 1;
     footer.previous = isUpdate ? base->GetFooter().offset : 0;
     footer.indexOffset = AlignUp(position, footerBytes);
     footer.indexSize = index.size();
@@ -556,6 +565,7 @@ void ArchiveSession::CommitFooter(Footer const & footer) {
     if (!isSynced || !archive->disk->Replace(*file, temporaryPath, path))
         FailWrite(path, "it could not be put in the place of the old one");
     isOpen = false;
+    archive->unconfirmedCommit = 0; // that was in the old file
     file->Unlock();
 }
 

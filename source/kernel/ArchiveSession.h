@@ -71,6 +71,7 @@ private:
 
     ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode mode);
 
+    std::uint32_t GetLastNumber() const;
     Counted<ArchiveFile> LockBase() const;
     void OpenForUpdate();
     void OpenAnew();

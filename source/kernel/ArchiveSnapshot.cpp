@@ -26,12 +26,16 @@ constexpr char const * cantDecompress = "its bytes can't be decompressed, or giv
 std::string GetTagText(IDTag tag) { return tag.GetText().data(); }
 
 // The index of a commit, from whichever of its two copies is whole.
-std::optional<std::vector<Entry>> ReadIndex(ArchiveFile const & file, Footer const & footer) {
+// @param attempts  counts down with each copy that fits its checksum and holds nonsense, which no damage brings about.
+std::optional<std::vector<Entry>> ReadIndex(ArchiveFile const & file, Footer const & footer, int & attempts) {
     for (auto const offset : {footer.indexOffset, footer.GetSecondIndexOffset()}) {
         auto const bytes = ReadUpTo(file, offset, footer.indexSize);
-        if (bytes.size() == footer.indexSize && Hash64(bytes.data(), bytes.size()) == footer.indexHash)
-            if (auto entries = DecodeIndex(bytes, footer.offset))
-                return entries;
+        if (bytes.size() != footer.indexSize || Hash64(bytes.data(), bytes.size()) != footer.indexHash)
+            continue;
+        if (attempts-- <= 0)
+            return {};
+        if (auto entries = DecodeIndex(bytes, footer.offset))
+            return entries;
     }
     return {};
 }
@@ -79,14 +83,18 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
                            path + ": a document of another kind, " + GetTagText(header->archiveTag));
     auto const size = file->GetSize();
     std::uint32_t newest = 0;
+    int attempts = 16; // each may cost as much memory as the file is long
     for (auto end = size.value_or(0); auto const footer = FindFooter(*file, header->fileID, end);) {
         newest = std::max(newest, footer->commitNumber);
-        if (auto entries = ReadIndex(*file, *footer)) {
-            if (footer->offset + footerBytes < size.value_or(0))
-                Trace(
-                    "%1: behind the last save that is whole there is more, of one that was cut off or damaged since\n",
-                    path.c_str());
-            return MakeCounted<ArchiveSnapshot>(path, std::move(file), *header, *footer, std::move(*entries), newest);
+        if (auto entries = ReadIndex(*file, *footer, attempts)) {
+            auto opened = MakeCounted<ArchiveSnapshot>(path, file, *header, *footer, std::move(*entries), newest);
+            if (opened->byID.size() == opened->entries.size()) { // else an id comes twice, and nobody knows what it is
+                if (opened->GetEnd() < size.value_or(0))
+                    Trace("%1: behind the last save that is whole there is more, of one that was cut off or damaged "
+                          "since\n",
+                          path.c_str());
+                return opened;
+            }
         }
         // Neither copy of the index is whole: take the commit before. Looking further on than there would be of no use,
         // and would let a hostile file have the same bytes checked for many footers.

@@ -45,13 +45,19 @@ std::vector<std::uint8_t> Compress(ArchiveLayout::Bytes raw, int level) {
 }
 }
 
+bool IsWithinRatio(std::uint64_t rawSize, std::uint64_t storedSize) {
+    constexpr std::uint64_t freeBytes = 4 << 20, mostRatio = 64;
+    return ArchiveLayout::CanGive(storedSize, rawSize) &&
+           (rawSize <= freeBytes || (rawSize - freeBytes + mostRatio - 1) / mostRatio <= storedSize);
+}
+
 Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint) {
     Encoded best;
     std::size_t bestSize = raw.size();
     if (!hint || raw.empty())
         return best;
     auto const consider = [&](std::vector<std::uint8_t> stored, std::uint8_t sampleBytes) {
-        if (stored.size() >= bestSize)
+        if (stored.size() >= bestSize || !IsWithinRatio(raw.size(), stored.size()))
             return;
         bestSize = stored.size();
         best = {ArchiveLayout::Codec::Zstd, sampleBytes, std::move(stored)};
@@ -68,31 +74,14 @@ Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint) 
 }
 
 namespace {
-// Decompresses in pieces: a few bytes may claim to be any number.
 std::optional<std::vector<std::uint8_t>> Decompress(ArchiveLayout::Bytes stored, std::uint64_t rawSize) {
-    constexpr std::uint64_t piece = 16 << 20;
-    if (ZSTD_getFrameContentSize(stored.data(), stored.size()) != rawSize)
+    if (!IsWithinRatio(rawSize, stored.size()) || ZSTD_getFrameContentSize(stored.data(), stored.size()) != rawSize ||
+        ZSTD_findFrameCompressedSize(stored.data(), stored.size()) != stored.size())
         return {};
-    auto * const context = GetDecompressor();
-    ZSTD_DCtx_reset(context, ZSTD_reset_session_only);
-    std::vector<std::uint8_t> raw(std::min(rawSize, piece));
-    ZSTD_inBuffer in{stored.data(), stored.size(), 0};
-    ZSTD_outBuffer out{raw.data(), raw.size(), 0};
-    for (;;) {
-        std::size_t const left = ZSTD_decompressStream(context, &out, &in);
-        if (ZSTD_isError(left))
-            return {};
-        if (left == 0)
-            break;
-        if (out.pos < out.size)
-            return {}; // it wants more than is there
-        if (raw.size() == rawSize)
-            return {};
-        raw.resize(std::min(rawSize, std::uint64_t(raw.size()) * 2));
-        out.dst = raw.data();
-        out.size = raw.size();
-    }
-    return out.pos == rawSize && in.pos == in.size ? std::optional(std::move(raw)) : std::nullopt;
+    std::vector<std::uint8_t> raw(rawSize);
+    std::size_t const size =
+        ZSTD_decompressDCtx(GetDecompressor(), raw.data(), raw.size(), stored.data(), stored.size());
+    return size == rawSize ? std::optional(std::move(raw)) : std::nullopt;
 }
 }
 

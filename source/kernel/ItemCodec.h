@@ -18,11 +18,16 @@ struct Encoded {
     std::vector<std::uint8_t> bytes; ///< empty for `Raw`: the item's own bytes are what is stored
 };
 
-/// The smallest of the forms that the hint allows: predicted and compressed, compressed, raw.
+/// Whether an item may have so many bytes and be stored in so few. Beyond 4 MiB there may be 64 bytes for each one
+/// stored: more than what documents hold ever has, and little enough that no small file takes much memory.
+bool IsWithinRatio(std::uint64_t rawSize, std::uint64_t storedSize);
+
+/// The smallest of the forms that the hint allows and that are within the ratio: predicted and compressed, compressed,
+/// raw.
 /// @param hint  null stores raw.
 Encoded Encode(ArchiveLayout::Bytes raw, FileStoreCompressionHint const * hint);
 
-/// @param rawSize  what the item says of itself. Memory is taken as bytes come, not for what is only claimed.
+/// @param rawSize  what the item says of itself.
 /// @return nothing if the stored bytes don't give exactly that many.
 std::optional<std::vector<std::uint8_t>> Decode(ArchiveLayout::Codec codec, std::uint8_t sampleBytes,
                                                 ArchiveLayout::Bytes stored, std::uint64_t rawSize);

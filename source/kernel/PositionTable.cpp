@@ -1,27 +1,14 @@
 #include "kernel/PositionTable.h"
 
+#include "kernel/TableHash.h"
+
 #include <algorithm>
-#include <random>
 #include <stdexcept>
 #include <utility>
 
 namespace Kernel {
-namespace {
-// Odd numbers that nobody outside knows: of a sum of products with these the upper half spreads whatever keys there
-// are.
-struct Factors {
-    std::uint64_t first, second;
-
-    static std::uint64_t Draw() {
-        std::random_device source;
-        return std::uint64_t(source()) << 32 | source() | 1;
-    }
-};
-}
-
 std::uint32_t PositionTable::GetHash(std::uint64_t key, std::uint64_t moreOfTheKey) noexcept {
-    static Factors const factors{Factors::Draw(), Factors::Draw()};
-    return static_cast<std::uint32_t>((key * factors.first + moreOfTheKey * factors.second) >> 32);
+    return static_cast<std::uint32_t>(GetTableHash(key, moreOfTheKey));
 }
 
 void PositionTable::Reserve(std::size_t count) {

@@ -11,7 +11,7 @@ namespace Kernel {
 /// Finds things that lie in some array by their keys: the table holds positions only, the keys stay with the things.
 /// One piece of memory for all of them, where a map of the standard library takes one for each, which is what large
 /// documents spend their time on. Nothing can be taken out.
-/// Keys may be hostile: they are hashed with numbers that are drawn anew for each process.
+/// Keys may be hostile: their hashes are `GetTableHash`.
 class PositionTable {
 public:
     /// Room for so many, before any is there.
