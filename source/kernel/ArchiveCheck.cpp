@@ -343,8 +343,8 @@ Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entr
 /// document of its own isn't taken apart.
 /// @param searched  the offsets of items that were looked into; grows.
 /// @param budget  bytes that headers and what they claim may still come to: many could name the same bytes.
-std::vector<Entry> FindWithin(ArchiveFile const & file, Sorted const & sorted,
-                              std::set<std::uint64_t> & searched, std::uint64_t & budget) {
+std::vector<Entry> FindWithin(ArchiveFile const & file, Sorted const & sorted, std::set<std::uint64_t> & searched,
+                              std::uint64_t & budget) {
     std::set<std::uint64_t> commits;
     for (auto const & entry : sorted.whole)
         commits.insert(entry.id.commit);
