@@ -61,20 +61,15 @@ std::vector<Band> Cut(Axis const & axis) {
     return bands;
 }
 
-}
+int Halve(int length) { return (length + 1) / 2; }
 
-DynamicBitmap Resample(DynamicBitmap const & bitmap, int level, Size const & from, Size const & to,
-                       Progress & progress) {
-    if (level == 0 && from.width == to.width && from.height == to.height)
-        return bitmap;
-    auto const params = progress.GetParams();
-    double const levelScale = std::ldexp(1.0, -level);
+/// Bilinear; result pixels are `scaleX` and `scaleY` pixels of the source apart.
+DynamicBitmap Scale(DynamicBitmap const & bitmap, Size const & to, double scaleX, double scaleY,
+                    Raster::TransferParams const & params) {
     DynamicBitmap result(to.width, to.height, bitmap.GetFormat(), Raster::MipmapModeNone,
                          Raster::HardwareCachePolicy());
-    Axis const axisX(bitmap.GetWidth(), to.width, double(from.width) / to.width * levelScale);
-    Axis const axisY(bitmap.GetHeight(), to.height, double(from.height) / to.height * levelScale);
-    for (auto const & row : Cut(axisY)) {
-        for (auto const & column : Cut(axisX)) {
+    for (auto const & row : Cut(Axis(bitmap.GetHeight(), to.height, scaleY))) {
+        for (auto const & column : Cut(Axis(bitmap.GetWidth(), to.width, scaleX))) {
             Kernel::RectT<int> const clip{column.begin, row.begin, column.end, row.end};
             std::array<double, 6> const matrix{column.step, 0, column.start, 0, row.step, row.start};
             auto part = params;
@@ -84,5 +79,25 @@ DynamicBitmap Resample(DynamicBitmap const & bitmap, int level, Size const & fro
         }
     }
     return result;
+}
+}
+
+DynamicBitmap Resample(DynamicBitmap const & bitmap, int level, Size const & from, Size const & to,
+                       Progress & progress) {
+    if (level == 0 && from.width == to.width && from.height == to.height)
+        return bitmap;
+    auto const params = progress.GetParams();
+    auto silent = params;
+    silent.progress = nullptr;
+    double scaleX = std::ldexp(double(from.width) / to.width, -level);
+    double scaleY = std::ldexp(double(from.height) / to.height, -level);
+    DynamicBitmap source = bitmap;
+    // Steps of more than two pixels would pass over some. A level has both directions halved; where one of them shrinks
+    // much more than the other, it is halved by itself: a sample right between two pixels is their mean.
+    for (; scaleX > 2; scaleX /= 2)
+        source = Scale(source, {Halve(source.GetWidth()), source.GetHeight()}, 2, 1, silent);
+    for (; scaleY > 2; scaleY /= 2)
+        source = Scale(source, {source.GetWidth(), Halve(source.GetHeight())}, 1, 2, silent);
+    return Scale(source, to, scaleX, scaleY, params);
 }
 }

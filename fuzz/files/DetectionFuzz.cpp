@@ -1,40 +1,25 @@
 // Opens bytes as a file of whatever type they look like, and draws what is in it.
+#include "DecodingLimit.h"
 #include "FuzzTarget.h"
 
 #include "colour/ICCProfile.h"
 #include "files/DynamicFile.h"
 #include "files/FileTransfer.h"
-#include "files/ImageLimits.h"
 #include "storage/CompressedRasterData.h"
 #include "storage/DynamicBitmap.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <exception>
 
 using namespace Raster;
+using Fuzz::Expect;
 
 namespace {
 constexpr int mostDrawn = 300; // pixels of a side, for speed
-
-void Expect(bool isTrue) {
-    if (!isTrue)
-        std::abort();
-}
-
-void LimitOnce() {
-    static bool const isLimited = [] {
-        auto limits = GetImageLimits();
-        limits.largestDecodedBytes = std::uint64_t(512) << 20;
-        SetImageLimits(limits);
-        return true;
-    }();
-    static_cast<void>(isLimited);
-}
 }
 
 int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size) {
-    LimitOnce();
+    Fuzz::LimitDecoding();
     auto const bytes = Kernel::MakeCounted<CompressedRasterData>();
     bytes->CopyFrom(data, size);
     DynamicFile file;

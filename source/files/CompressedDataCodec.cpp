@@ -7,8 +7,26 @@
 #include "pixel/transfer/TransferManaged.h"
 #include "storage/CompressedRasterData.h"
 
+#include <exception>
+#include <new>
+
 namespace Raster {
 namespace {
+// Whether the file could be decoded. That it can't is no error of who asks for pixels: it shows an empty picture.
+bool DrawWhole(DynamicBitmap & bitmap, DynamicFile & file, bool * abort) {
+    TransferParams params;
+    params.abort = abort;
+    try {
+        DrawOnce(bitmap, file, &params, nullptr, 0, 0);
+    } catch (std::bad_alloc const &) {
+        throw; // there may be memory the next time
+    } catch (std::exception const &) {
+        if (!file.HasFailed())
+            throw;
+    }
+    return !file.HasFailed();
+}
+
 void Decode(Kernel::Counted<CompressedRasterData const> const & data, DynamicBitmap & bitmap,
             Kernel::Consolidated<ICCProfile> & profile, bool * abort) {
     DynamicFile file;
@@ -16,10 +34,7 @@ void Decode(Kernel::Counted<CompressedRasterData const> const & data, DynamicBit
         return;
     DynamicBitmap decoded(file.GetWidth(), file.GetHeight(), file.GetFormat(), MipmapModeOnDemandDefault,
                           HardwareCachePolicy::Default);
-    TransferParams params;
-    params.abort = abort;
-    Draw(decoded, file, &params, nullptr, 0, 0);
-    if (file.HasFailed())
+    if (!DrawWhole(decoded, file, abort))
         return;
     profile = file.GetProfile();
     bitmap = decoded;

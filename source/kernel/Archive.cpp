@@ -23,6 +23,16 @@ namespace {
 // The shared objects that this thread is loading: one that is met again within itself has no end.
 thread_local std::vector<ItemID> loadingShared;
 
+// Keeps one copy of the bytes: objects that are being loaded may be 64 deep.
+// @param hasReferences  receives whether anything in it refers to an item, whatever its header says.
+Counted<InSerialiserFile const> ParseItem(ArchiveItemReader const & reader, ArchiveLayout::Entry const & entry,
+                                          FileStore & store, int depth, bool & hasReferences) {
+    auto const raw = reader.ReadRaw(entry);
+    hasReferences = !InSerialiserFile::FindReferences(raw).empty();
+    auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
+    return InSerialiserFile::ParseWithChecks(*stream, store, /*acceptFutureVersions=*/false, 0xffff, depth);
+}
+
 struct LoadingShared {
     explicit LoadingShared(ItemID id) { loadingShared.push_back(id); }
     ~LoadingShared() { loadingShared.pop_back(); }
@@ -84,9 +94,22 @@ Counted<ArchiveSnapshot const> Archive::GetSnapshot() const {
     return snapshot;
 }
 
+// That in which an item lies: the present one, unless only the one before has it. A stream that was opened before a
+// save may be parsed after it, and refers to what the save left out.
+Counted<ArchiveSnapshot const> Archive::GetSnapshotWith(ItemID id) const {
+    Counted<ArchiveSnapshot const> current, before;
+    {
+        ScopedLock const guard(snapshotLock);
+        current = snapshot;
+        before = previous;
+    }
+    return before && !current->Find(id) && before->Find(id) ? before : current;
+}
+
 void Archive::SetSnapshot(Counted<ArchiveSnapshot const> committed) {
     ScopedLock const guard(snapshotLock);
-    std::swap(snapshot, committed); // the old one goes after the lock
+    std::swap(snapshot, committed);
+    std::swap(previous, committed); // the oldest one goes after the lock
 }
 
 ArchiveInfo Archive::GetInfo() const {
@@ -96,26 +119,20 @@ ArchiveInfo Archive::GetInfo() const {
         return info;
     info.fileBytes = current->GetEnd();
     info.commitNumber = current->GetFooter().commitNumber;
-    // Entries stand in the order of the file: whatever lies between them belongs to nobody.
-    auto end = ArchiveLayout::headerBytes;
-    for (auto const & entry : current->GetEntries()) {
+    info.deadBytes = current->GetDeadBytes();
+    for (auto const & entry : current->GetEntries())
         info.items.push_back({entry.id, entry.type, entry.name, entry.rawSize, entry.storedSize, entry.offset});
-        info.deadBytes += entry.offset - std::min(end, entry.offset);
-        end = ArchiveLayout::AlignUp(entry.GetEnd(), ArchiveLayout::itemAlignment);
-    }
-    auto const indexOffset = current->GetFooter().indexOffset;
-    info.deadBytes += indexOffset - std::min(ArchiveLayout::AlignUp(end, ArchiveLayout::footerBytes), indexOffset);
     return info;
 }
 
 bool Archive::HasStream(std::string const & name) const {
     auto const current = GetSnapshot();
-    return current && current->FindNamed(name, ArchiveTags::stream);
+    return current && current->FindStream(name);
 }
 
 Counted<InStreamSeekable> Archive::OpenStream(std::string const & name) const {
     auto const current = GetSnapshot();
-    auto const * const entry = current ? current->FindNamed(name, ArchiveTags::stream) : nullptr;
+    auto const * const entry = current ? current->FindStream(name) : nullptr;
     if (!entry)
         return {};
     auto const raw = current->GetReader().ReadRaw(*entry);
@@ -123,7 +140,7 @@ Counted<InStreamSeekable> Archive::OpenStream(std::string const & name) const {
 }
 
 Counted<DelayLoadHolder> Archive::GetHolder(ItemID id, FileStoreItemType const & type) {
-    auto const current = GetSnapshot();
+    auto const current = GetSnapshotWith(id);
     auto const * const entry = current ? current->Find(id) : nullptr;
     if (!id || (entry && entry->type != type.GetTag()))
         return {};
@@ -154,7 +171,7 @@ void Archive::RememberHolder(ItemID id, DelayLoadHolder & holder) {
     holders->byID.emplace(id, &holder);
 }
 
-void Archive::RefreshHolders() {
+void Archive::MoveHolders() {
     std::vector<std::pair<ItemID, Counted<DelayLoadHolder>>> held;
     {
         ScopedLock const guard(holders->lock);
@@ -174,7 +191,7 @@ void Archive::RefreshHolders() {
 }
 
 Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
-    auto const current = GetSnapshot();
+    auto const current = GetSnapshotWith(id);
     auto const * const entry = current ? current->Find(id) : nullptr;
     if (!entry || entry->type != ArchiveTags::sharedObject ||
         std::find(loadingShared.begin(), loadingShared.end(), id) != loadingShared.end())
@@ -184,11 +201,12 @@ Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
         if (auto const * const known = holders->FindShared(id))
             return *known;
     }
-    auto loaded = ReadSharedObject(*current, *entry, depth);
+    bool hasReferences = false;
+    auto loaded = ReadSharedObject(*current, *entry, depth, hasReferences);
     ScopedLock const guard(holders->lock);
     if (auto const * const known = holders->FindShared(id))
         return *known; // another thread was faster, or this object was met within itself
-    if (!entry->HasReferences())
+    if (!hasReferences)
         holders->shared.emplace(id, loaded);
     else if (holders->loading != 0)
         holders->sharedWhileLoading.emplace(id, loaded);
@@ -208,12 +226,11 @@ void Archive::EndLoading() noexcept {
 }
 
 Counted<SharedSerialisable> Archive::ReadSharedObject(ArchiveSnapshot const & current,
-                                                      ArchiveLayout::Entry const & entry, int depth) {
+                                                      ArchiveLayout::Entry const & entry, int depth,
+                                                      bool & hasReferences) {
     LoadingShared const loading(entry.id);
     try {
-        auto const raw = current.GetReader().ReadRaw(entry);
-        auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
-        auto const parsed = InSerialiserFile::ParseWithChecks(*stream, *this, false, 0xffff, depth);
+        auto const parsed = ParseItem(current.GetReader(), entry, *this, depth, hasReferences);
         auto const * const properties = ClassRegistry::Find(parsed->GetRootTag());
         auto object = DynamicCast<SharedSerialisable>(properties ? properties->CreateObject() : nullptr);
         if (object && object->Load(*parsed, *this, parsed->GetRootVersion()))

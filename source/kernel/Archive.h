@@ -110,11 +110,12 @@ private:
             Counted<ArchiveSnapshot const> opened);
 
     Counted<ArchiveSnapshot const> GetSnapshot() const;
+    Counted<ArchiveSnapshot const> GetSnapshotWith(ItemID id) const;
     Counted<SharedSerialisable> ReadSharedObject(ArchiveSnapshot const & current, ArchiveLayout::Entry const & entry,
-                                                 int depth);
+                                                 int depth, bool & hasReferences);
     void SetSnapshot(Counted<ArchiveSnapshot const> committed);
-    /// Has all holders of the table load from the present snapshot, if their items are in it.
-    void RefreshHolders();
+    /// Has all holders of the table load from the present snapshot's file, if their items are in it.
+    void MoveHolders();
     void ForgetHolder(ItemID id, DelayLoadHolder const & holder) const noexcept;
     void RememberHolder(ItemID id, DelayLoadHolder & holder);
 
@@ -123,6 +124,7 @@ private:
     Counted<ArchiveDisk> const disk;
     mutable CriticalSectionSpin snapshotLock{LockRank::Leaf};
     Counted<ArchiveSnapshot const> snapshot; // guarded by snapshotLock; null before the first save
+    Counted<ArchiveSnapshot const> previous; // guarded by snapshotLock; the one before the last save of this archive
     std::unique_ptr<HolderTable> const holders;
     std::atomic<std::uint32_t> unconfirmedCommit{0}; // of the last save whose last sync failed
 };

@@ -56,7 +56,7 @@ class Verifier {
 public:
     Verifier(std::string filePath, Counted<ArchiveFile> openFile, Progress itsProgress)
         : path(std::move(filePath)), file(std::move(openFile)), progress(itsProgress),
-          size(file->GetSize().value_or(0)) {}
+          size(file->GetSize().value_or(0)), listBudget(64 * size + windowBytes) {}
 
     ArchiveReport Run() {
         auto const header = Header::Decode(ReadAt(*file, 0, headerBytes));
@@ -103,12 +103,14 @@ private:
     bool HasFooterPlace(std::uint64_t end) const {
         std::uint64_t budget = 4 * size + windowBytes; // a hostile tail could have the same bytes looked at for ever
         for (auto at = end; at + footerBytes <= size; at += footerBytes) {
-            auto const indexSize = GetIndexSize(ReadAt(*file, at, indexHeaderBytes));
+            auto const begin = ReadAt(*file, at, indexHeaderBytes);
+            auto const indexSize = GetIndexSize(begin);
             if (!indexSize || *indexSize > size - at)
                 continue;
-            if (*indexSize > budget)
+            auto const cost = *indexSize + std::min(size, GetIndexContentSize(begin));
+            if (cost > budget)
                 return true; // nothing that a save leaves looks like this
-            budget -= *indexSize;
+            budget -= cost;
             // The footer comes after both copies were synced.
             if (DecodeIndex(ReadAt(*file, at, *indexSize), at))
                 return Footer::GetOffset(at, *indexSize) + footerBytes <= size;
@@ -139,6 +141,8 @@ private:
         for (auto const offset : {footer.indexOffset, footer.GetSecondIndexOffset()}) {
             Claim(offset, footer.indexSize);
             auto const bytes = ReadAt(*file, offset, footer.indexSize);
+            if (!isNewest && !SpendOnList(bytes))
+                return;
             auto decoded = Hash64(bytes.data(), bytes.size()) == footer.indexHash ? DecodeIndex(bytes, footer.offset)
                                                                                   : std::nullopt;
             if (!decoded)
@@ -152,24 +156,40 @@ private:
             isHistoryLost = true;
             return;
         }
-        std::uint64_t end = 0;
         for (auto & entry : *entries) {
-            if (entry.offset < end)
-                AddProblem("item " + entry.name + " overlaps another one", isNewest, &entry);
-            end = entry.GetEnd();
             if (isNewest && !inUse.insert(entry.id).second)
                 AddProblem("item " + entry.name + " is listed twice", true, &entry);
             items.emplace(entry.offset, std::move(entry));
         }
     }
 
+    // Many saves of a large document have long lists, but no such lists compress by more than about ten to one: a file
+    // whose old lists are larger than this was made to keep us busy.
+    bool SpendOnList(Bytes list) {
+        auto const cost = std::min(size, GetIndexContentSize(list));
+        if (cost <= listBudget) {
+            listBudget -= cost;
+            return true;
+        }
+        isHistoryLost = true;
+        if (!std::exchange(areListsSkipped, true))
+            AddProblem("the lists of contents of earlier commits are too large to be checked", false);
+        return false;
+    }
+
+    // The items of one list lie one behind another. Those of two lists may overlap only in a file that was made so.
     void CheckItems() {
         ArchiveItemReader const reader(*file, path);
+        std::uint64_t end = 0;
         for (auto const & [offset, entry] : items) {
             if (progress.IsAborted())
                 return;
             Claim(offset, entry.headerSize + entry.storedSize);
             bool const isInUse = inUse.contains(entry.id);
+            if (offset < std::exchange(end, std::max(end, entry.GetEnd()))) {
+                AddProblem("item " + entry.name + " overlaps another one", isInUse, &entry);
+                continue;
+            }
             try {
                 auto const raw = reader.ReadRaw(entry, /*checkRaw=*/true);
                 if (isInUse)
@@ -187,9 +207,8 @@ private:
 
     // What an item refers to has to be there. Its header has to name it too, or a copy of the item would lack it.
     void CheckReferences(Entry const & entry, std::vector<ItemID> const & listed, Bytes raw) {
-        for (auto const & reference : listed)
-            if (!inUse.contains(reference))
-                AddProblem("item " + entry.name + " refers to an item that is missing", true, &entry);
+        if (std::any_of(listed.begin(), listed.end(), [&](ItemID const & id) { return !inUse.contains(id); }))
+            AddProblem("item " + entry.name + " refers to an item that is missing", true, &entry);
         std::unordered_set<ItemID> const known(listed.begin(), listed.end());
         for (auto const & reference : FindReferences(entry, raw))
             if (reference && !known.contains(reference))
@@ -240,6 +259,8 @@ private:
     std::map<std::uint64_t, Entry> items;           // of all commits, by offset
     std::unordered_set<ItemID> inUse;
     bool isHistoryLost = false;
+    bool areListsSkipped = false;
+    std::uint64_t listBudget; // bytes that the lists of earlier commits may still have
 };
 
 /// The entry of an item whose header stands at an offset and checks.
@@ -320,14 +341,15 @@ Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entr
     for (auto const & entry : entries) {
         if (progress.IsAborted())
             break;
+        if (known.contains(entry.id))
+            continue; // the same item once more: an id stands for the same bytes for ever
         try {
             reader.ReadRaw(entry, /*checkRaw=*/true);
         } catch (std::exception const &) { // damaged, or too large for this machine
             sorted.failed.push_back(entry);
             continue;
         }
-        if (!known.insert(entry.id).second)
-            continue; // the same item once more: an id stands for the same bytes for ever
+        known.insert(entry.id);
         auto const place = entry.type == ArchiveTags::stream ? streams.emplace(entry.name, sorted.whole.size())
                                                              : std::pair(streams.end(), true);
         if (place.second)

@@ -1,31 +1,36 @@
 #include "kernel/ArchiveItemSource.h"
 
 #include "kernel/FileStoreItem.h"
-#include "kernel/MemoryInStream.h"
 
 #include <exception>
 #include <utility>
 
 namespace Kernel {
-ArchiveItemSource::ArchiveItemSource(Counted<Archive> itemArchive, Counted<ArchiveSnapshot const> itemSnapshot,
+ArchiveItemSource::ArchiveItemSource(Counted<Archive> itemArchive, Counted<ArchiveSnapshot const> const & snapshot,
                                      ItemID itemID)
-    : archive(std::move(itemArchive)), snapshot(std::move(itemSnapshot)), id(itemID) {}
+    : archive(std::move(itemArchive)), file(snapshot->GetFile()), id(itemID) {
+    if (auto const * const found = snapshot->Find(id))
+        entry = *found;
+    if (entry && entry->HasReferences())
+        snapshotOfReferences = snapshot;
+}
 
 Counted<FileStoreItem> ArchiveItemSource::LoadItem(FileStoreItemType const & type, std::string & why) const {
-    auto const * const entry = snapshot->Find(id);
     if (!entry) {
-        why = snapshot->GetPath() + ": an item of type " + type.GetTag().GetText().data() + " is missing";
+        why = GetPath() + ": an item of type " + type.GetTag().GetText().data() + " is missing";
         return {};
     }
     try {
-        auto const raw = snapshot->GetReader().ReadRaw(*entry);
-        auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
         auto item = type.CreateObject();
-        if (item && item->Load(*stream, *archive)) {
+        bool isLoaded = false;
+        ArchiveItemReader(*file, GetPath()).UseRaw(*entry, [&](InStreamSeekable & stream) {
+            isLoaded = item && item->Load(stream, *archive);
+        });
+        if (isLoaded) {
             item->GetState().MarkAsStored(item->GetState().GetDirtyGeneration());
             return item;
         }
-        why = snapshot->GetPath() + ": item " + entry->name + " holds nothing of use";
+        why = GetPath() + ": item " + entry->name + " holds nothing of use";
     } catch (ArchiveError const & error) {
         why = error.what();
     }

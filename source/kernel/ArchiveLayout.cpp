@@ -202,14 +202,19 @@ std::optional<std::uint64_t> GetIndexSize(Bytes begin) {
     return stored <= mostIndexBytes ? std::optional(indexHeaderBytes + stored) : std::nullopt;
 }
 
+std::uint64_t GetIndexContentSize(Bytes begin) {
+    return begin.size() < indexHeaderBytes ? 0 : ReadAt<std::uint64_t>(begin.data() + 8);
+}
+
 std::optional<std::vector<Entry>> DecodeIndex(Bytes bytes, std::uint64_t fileSize) {
     if (bytes.size() < indexHeaderBytes || ReadAt<std::uint32_t>(bytes.data()) != indexMagic)
         return {};
     auto const rawSize = ReadAt<std::uint64_t>(bytes.data() + 8), storedSize = ReadAt<std::uint64_t>(bytes.data() + 16);
     auto const stored = bytes.subspan(indexHeaderBytes);
-    // No entry is without an item in the file, and names are short: that bounds what is allocated here.
-    std::uint64_t const most = std::min(mostIndexBytes, 8 + fileSize / itemHeaderBytes * (entryBytes + longestName));
-    if (storedSize != stored.size() || rawSize < 8 || rawSize > most ||
+    // No entry is without an item, whose header takes more of the file than the entry: that bounds what is allocated.
+    static_assert(entryBytes <= itemHeaderBytes);
+    std::uint64_t const most = std::min(mostIndexBytes, 8 + fileSize);
+    if (storedSize != stored.size() || rawSize < 8 || rawSize > most || !CanGive(storedSize, rawSize) ||
         ReadAt<std::uint64_t>(bytes.data() + 24) != Hash64(stored.data(), stored.size()) ||
         ZSTD_getFrameContentSize(stored.data(), stored.size()) != rawSize)
         return {};
@@ -233,9 +238,12 @@ std::optional<std::vector<Entry>> DecodeIndex(Bytes bytes, std::uint64_t fileSiz
     reader.Read<std::uint32_t>(entries, [](Entry & entry, auto value) { entry.type = IDTag::FromValue(value); });
     reader.Read<std::uint32_t>(entries, [&](Entry &, auto value) { nameSizes.push_back(value); });
     auto names = reader.GetRest();
+    std::uint64_t end = headerBytes;
     for (std::size_t i = 0; i < count; ++i) {
-        if (nameSizes[i] > longestName || nameSizes[i] > names.size() || !IsPlausible(entries[i], fileSize))
+        if (nameSizes[i] > longestName || nameSizes[i] > names.size() || !IsPlausible(entries[i], fileSize) ||
+            entries[i].offset < end || entries[i].headerSize < itemHeaderBytes + nameSizes[i])
             return {};
+        end = entries[i].GetEnd();
         entries[i].name.assign(reinterpret_cast<char const *>(names.data()), nameSizes[i]);
         names = names.subspan(nameSizes[i]);
     }

@@ -34,6 +34,9 @@ constexpr std::uint64_t AlignUp(std::uint64_t offset, std::uint64_t alignment) {
     return (offset + alignment - 1) / alignment * alignment;
 }
 
+/// Whether compressed bytes can give so many: a block of four bytes gives 128 KiB at most.
+constexpr bool CanGive(std::uint64_t compressedSize, std::uint64_t size) { return size / 32768 <= compressedSize; }
+
 /// XXH3, 64 and 128 bits, seed 0.
 std::uint64_t Hash64(void const * bytes, std::size_t size);
 struct Hash128 {
@@ -90,16 +93,19 @@ struct Entry {
     std::string name;
 
     std::uint64_t GetEnd() const { return offset + headerSize + storedSize; }
+    /// Whether the item refers to others.
     bool HasReferences() const { return headerSize > itemHeaderBytes + name.size(); }
 };
 
 inline constexpr std::uint64_t indexHeaderBytes = 32;
 /// The size of the block that begins with these bytes, by its own word; nothing if it is no index.
 std::optional<std::uint64_t> GetIndexSize(Bytes begin);
+/// The size that its entries have once they are decompressed, by its own word; 0 if the bytes are too few for one.
+std::uint64_t GetIndexContentSize(Bytes begin);
 /// The whole block as it stands in the file, its compressed entries included.
 std::vector<std::uint8_t> EncodeIndex(std::vector<Entry> const & entries);
+/// Nothing if it is damaged, or its entries are not in the order of the file, one behind another.
 /// @param fileSize  entries must lie below it.
-/// Nothing if it is damaged.
 std::optional<std::vector<Entry>> DecodeIndex(Bytes bytes, std::uint64_t fileSize);
 
 struct Footer {

@@ -26,6 +26,7 @@ using namespace ArchiveLayout;
 namespace {
 constexpr std::uint64_t batchBytes = 16 << 20;
 constexpr std::uint64_t leastDeadBytes = 16 << 20; // below that a file is never written anew
+constexpr std::uint32_t lastNumber = 0xffffffff;   // of a commit
 constexpr FileStoreCompressionHintGeneral const * noHint = nullptr;
 
 // Of streams and shared objects: small, and read whenever the document is opened.
@@ -51,12 +52,19 @@ std::uint64_t GetRandom() {
 
 ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode mode)
     : archive(std::move(sessionArchive)), base(archive->GetSnapshot()), commitID(GetRandom()) {
-    auto const info = archive->GetInfo();
-    bool const isMostlyDead = info.deadBytes > leastDeadBytes && info.deadBytes > info.fileBytes / 2;
-    isUpdate = base && mode == ArchiveSaveMode::Update && !isMostlyDead;
-    if (base)
+    auto const dead = base ? base->GetDeadBytes() : 0;
+    bool const isMostlyDead = dead > leastDeadBytes && dead > base->GetEnd() / 2;
+    bool const hasNumbersLeft = GetLastNumber() != lastNumber; // a new file counts from 1 again
+    isUpdate = base && mode == ArchiveSaveMode::Update && !isMostlyDead && hasNumbersLeft;
+    if (base) {
+        auto const count = base->GetEntries().size();
+        entries.reserve(count);
+        entryByID.Reserve(count);
+        hashes.reserve(count);
+        itemByHash.Reserve(count);
         for (auto const & entry : base->GetEntries())
-            entriesByHash.emplace(entry.rawHash, entry.id);
+            RememberHash(entry.rawHash, entry.id);
+    }
     try {
         isUpdate ? OpenForUpdate() : OpenAnew();
     } catch (...) {
@@ -66,6 +74,11 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
 }
 
 ArchiveSession::~ArchiveSession() { Undo(); }
+
+// Of the latest commit that is known of.
+std::uint32_t ArchiveSession::GetLastNumber() const {
+    return std::max(base ? base->GetNewestFooter() : 0, archive->unconfirmedCommit.load());
+}
 
 namespace {
 bool HasFooter(ArchiveFile const & file, Footer const & footer) {
@@ -93,8 +106,7 @@ Counted<ArchiveFile> ArchiveSession::LockBase() const {
         // damaged when this document was opened, or it is our own that the disk did not confirm. Then it is cut off,
         // with the rest of what is behind the last whole state.
         auto const footer = ArchiveSnapshot::FindFooter(*opened, itsHeader->fileID, *size);
-        auto const newestOfOurs = std::max(base->GetNewestFooter(), archive->unconfirmedCommit.load());
-        isSame = footer && footer->commitNumber <= newestOfOurs && footer->offset >= base->GetFooter().offset;
+        isSame = footer && footer->commitNumber <= GetLastNumber() && footer->offset >= base->GetFooter().offset;
     }
     if (!isSame)
         Fail(ArchiveError::Kind::Changed, path, "changed by another program since it was opened; nothing was saved");
@@ -153,13 +165,20 @@ ItemID ArchiveSession::Refer(ItemID id) {
 
 // What the stream that is complete refers to, each item once, in the order in which they came.
 std::vector<ItemID> ArchiveSession::TakeReferences() {
-    auto all = std::move(references.back());
+    auto const all = std::move(references.back());
     references.pop_back();
-    std::unordered_set<ItemID> seen;
-    std::erase_if(all, [&](ItemID const & id) { return !seen.insert(id).second; });
-    if (all.size() > mostReferences)
+    std::vector<ItemID> once;
+    once.reserve(all.size());
+    PositionTable seen;
+    seen.Reserve(all.size());
+    for (auto const & id : all)
+        if (!seen.Find(id.commit, id.number, [&](std::size_t i) { return once[i] == id; })) {
+            seen.Add(id.commit, id.number, once.size());
+            once.push_back(id);
+        }
+    if (once.size() > mostReferences)
         Fail(ArchiveError::Kind::WriteFailed, archive->GetPath(), "one object of it refers to more than 2^24 others");
-    return all;
+    return once;
 }
 
 template<class Write>
@@ -211,7 +230,7 @@ void ArchiveSession::StoreProperties(std::string const & name, IDTag rootTag, un
 }
 
 bool ArchiveSession::KeepStream(std::string const & name) {
-    auto const * const entry = base ? base->FindNamed(name, ArchiveTags::stream) : nullptr;
+    auto const * const entry = base ? base->FindStream(name) : nullptr;
     if (!entry)
         return false;
     TakeStreamName(name);
@@ -243,10 +262,11 @@ ItemID ArchiveSession::StoreSharedObject(SharedSerialisable const & object) {
 
 ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGenerator const & itemPath,
                                  FileStoreCompressionHint const * hint) {
-    Counted<DelayLoadHolder> const key(&holder);
-    auto const found = storedHolders.find(key);
-    if (found != storedHolders.end())
-        return Refer(found->second);
+    auto const address = reinterpret_cast<std::uintptr_t>(&holder);
+    auto const found =
+        storedHolderByAddress.Find(address, 0, [&](std::size_t i) { return storedHolders[i].first.Get() == &holder; });
+    if (found)
+        return Refer(storedHolders[*found].second);
     Counted<FileStoreItem> item;
     Counted<ArchiveItemSource const> source;
     {
@@ -257,13 +277,14 @@ ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGener
     }
     ItemID id;
     if (source && (!item || item->GetState().CanShare()))
-        id = KeepItem(source->GetSnapshot(), source->GetID());
+        id = KeepSource(*source);
     else if (item)
         id = TakeItem(holder, *item, itemPath, hint);
     else
         Fail(ArchiveError::Kind::Damaged, archive->GetPath(),
              "an item that belongs into it can't be loaded; nothing was saved");
-    storedHolders.emplace(key, id);
+    storedHolderByAddress.Add(address, 0, storedHolders.size());
+    storedHolders.emplace_back(Counted<DelayLoadHolder>(&holder), id);
     return Refer(id);
 }
 
@@ -271,7 +292,7 @@ ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGener
 ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
                                 FileStoreOutPathGenerator const & itemPath, FileStoreCompressionHint const * hint) {
     auto const generation = item.GetState().GetDirtyGeneration();
-    auto const stream = MakeCounted<MemoryOutStream>();
+    auto const stream = MakeCounted<MemoryOutStream>(TakeSpare());
     references.emplace_back();
     try {
         item.Save(*stream, *this);
@@ -297,20 +318,39 @@ ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id) {
     while (!waiting.empty()) {
         auto const next = waiting.back();
         waiting.pop_back();
-        if (entryByID.contains(next))
+        if (FindEntry(next))
             continue;
         // An id is the same item wherever it lies: what came from another document once is not copied again.
-        bool const isInBase = isUpdate && base->Find(next);
-        auto const & place = isInBase ? *base : source;
-        if (auto const * const entry = place.Find(next)) {
+        auto const * const inBase = isUpdate ? base->Find(next) : nullptr;
+        auto const & place = inBase ? *base : source;
+        if (auto const * const entry = inBase ? inBase : source.Find(next)) {
             auto const further = GetReferences(place, *entry);
-            KeepEntry(place, *entry);
+            KeepEntry(*place.GetFile(), place.GetPath(), *entry);
             waiting.insert(waiting.end(), further.begin(), further.end());
         } else if (!keepsDamaged)
-            Fail(ArchiveError::Kind::Damaged, source.GetPath(),
-                 "an item that belongs to the document is missing; nothing was saved");
+            FailMissing(source.GetPath());
     }
     return id;
+}
+
+// The same for what a holder stands for, which may have left its document since.
+ItemID ArchiveSession::KeepSource(ArchiveItemSource const & source) {
+    auto const id = source.GetID();
+    if (source.GetSnapshot())
+        return KeepItem(*source.GetSnapshot(), id);
+    if (FindEntry(id))
+        return id;
+    if (isUpdate && base->Find(id))
+        return KeepItem(*base, id);
+    if (source.GetEntry())
+        KeepEntry(source.GetFile(), source.GetPath(), *source.GetEntry());
+    else if (!keepsDamaged)
+        FailMissing(source.GetPath());
+    return id;
+}
+
+void ArchiveSession::FailMissing(std::string const & path) const {
+    Fail(ArchiveError::Kind::Damaged, path, "an item that belongs to the document is missing; nothing was saved");
 }
 
 std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source, Entry const & entry) const {
@@ -325,16 +365,17 @@ std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source
     }
 }
 
-void ArchiveSession::KeepEntry(ArchiveSnapshot const & source, Entry const & entry) {
-    if (isUpdate && source.GetFile() == base->GetFile())
+void ArchiveSession::KeepEntry(ArchiveFile const & from, std::string const & path, Entry const & entry) {
+    if (isUpdate && &from == base->GetFile().Get())
         return AddEntry(entry); // its bytes stay where they are
+    ArchiveItemReader const reader(from, path);
     std::vector<std::uint8_t> bytes;
     try {
-        bytes = source.GetReader().ReadStored(entry).bytes;
+        bytes = reader.ReadStored(entry).bytes;
     } catch (ArchiveError const &) {
         if (!keepsDamaged)
             throw;
-        bytes = source.GetReader().ReadUnchecked(entry);
+        bytes = reader.ReadUnchecked(entry);
         bytes.resize(entry.headerSize + entry.storedSize);
     }
     Flush(); // what was stored before comes before
@@ -346,9 +387,21 @@ void ArchiveSession::KeepEntry(ArchiveSnapshot const & source, Entry const & ent
     AddEntry(std::move(copy));
 }
 
+Entry const * ArchiveSession::FindEntry(ItemID id) const {
+    auto const found = entryByID.Find(id.commit, id.number, [&](std::size_t i) { return entries[i].id == id; });
+    return found ? &entries[*found] : nullptr;
+}
+
 void ArchiveSession::AddEntry(Entry entry) {
-    if (entryByID.emplace(entry.id, entries.size()).second)
-        entries.push_back(std::move(entry));
+    if (FindEntry(entry.id))
+        return;
+    entryByID.Add(entry.id.commit, entry.id.number, entries.size());
+    entries.push_back(std::move(entry));
+}
+
+void ArchiveSession::RememberHash(std::uint64_t hash, ItemID id) {
+    itemByHash.Add(hash, 0, hashes.size());
+    hashes.emplace_back(hash, id);
 }
 
 ItemID ArchiveSession::AddItem(Pending item) {
@@ -357,7 +410,7 @@ ItemID ArchiveSession::AddItem(Pending item) {
     if (auto const equal = FindEqual(item))
         return *equal;
     auto const id = item.header.id = {commitID, ++itemsAdded};
-    entriesByHash.emplace(item.header.rawHash.low, id);
+    RememberHash(item.header.rawHash.low, id);
     pendingBytes += item.raw.size();
     pending.push_back(std::move(item));
     if (pendingBytes >= batchBytes)
@@ -367,33 +420,40 @@ ItemID ArchiveSession::AddItem(Pending item) {
 
 /// An item with the same content, which then is part of the document and stands for this one too.
 std::optional<ItemID> ArchiveSession::FindEqual(Pending const & item) {
-    auto const [first, last] = entriesByHash.equal_range(item.header.rawHash.low);
-    for (auto i = first; i != last; ++i) {
-        auto const id = i->second;
-        auto const waiting =
-            std::find_if(pending.begin(), pending.end(), [&](Pending const & other) { return other.header.id == id; });
-        if (waiting != pending.end()) {
-            bool const isSameName = item.header.type != ArchiveTags::stream || waiting->header.name == item.header.name;
-            if (waiting->header.type == item.header.type && isSameName && waiting->raw == item.raw)
-                return id;
-            continue;
-        }
-        auto const known = entryByID.find(id);
-        auto const * const entry = known != entryByID.end() ? &entries[known->second] : base ? base->Find(id) : nullptr;
-        if (!entry || !IsEqual(item, *entry))
-            continue;
-        return known != entryByID.end() ? id : KeepItem(*base, id);
-    }
-    return {};
+    auto const hash = item.header.rawHash.low;
+    int attempts = 8; // of different content with one hash there is more only in a file that was made so
+    auto const found = itemByHash.Find(hash, 0, [&](std::size_t i) {
+        return hashes[i].first == hash && attempts-- > 0 && IsEqual(item, hashes[i].second);
+    });
+    if (!found)
+        return {};
+    auto const id = hashes[*found].second;
+    bool const isHere = FindEntry(id) || FindPending(id);
+    return isHere ? id : KeepItem(*base, id);
 }
 
-bool ArchiveSession::IsEqual(Pending const & item, Entry const & entry) const {
+ArchiveSession::Pending const * ArchiveSession::FindPending(ItemID id) const {
+    auto const found =
+        std::find_if(pending.begin(), pending.end(), [&](Pending const & other) { return other.header.id == id; });
+    return found != pending.end() ? &*found : nullptr;
+}
+
+bool ArchiveSession::IsEqual(Pending const & item, ItemID other) const {
+    if (auto const * const waiting = FindPending(other)) {
+        bool const isSameName = item.header.type != ArchiveTags::stream || waiting->header.name == item.header.name;
+        return waiting->header.type == item.header.type && isSameName && waiting->raw == item.raw;
+    }
+    auto const * const known = FindEntry(other);
+    auto const * const entry = known ? known : base ? base->Find(other) : nullptr;
+    return entry && IsEqual(item, *entry, known ? *file : *base->GetFile());
+}
+
+bool ArchiveSession::IsEqual(Pending const & item, Entry const & entry, ArchiveFile const & place) const {
     bool const isSameName = item.header.type != ArchiveTags::stream || entry.name == item.header.name;
     if (entry.type != item.header.type || entry.rawSize != item.raw.size() || !isSameName)
         return false;
-    bool const isHere = entryByID.contains(entry.id);
     try {
-        return ArchiveItemReader(isHere ? *file : *base->GetFile(), archive->GetPath()).ReadRaw(entry) == item.raw;
+        return ArchiveItemReader(place, archive->GetPath()).ReadRaw(entry) == item.raw;
     } catch (ArchiveError const &) {
         return false; // a damaged one is no stand-in
     }
@@ -404,31 +464,55 @@ void ArchiveSession::Flush() {
     if (pending.empty())
         return;
     std::vector<ItemCodec::Encoded> encoded(pending.size());
-    Dispatch::ParallelFor(pending.size(), [&](std::uint64_t i) {
-        auto & item = pending[i];
-        encoded[i] = ItemCodec::Encode(item.raw, item.hint ? &*item.hint : noHint);
-        auto const & stored = encoded[i].codec == Codec::Raw ? item.raw : encoded[i].bytes;
-        item.header.codec = encoded[i].codec;
-        item.header.sampleBytes = encoded[i].sampleBytes;
-        item.header.storedSize = stored.size();
-        item.header.storedHash = Hash64(stored.data(), stored.size());
-    });
-    std::vector<std::uint8_t> bytes;
+    Dispatch::ParallelFor(pending.size(), [&](std::uint64_t i) { Compress(pending[i], encoded[i]); });
+    std::uint64_t most = 0;
+    for (auto const & item : pending)
+        most += itemAlignment + item.header.GetEncodedSize() + item.header.storedSize;
+    batch.clear();
+    batch.reserve(most);
     std::vector<Entry> added;
+    added.reserve(pending.size());
     for (std::size_t i = 0; i < pending.size(); ++i) {
-        bytes.resize(AlignUp(position + bytes.size(), itemAlignment) - position);
+        batch.resize(AlignUp(position + batch.size(), itemAlignment) - position);
         auto const & itemHeader = pending[i].header;
-        added.push_back({itemHeader.id, position + bytes.size(), itemHeader.GetEncodedSize(), itemHeader.storedSize,
+        added.push_back({itemHeader.id, position + batch.size(), itemHeader.GetEncodedSize(), itemHeader.storedSize,
                          itemHeader.rawSize, itemHeader.rawHash.low, itemHeader.type, itemHeader.name});
-        itemHeader.Encode(bytes);
+        itemHeader.Encode(batch);
         auto const & stored = encoded[i].codec == Codec::Raw ? pending[i].raw : encoded[i].bytes;
-        bytes.insert(bytes.end(), stored.begin(), stored.end());
+        batch.insert(batch.end(), stored.begin(), stored.end());
     }
-    Append(bytes);
+    Append(batch);
+    if (batch.capacity() > 2 * batchBytes) // that of a single large item
+        batch = {};
+    for (auto & item : pending)
+        TakeBack(std::move(item));
     pending.clear();
     pendingBytes = 0;
     for (auto & entry : added)
         AddEntry(std::move(entry));
+}
+
+void ArchiveSession::Compress(Pending & item, ItemCodec::Encoded & encoded) const {
+    encoded = ItemCodec::Encode(item.raw, item.hint ? &*item.hint : noHint);
+    auto const & stored = encoded.codec == Codec::Raw ? item.raw : encoded.bytes;
+    item.header.codec = encoded.codec;
+    item.header.sampleBytes = encoded.sampleBytes;
+    item.header.storedSize = stored.size();
+    item.header.storedHash = Hash64(stored.data(), stored.size());
+}
+
+// Memory for the bytes of items, which the system would take back after each batch to give it out anew, page by page.
+void ArchiveSession::TakeBack(Pending item) {
+    if (item.raw.capacity() >= ItemCodec::blockBytes && item.raw.capacity() <= 2 * ItemCodec::blockBytes)
+        spare.push_back(std::move(item.raw));
+}
+
+std::vector<std::uint8_t> ArchiveSession::TakeSpare() {
+    if (spare.empty())
+        return {};
+    auto memory = std::move(spare.back());
+    spare.pop_back();
+    return memory;
 }
 
 void ArchiveSession::Commit() {
@@ -438,7 +522,8 @@ void ArchiveSession::Commit() {
 
     Footer footer;
     footer.fileID = header.fileID.low;
-    footer.commitNumber = std::max(base ? base->GetNewestFooter() : 0, archive->unconfirmedCommit.load()) + 1;
+    auto const last = GetLastNumber();
+    footer.commitNumber = last == lastNumber ? 1 : last + 1;
     footer.previous = isUpdate ? base->GetFooter().offset : 0;
     footer.indexOffset = AlignUp(position, footerBytes);
     footer.indexSize = index.size();
@@ -480,14 +565,17 @@ void ArchiveSession::CommitFooter(Footer const & footer) {
     if (!isSynced || !archive->disk->Replace(*file, temporaryPath, path))
         FailWrite(path, "it could not be put in the place of the old one");
     isOpen = false;
+    archive->unconfirmedCommit = 0; // that was in the old file
     file->Unlock();
 }
 
 // Holders whose items were taken load from here from now on.
 void ArchiveSession::AfterCommit() {
-    archive->RefreshHolders();
+    if (!isUpdate)
+        archive->MoveHolders(); // else what is known of where items lie stays true
     auto const current = archive->GetSnapshot();
     storedHolders.clear();
+    storedHolderByAddress.Clear();
     for (auto & [holder, item, generation, id] : taken) {
         ScopedLock const guard(*holder);
         holder->SetSource(MakeCounted<ArchiveItemSource>(archive, current, id));

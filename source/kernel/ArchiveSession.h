@@ -5,15 +5,21 @@
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/FileStoreCompressionHint.h"
 #include "kernel/FileStoreOut.h"
+#include "kernel/PositionTable.h"
 
 #include <functional>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace Kernel {
+namespace ItemCodec {
+struct Encoded;
+}
+class ArchiveItemSource;
 class ArchiveSnapshot;
 class OutSerialiser;
 class Serialisable;
@@ -65,6 +71,7 @@ private:
 
     ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode mode);
 
+    std::uint32_t GetLastNumber() const;
     Counted<ArchiveFile> LockBase() const;
     void OpenForUpdate();
     void OpenAnew();
@@ -74,15 +81,25 @@ private:
     ItemID TakeItem(DelayLoadHolder & holder, FileStoreItem & item, FileStoreOutPathGenerator const & itemPath,
                     FileStoreCompressionHint const * hint);
     ItemID KeepItem(ArchiveSnapshot const & source, ItemID id);
-    void KeepEntry(ArchiveSnapshot const & source, Entry const & entry);
+    ItemID KeepSource(ArchiveItemSource const & source);
+    void KeepEntry(ArchiveFile const & from, std::string const & path, Entry const & entry);
+    [[noreturn]] void FailMissing(std::string const & path) const;
     std::vector<ItemID> GetReferences(ArchiveSnapshot const & source, Entry const & entry) const;
     template<class Write>
     ItemID AddNestable(IDTag type, std::string const & name, Write const & write);
     ItemID AddItem(Pending item);
     std::optional<ItemID> FindEqual(Pending const & item);
-    bool IsEqual(Pending const & item, Entry const & entry) const;
+    Pending const * FindPending(ItemID id) const;
+    bool IsEqual(Pending const & item, ItemID other) const;
+    bool IsEqual(Pending const & item, Entry const & entry, ArchiveFile const & place) const;
+    /// Null if it isn't part of the document so far.
+    Entry const * FindEntry(ItemID id) const;
     void AddEntry(Entry entry);
+    void RememberHash(std::uint64_t hash, ItemID id);
     void Flush();
+    void Compress(Pending & item, ItemCodec::Encoded & encoded) const;
+    void TakeBack(Pending item);
+    std::vector<std::uint8_t> TakeSpare();
     void Append(std::vector<std::uint8_t> const & bytes);
     void Commit();
     void CommitFooter(ArchiveLayout::Footer const & footer);
@@ -102,14 +119,18 @@ private:
     std::uint64_t commitID = 0; // the first half of the ids of new items
     std::uint64_t itemsAdded = 0, bytesWritten = 0;
     std::vector<Entry> entries; // everything that belongs to the document so far
-    std::unordered_map<ItemID, std::size_t> entryByID;
-    std::unordered_multimap<std::uint64_t, ItemID> entriesByHash; // of the base, and of what was added
+    PositionTable entryByID;
+    std::vector<std::pair<std::uint64_t, ItemID>> hashes; // of the base's items, and of those that were added
+    PositionTable itemByHash;                             // positions in `hashes`
     std::unordered_set<std::string> streamNames;
-    std::unordered_map<Counted<DelayLoadHolder>, ItemID> storedHolders;
+    std::vector<std::pair<Counted<DelayLoadHolder>, ItemID>> storedHolders;
+    PositionTable storedHolderByAddress;
     std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;
     std::vector<Taken> taken;
     std::vector<Pending> pending;
     std::uint64_t pendingBytes = 0;
-    std::vector<std::vector<ItemID>> references; // of the streams that are being written, one in another
+    std::vector<std::uint8_t> batch;              // of the last flush, for the memory
+    std::vector<std::vector<std::uint8_t>> spare; // memory of items that were written
+    std::vector<std::vector<ItemID>> references;  // of the streams that are being written, one in another
 };
 }

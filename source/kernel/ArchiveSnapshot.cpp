@@ -1,10 +1,14 @@
 #include "kernel/ArchiveSnapshot.h"
 
 #include "kernel/ArchiveError.h"
+#include "kernel/ArchiveTags.h"
 #include "kernel/ItemCodec.h"
+#include "kernel/MemoryInStream.h"
+#include "kernel/PredictedInStream.h"
 #include "kernel/Trace.h"
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 namespace Kernel {
@@ -17,15 +21,21 @@ std::vector<std::uint8_t> ReadUpTo(ArchiveFile const & file, std::uint64_t offse
     return bytes;
 }
 
+constexpr char const * cantDecompress = "its bytes can't be decompressed, or give another size";
+
 std::string GetTagText(IDTag tag) { return tag.GetText().data(); }
 
 // The index of a commit, from whichever of its two copies is whole.
-std::optional<std::vector<Entry>> ReadIndex(ArchiveFile const & file, Footer const & footer) {
+// @param attempts  counts down with each copy that fits its checksum and holds nonsense, which no damage brings about.
+std::optional<std::vector<Entry>> ReadIndex(ArchiveFile const & file, Footer const & footer, int & attempts) {
     for (auto const offset : {footer.indexOffset, footer.GetSecondIndexOffset()}) {
         auto const bytes = ReadUpTo(file, offset, footer.indexSize);
-        if (bytes.size() == footer.indexSize && Hash64(bytes.data(), bytes.size()) == footer.indexHash)
-            if (auto entries = DecodeIndex(bytes, footer.offset))
-                return entries;
+        if (bytes.size() != footer.indexSize || Hash64(bytes.data(), bytes.size()) != footer.indexHash)
+            continue;
+        if (attempts-- <= 0)
+            return {};
+        if (auto entries = DecodeIndex(bytes, footer.offset))
+            return entries;
     }
     return {};
 }
@@ -36,9 +46,12 @@ ArchiveSnapshot::ArchiveSnapshot(std::string snapshotPath, Counted<ArchiveFile c
                                  std::uint32_t itsNewestFooter)
     : path(std::move(snapshotPath)), file(std::move(openFile)), header(itsHeader), footer(itsFooter),
       newestFooter(std::max(itsNewestFooter, itsFooter.commitNumber)), entries(std::move(itsEntries)) {
-    byID.reserve(entries.size());
-    for (std::size_t i = 0; i < entries.size(); ++i)
-        byID.emplace(entries[i].id, i);
+    byID.Reserve(entries.size());
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        byID.Add(entries[i].id.commit, entries[i].id.number, i);
+        if (entries[i].type == ArchiveTags::stream)
+            streamsByName.Add(Hash64(entries[i].name.data(), entries[i].name.size()), 0, i);
+    }
 }
 
 std::optional<Footer> ArchiveSnapshot::FindFooter(ArchiveFile const & file, FileID const & id, std::uint64_t end) {
@@ -70,14 +83,18 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
                            path + ": a document of another kind, " + GetTagText(header->archiveTag));
     auto const size = file->GetSize();
     std::uint32_t newest = 0;
+    int attempts = 16; // each may cost as much memory as the file is long
     for (auto end = size.value_or(0); auto const footer = FindFooter(*file, header->fileID, end);) {
         newest = std::max(newest, footer->commitNumber);
-        if (auto entries = ReadIndex(*file, *footer)) {
-            if (footer->offset + footerBytes < size.value_or(0))
-                Trace(
-                    "%1: behind the last save that is whole there is more, of one that was cut off or damaged since\n",
-                    path.c_str());
-            return MakeCounted<ArchiveSnapshot>(path, std::move(file), *header, *footer, std::move(*entries), newest);
+        if (auto entries = ReadIndex(*file, *footer, attempts)) {
+            auto opened = MakeCounted<ArchiveSnapshot>(path, file, *header, *footer, std::move(*entries), newest);
+            if (opened->byID.size() == opened->entries.size()) { // else an id comes twice, and nobody knows what it is
+                if (opened->GetEnd() < size.value_or(0))
+                    Trace("%1: behind the last save that is whole there is more, of one that was cut off or damaged "
+                          "since\n",
+                          path.c_str());
+                return opened;
+            }
         }
         // Neither copy of the index is whole: take the commit before. Looking further on than there would be of no use,
         // and would let a hostile file have the same bytes checked for many footers.
@@ -87,14 +104,24 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
 }
 
 Entry const * ArchiveSnapshot::Find(ItemID id) const {
-    auto const found = byID.find(id);
-    return found == byID.end() ? nullptr : &entries[found->second];
+    auto const found = byID.Find(id.commit, id.number, [&](std::size_t i) { return entries[i].id == id; });
+    return found ? &entries[*found] : nullptr;
 }
 
-Entry const * ArchiveSnapshot::FindNamed(std::string const & name, IDTag type) const {
-    auto const found = std::find_if(entries.begin(), entries.end(),
-                                    [&](Entry const & entry) { return entry.type == type && entry.name == name; });
-    return found == entries.end() ? nullptr : &*found;
+Entry const * ArchiveSnapshot::FindStream(std::string const & name) const {
+    auto const found =
+        streamsByName.Find(Hash64(name.data(), name.size()), 0, [&](std::size_t i) { return entries[i].name == name; });
+    return found ? &entries[*found] : nullptr;
+}
+
+// Entries stand in the order of the file: whatever lies between them belongs to nobody.
+std::uint64_t ArchiveSnapshot::GetDeadBytes() const {
+    std::uint64_t bytes = 0, end = headerBytes;
+    for (auto const & entry : entries) {
+        bytes += entry.offset - std::min(end, entry.offset);
+        end = AlignUp(entry.GetEnd(), itemAlignment);
+    }
+    return bytes + footer.indexOffset - std::min(AlignUp(end, footerBytes), footer.indexOffset);
 }
 
 void ArchiveItemReader::FailDamaged(Entry const & entry, char const * what) const {
@@ -124,21 +151,73 @@ std::vector<std::uint8_t> ArchiveItemReader::ReadUnchecked(Entry const & entry) 
 
 ArchiveItemReader::Stored ArchiveItemReader::ReadStored(Entry const & entry) const {
     auto bytes = ReadUnchecked(entry);
+    auto checked = CheckStored(entry, bytes);
+    Stored stored{std::move(checked), std::move(bytes), {}};
+    stored.payload = Bytes(stored.bytes).subspan(entry.headerSize);
+    return stored;
+}
+
+// Header and payload as they were read, fewer if the file has no more.
+ItemHeader ArchiveItemReader::CheckStored(Entry const & entry, Bytes bytes) const {
     auto decoded = DecodeHeader(entry, bytes);
     if (bytes.size() != entry.headerSize + entry.storedSize)
         FailDamaged(entry, "the file is too short");
-    Stored stored{std::move(decoded), std::move(bytes), {}};
-    stored.payload = Bytes(stored.bytes).subspan(entry.headerSize);
-    if (Hash64(stored.payload.data(), stored.payload.size()) != stored.header.storedHash)
+    auto const payload = bytes.subspan(entry.headerSize);
+    if (Hash64(payload.data(), payload.size()) != decoded.storedHash)
         FailDamaged(entry, "its bytes do not fit their checksum");
-    return stored;
+    return decoded;
+}
+
+namespace {
+// Of a tile on its way: as it is stored, and decompressed. Each thread keeps one for the next tile, since taking and
+// clearing so much would cost as much as the checksum. An item that loads another while it is loaded takes a new one.
+struct TileBuffers {
+    static constexpr std::size_t storedBytes = ItemCodec::blockBytes + 4096;
+    std::uint8_t stored[storedBytes], decompressed[ItemCodec::blockBytes];
+};
+
+class TakenBuffers {
+public:
+    TakenBuffers() : buffers(std::move(kept)) {
+        if (!buffers)
+            buffers.reset(new TileBuffers);
+    }
+    ~TakenBuffers() { kept = std::move(buffers); }
+    TileBuffers * operator->() const { return buffers.get(); }
+
+private:
+    static thread_local std::unique_ptr<TileBuffers> kept;
+    std::unique_ptr<TileBuffers> buffers;
+};
+thread_local std::unique_ptr<TileBuffers> TakenBuffers::kept;
+}
+
+void ArchiveItemReader::UseRawI(Entry const & entry, void * data, void (*use)(void *, InStreamSeekable &)) const {
+    auto const size = entry.headerSize + entry.storedSize;
+    if (entry.rawSize == ItemCodec::blockBytes && size <= TileBuffers::storedBytes) {
+        TakenBuffers const buffers;
+        Bytes const bytes(buffers->stored, file.Read(entry.offset, buffers->stored, size));
+        auto const checked = CheckStored(entry, bytes);
+        auto const payload = bytes.subspan(entry.headerSize);
+        if (checked.codec == Codec::Raw && checked.sampleBytes == 0 && payload.size() == ItemCodec::blockBytes)
+            return use(data, *MakeCounted<MemoryInStream>(payload.data(), payload.size()));
+        if (ItemCodec::IsCompressedBlock(checked.codec, checked.sampleBytes, entry.rawSize)) {
+            if (!ItemCodec::DecompressBlock(payload, buffers->decompressed))
+                FailDamaged(entry, cantDecompress);
+            if (checked.sampleBytes != 0)
+                return use(data, *MakeCounted<PredictedInStream>(buffers->decompressed, checked.sampleBytes));
+            return use(data, *MakeCounted<MemoryInStream>(buffers->decompressed, ItemCodec::blockBytes));
+        }
+    }
+    auto const raw = ReadRaw(entry);
+    use(data, *MakeCounted<MemoryInStream>(raw.data(), raw.size()));
 }
 
 std::vector<std::uint8_t> ArchiveItemReader::ReadRaw(Entry const & entry, bool checkRaw) const {
     auto const stored = ReadStored(entry);
     auto raw = ItemCodec::Decode(stored.header.codec, stored.header.sampleBytes, stored.payload, entry.rawSize);
     if (!raw)
-        FailDamaged(entry, "its bytes can't be decompressed, or give another size");
+        FailDamaged(entry, cantDecompress);
     if (checkRaw && GetHash128(raw->data(), raw->size()) != stored.header.rawHash)
         FailDamaged(entry, "its content does not fit its checksum");
     return *std::move(raw);

@@ -5,9 +5,12 @@
 #include "kernel/ArchiveLayout.h"
 #include "kernel/Countable.h"
 #include "kernel/Counted.h"
+#include "kernel/InStream.h"
+#include "kernel/PositionTable.h"
 
+#include <memory>
 #include <string>
-#include <unordered_map>
+#include <type_traits>
 #include <vector>
 
 namespace Kernel {
@@ -31,10 +34,20 @@ public:
     /// @param checkRaw  also compares their own checksum, which is implied by that of the stored bytes unless the
     ///                  program that wrote them was wrong.
     std::vector<std::uint8_t> ReadRaw(Entry const & entry, bool checkRaw = false) const;
+    /// Calls `use(InStreamSeekable &)` with the bytes of the item, which are there for so long.
+    template<class Use>
+    void UseRaw(Entry const & entry, Use && use) const {
+        using Callable = std::remove_reference_t<Use>;
+        auto * const data = const_cast<void *>(static_cast<void const *>(std::addressof(use)));
+        UseRawI(entry, data,
+                [](void * callable, InStreamSeekable & stream) { (*static_cast<Callable *>(callable))(stream); });
+    }
     /// An entry's bytes as they stand in the file, whole or not. Throws nothing.
     std::vector<std::uint8_t> ReadUnchecked(Entry const & entry) const;
 
 private:
+    void UseRawI(Entry const & entry, void * data, void (*use)(void * data, InStreamSeekable & stream)) const;
+    ArchiveLayout::ItemHeader CheckStored(Entry const & entry, ArchiveLayout::Bytes bytes) const;
     ArchiveLayout::ItemHeader DecodeHeader(Entry const & entry, ArchiveLayout::Bytes bytes) const;
     [[noreturn]] void FailDamaged(Entry const & entry, char const * what) const;
 
@@ -70,9 +83,12 @@ public:
     /// Where the next save begins.
     std::uint64_t GetEnd() const { return footer.offset + ArchiveLayout::footerBytes; }
 
+    /// Of what belongs to no item any more, and of older lists of contents.
+    std::uint64_t GetDeadBytes() const;
+
     // Null if there is none.
     Entry const * Find(ItemID id) const;
-    Entry const * FindNamed(std::string const & name, IDTag type) const;
+    Entry const * FindStream(std::string const & name) const;
 
     /// Valid while the snapshot lives.
     ArchiveItemReader GetReader() const { return {*file, path}; }
@@ -84,6 +100,6 @@ private:
     ArchiveLayout::Footer const footer;
     std::uint32_t const newestFooter;
     std::vector<Entry> const entries;
-    std::unordered_map<ItemID, std::size_t> byID; // positions in `entries`
+    PositionTable byID, streamsByName; // positions in `entries`
 };
 }

@@ -149,9 +149,10 @@ std::optional<InSerialiser::Nested> InSerialiser::OpenClass(IDTag tag, ClassUID 
     return nested && nested->uid == uid ? nested : std::nullopt;
 }
 
-Counted<Serialisable> InSerialiser::LoadContent(Bytes content, FileStore & store) const {
+Counted<Serialisable> InSerialiser::LoadContent(Bytes content, FileStore & store,
+                                                ClassPropertiesBase const * expected) const {
     auto const nested = OpenObject(content);
-    if (!nested || depth >= PropertyStream::deepest)
+    if (!nested || depth >= PropertyStream::deepest || (expected && nested->uid != expected->GetClassUID()))
         return {};
     auto const * const properties = ClassRegistry::Find(nested->uid);
     auto object = properties ? properties->CreateObject() : Counted<Serialisable>();
@@ -169,7 +170,8 @@ bool InSerialiser::LoadObjectI(IDTag tag, FileStore & store, Counted<Serialisabl
     return true;
 }
 
-bool InSerialiser::LoadObjectsI(IDTag tag, FileStore & store, std::vector<Counted<Serialisable>> & objects) const {
+bool InSerialiser::LoadObjectsI(IDTag tag, FileStore & store, std::vector<Counted<Serialisable>> & objects,
+                                ClassPropertiesBase const * expected) const {
     auto const record = Find(tag, PropType::ObjectArray);
     if (!record || record->bytes.size() < sizeof(std::uint64_t))
         return false;
@@ -186,7 +188,7 @@ bool InSerialiser::LoadObjectsI(IDTag tag, FileStore & store, std::vector<Counte
         rest = rest.subspan(sizeof(std::uint64_t));
         if (length > rest.size())
             return false;
-        loaded.push_back(LoadContent(rest.first(static_cast<std::size_t>(length)), store));
+        loaded.push_back(LoadContent(rest.first(static_cast<std::size_t>(length)), store, expected));
         rest = rest.subspan(static_cast<std::size_t>(length));
     }
     objects = std::move(loaded);

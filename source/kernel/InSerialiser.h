@@ -68,7 +68,10 @@ public:
     /// An object of whatever class it is. One of a class that is not registered, or whose `Load` gives up, is absent.
     bool LoadObjectI(IDTag tag, FileStore & store, Counted<Serialisable> & object) const;
     /// The objects of an array in their order, null in place of those that can't be loaded.
-    bool LoadObjectsI(IDTag tag, FileStore & store, std::vector<Counted<Serialisable>> & objects) const;
+    /// @param expected  null, or the one class whose objects are loaded. Where one is known it should be given: a few
+    ///                  bytes of another class may make an object that takes any amount of memory.
+    bool LoadObjectsI(IDTag tag, FileStore & store, std::vector<Counted<Serialisable>> & objects,
+                      ClassPropertiesBase const * expected = nullptr) const;
     /// An object that the store keeps once, if it is of this class.
     bool LoadSharedObjectI(IDTag tag, FileStore & store, ClassPropertiesBase const & expected,
                            Counted<SharedSerialisable> & object) const;
@@ -113,7 +116,8 @@ private:
     std::optional<Record> Find(IDTag tag, PropType type) const;
     std::optional<Nested> OpenClass(IDTag tag, ClassUID uid) const;
     std::optional<ItemID> FindReference(IDTag tag, PropType type) const;
-    Counted<Serialisable> LoadContent(Bytes content, FileStore & store) const;
+    Counted<Serialisable> LoadContent(Bytes content, FileStore & store,
+                                      ClassPropertiesBase const * expected = nullptr) const;
     static std::optional<Nested> OpenObject(Bytes content);
 };
 }

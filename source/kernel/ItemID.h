@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kernel/TableHash.h"
+
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -20,6 +22,6 @@ struct ItemID {
 template<>
 struct std::hash<Kernel::ItemID> {
     std::size_t operator()(Kernel::ItemID const & id) const noexcept {
-        return static_cast<std::size_t>((id.commit ^ id.number * 0x9e3779b97f4a7c15u) * 0xff51afd7ed558ccdu);
+        return Kernel::GetTableHash(id.commit, id.number);
     }
 };

@@ -2,12 +2,17 @@
 
 #include "kernel/OutStream.h"
 
+#include <utility>
 #include <vector>
 
 namespace Kernel {
 /// Writes into memory that grows. Throws std::bad_alloc where there is none left.
 class RASTER_API MemoryOutStream : public OutStreamSeekable {
 public:
+    MemoryOutStream() noexcept = default;
+    /// Writes from the start of memory that has served before, whose content goes.
+    explicit MemoryOutStream(std::vector<std::uint8_t> memory) noexcept : bytes(std::move(memory)) { bytes.clear(); }
+
     std::uint64_t Tell() const override { return position; }
     std::uint64_t GetSize() const override { return bytes.size(); }
     bool Seek(SeekOrigin origin, std::int64_t offset) override;

@@ -57,7 +57,8 @@ void BitmapCore::SaveInline(Kernel::OutSerialiser & serialiser) const {
     auto const * const strategy = serialiser.GetStrategies().Find<RasterSerialisationStrategy>();
     unsigned const flags = strategy ? strategy->GetFlags() : 0u;
     bool const hasLevels = (flags & RasterSerialisationStrategy::SaveMipmaps) && mipmapMode != MipmapModeNone;
-    if (!(flags & RasterSerialisationStrategy::AllowByReference))
+    // Where items are only enumerated they are those of the stored object: a pending bitmap refers to its backing.
+    if (serialiser.IsFullSave() && !(flags & RasterSerialisationStrategy::AllowByReference))
         ForceDelayLoad(nullptr);
     if (hasLevels)
         UpdateMipmaps(0, nullptr);

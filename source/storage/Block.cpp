@@ -21,7 +21,7 @@ constexpr std::uint64_t noVersion = ~std::uint64_t(0);
 // A buffer that is not yet anybody's.
 class OwnedBuffer {
 public:
-    OwnedBuffer() : buffer(SlabAllocator::Instance().Allocate(SlabAllocator::Content::Any)) {}
+    OwnedBuffer() : buffer(SlabAllocator::Instance().Allocate(SlabAllocator::Content::Overwritten)) {}
     OwnedBuffer(OwnedBuffer const &) = delete;
     OwnedBuffer & operator=(OwnedBuffer const &) = delete;
     ~OwnedBuffer() { SlabAllocator::Instance().Free(buffer); }

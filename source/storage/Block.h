@@ -83,7 +83,7 @@ public:
     void SetDelayLoad(Kernel::Counted<Kernel::DelayLoadHolder> holder);
 
     /// Writes the rects, and the bytes as an item of their own, which may be written much later. An unallocated block
-    /// has no item. A session that writes the block is waited for, though not for longer than a tenth of a second: the
+    /// has no item. A session that writes the block is waited for, though not for longer than a second: the
     /// bytes are saved as they are then, without rects, and what is written later is still to be saved.
     void Save(Kernel::OutSerialiser & serialiser) const override;
     /// For a block that was just made. The bytes are left in the document until somebody wants them.

@@ -15,7 +15,7 @@ namespace Raster {
 namespace {
 constexpr Kernel::IDTag dataRectTag("Rect"), inverseRectTag("IRct"), dataTag("Data");
 constexpr int compressionLevel = 1; // tiles are many, and users wait for a save
-constexpr std::chrono::milliseconds longestWait(100);
+constexpr std::chrono::milliseconds longestWait(1000);
 }
 
 Kernel::ClassProperties const & Block::GetClassProperties() {
@@ -65,13 +65,17 @@ void Block::Save(Kernel::OutSerialiser & serialiser) const {
 // block has done to the item that the holder keeps; one that has changed parts with the holder and has an item of its
 // own.
 Kernel::Counted<Kernel::DelayLoadHolder> Block::GetHolderForSave() const {
-    Kernel::Counted<Kernel::DelayLoadHolder> present; // outlives the lock
-    Kernel::ScopedLock const guard(bufferLock);
-    auto const held = data.Get();
-    present = Kernel::Counted<Kernel::DelayLoadHolder>(delayLoad.Get());
+    Kernel::Counted<Kernel::DelayLoadHolder> present;
+    Kernel::Counted<Data> held;
+    {
+        Kernel::ScopedLock const guard(bufferLock);
+        present = Kernel::Counted<Kernel::DelayLoadHolder>(delayLoad.Get());
+        held = Kernel::Counted<Data>(data.Get());
+    }
     if (present) {
-        Kernel::ScopedLock const holderGuard(*present);
-        bool const isItsItem = present->GetItem().Get() == held;
+        // Not under `bufferLock`: another block that copies this one's item has the holder and waits for that lock.
+        Kernel::ScopedLock const guard(*present);
+        bool const isItsItem = present->GetItem().Get() == held.Get();
         bool const isStored = static_cast<bool>(present->GetSource());
         if (isStored && (!held || held->GetState().CanShare()))
             return Kernel::DelayLoadHolder::CreateFromSource(Data::GetItemType(), present->GetSource());
@@ -82,7 +86,10 @@ Kernel::Counted<Kernel::DelayLoadHolder> Block::GetHolderForSave() const {
     }
     if (!held)
         return nullptr;
-    auto made = Kernel::DelayLoadHolder::Create(Data::GetItemType(), Kernel::Counted<Data>(held));
+    auto made = Kernel::DelayLoadHolder::Create(Data::GetItemType(), held);
+    Kernel::ScopedLock const guard(bufferLock);
+    if (delayLoad.Get() != present.Get()) // another save has been faster
+        return Kernel::Counted<Kernel::DelayLoadHolder>(delayLoad.Get());
     delayLoad.Exchange(made);
     return made;
 }

@@ -19,7 +19,7 @@ public:
     static constexpr std::size_t ByteCount = SlabAllocator::BufferBytes;
 
     /// Throws `std::bad_alloc` if there is no memory.
-    explicit Data(SlabAllocator::Content content = SlabAllocator::Content::Any);
+    explicit Data(SlabAllocator::Content content = SlabAllocator::Content::Overwritten);
     ~Data() override;
 
     void Save(Kernel::OutStream & stream, Kernel::FileStoreOut & store) const override;

@@ -73,7 +73,7 @@ std::size_t PlaneCore::LoadTiles(Kernel::InSerialiser const & serialiser, Kernel
     Tile::InitStaticTiles();
     std::vector<Kernel::Counted<Kernel::Serialisable>> blocks;
     std::vector<std::uint8_t> states;
-    serialiser.LoadObjectsI(blockTag, store, blocks);
+    serialiser.LoadObjectsI(blockTag, store, blocks, &Block::GetClassProperties());
     serialiser.LoadTypeArrayI(stateTag, Kernel::PropType::UInt8, 1, states);
     std::size_t lost = 0, nextBlock = 0;
     for (std::size_t i = 0; i < GetTileCount(); ++i) {

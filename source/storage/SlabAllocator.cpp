@@ -36,6 +36,17 @@ unsigned char * MapSlab(std::size_t count) {
     return slab;
 }
 
+// Puts memory under a buffer that is about to be written from end to end: one call for what would be 16 page faults,
+// which take half as long again. Older systems know no such call, and nothing depends on it.
+void Populate(unsigned int * buffer) {
+#ifndef MADV_POPULATE_WRITE
+    constexpr int MADV_POPULATE_WRITE = 23;
+#endif
+    int const savedError = errno;
+    static_cast<void>(madvise(buffer, SlabAllocator::BufferBytes, MADV_POPULATE_WRITE));
+    errno = savedError;
+}
+
 // Gives the memory back; the next access finds zeros.
 void GiveBack(unsigned int * buffer) {
     ASAN_UNPOISON_MEMORY_REGION(buffer, SlabAllocator::BufferBytes);
@@ -103,6 +114,8 @@ unsigned int * SlabAllocator::Allocate(Content content) {
     ASAN_UNPOISON_MEMORY_REGION(buffer, BufferBytes);
     if (content == Content::Zero && !isZero)
         std::memset(buffer, 0, BufferBytes);
+    if (content == Content::Overwritten && isZero)
+        Populate(buffer);
     return buffer;
 }
 

@@ -22,7 +22,11 @@ public:
     SlabAllocator(SlabAllocator const &) = delete;
     SlabAllocator & operator=(SlabAllocator const &) = delete;
 
-    enum class Content : std::uint8_t { Any, Zero };
+    enum class Content : std::uint8_t {
+        Any,
+        Zero,
+        Overwritten ///< any, and all of it is written right away: the system is asked for the memory in one call
+    };
     /// Throws `std::bad_alloc` when the system has no more.
     unsigned int * Allocate(Content content);
     /// Null is allowed.

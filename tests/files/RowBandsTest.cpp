@@ -117,15 +117,22 @@ TEST(BandCut, CutsEveryPictureIntoBandsWithoutGaps) {
 
 TEST_F(RowBandsTest, DrawingOnceEqualsDrawing) {
     constexpr int width = 270, height = 780;
+#ifdef RASTER_SANITIZED
+    auto const threadCounts = {4u};
+#else
+    auto const threadCounts = {1u, 2u, 8u};
+#endif
     struct Case {
         int dx, dy;
         Rect clip;
         float opacity;
     };
     Case const cases[] = {{0, 0, {0, 0, width, height}, 1.0f},
+#ifndef RASTER_SANITIZED
+                          {5, 1, {0, 0, width, height}, 0.4f},
                           {13, 300, {0, 0, width, height}, 1.0f},
-                          {-70, -300, {20, 10, width - 30, height - 520}, 1.0f},
-                          {5, 1, {0, 0, width, height}, 0.4f}};
+#endif
+                          {-70, -300, {20, 10, width - 30, height - 520}, 1.0f}};
     for (auto const & sample : MakeSamples(width, height))
         for (auto const & each : cases)
             for (bool const isFresh : {true, false}) {
@@ -142,7 +149,7 @@ TEST_F(RowBandsTest, DrawingOnceEqualsDrawing) {
                 auto const expected = draw([&](DynamicBitmap & bitmap, DynamicFile & file) {
                     Draw(bitmap, file, &params, &each.opacity, each.dx, each.dy);
                 });
-                for (unsigned const threads : {1u, 2u, 8u}) {
+                for (unsigned const threads : threadCounts) {
                     Kernel::Dispatch::SetThreadCount(threads);
                     auto const actual = draw([&](DynamicBitmap & bitmap, DynamicFile & file) {
                         DrawOnce(bitmap, file, &params, &each.opacity, each.dx, each.dy);
@@ -332,7 +339,7 @@ TEST_F(RowBandsTest, AStreamThatThrowsLeavesLevelsThatKnowWhatWasDrawn) {
 
 TEST_F(RowBandsTest, AnAbortEndsTheBands) {
     for (unsigned const threads : {1u, 4u})
-        for (auto const & sample : MakeSamples(300, 5000)) {
+        for (auto const & sample : MakeSamples(100, 5000)) {
             Kernel::Dispatch::SetThreadCount(threads);
             auto file = Open(sample.bytes);
             bool abort = false;

@@ -111,6 +111,37 @@ TEST_F(ResampleTest, EqualsTheSlowWayUpToHalfTheSize) {
     }
 }
 
+// One direction far down, the other one not at all: stripes that wide steps would pass over, or hit alone.
+TEST_F(ResampleTest, ShrinksOneDirectionByTheMeanOfAllPixels) {
+    for (bool const isTall : {false, true})
+        for (int const length : {512, 700, 1022}) {
+            Size const from = isTall ? Size{60, length} : Size{length, 60};
+            std::vector<Pixel> pixels;
+            for (int y = 0; y < from.height; ++y)
+                for (int x = 0; x < from.width; ++x)
+                    pixels.push_back((isTall ? y : x) % 2 ? Pixel{255, 255, 255, 255} : Pixel{0, 0, 0, 255});
+            auto const bitmap = MakeBitmap(from, pixels);
+            for (int const to : {1, 7, 32, 100}) {
+                auto const result = isTall ? Resize(DynamicBitmap(bitmap), 50, to, progress)
+                                           : Resize(DynamicBitmap(bitmap), to, 50, progress);
+                auto const shrunk = ReadAll(*result.GetTyped<RGBA8Tuple>());
+                for (auto const & pixel : shrunk) {
+                    ASSERT_NEAR(pixel[0], 127.5, 2) << length << " to " << to;
+                    ASSERT_EQ(pixel[3], 255);
+                }
+            }
+        }
+}
+
+TEST_F(ResampleTest, StretchesWhatHasNoLevels) {
+    std::vector<Pixel> pixels(1000);
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        pixels[i] = i % 2 ? Pixel{200, 0, 0, 255} : Pixel{100, 0, 0, 255};
+    auto const result = Resize(DynamicBitmap(MakeBitmap({1000, 1}, pixels)), 3, 5, progress);
+    for (auto const & pixel : ReadAll(*result.GetTyped<RGBA8Tuple>()))
+        EXPECT_NEAR(pixel[0], 150, 2);
+}
+
 TEST_F(ResampleTest, ShrinksByTheMeanOfAllPixels) {
     Size const from{512, 512};
     std::vector<Pixel> pixels;

@@ -199,6 +199,88 @@ TEST_F(ArchiveTest, RemovedItemCanStillBeReadAndSavedAgain) {
     ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
 }
 
+namespace {
+/// An item that refers to a shared object.
+class Page final : public FileStoreItem {
+public:
+    Counted<SharedSerialisable> label;
+
+    static FileStoreItemType const & GetType() {
+        static FileStoreItemType const type("Page", ItemNesting::Nestable, ItemRecovery::Recoverable,
+                                            [] { return Counted<FileStoreItem>(new Page); });
+        return type;
+    }
+    FileStoreItemType const & GetObjectFileStoreItemType() const override { return GetType(); }
+    void Save(OutStream & stream, FileStoreOut & store) const override {
+        auto const id = store.StoreSharedObject(*label);
+        stream.Write(id.commit);
+        stream.Write(id.number);
+    }
+    bool Load(InStream & stream, FileStore & store) override {
+        ItemID id;
+        if (!stream.Read(id.commit) || !stream.Read(id.number))
+            return false;
+        label = store.LoadSharedObject(id, 0);
+        return static_cast<bool>(label);
+    }
+};
+
+void SavePage(Counted<Archive> const & archive, Counted<DelayLoadHolder> const & holder, ArchiveSaveMode mode) {
+    auto session = archive->CreateSession(mode);
+    session->StoreProperties("Page.dat", "Page", 1, [&](OutSerialiser & out) {
+        out.SaveDelayLoadObject("Page", holder.Get(), FileStoreOutIndexedPathGenerator("", "p/"), nullptr);
+    });
+    archive->CloseSession(std::move(session));
+}
+
+std::string GetLabelText(Counted<DelayLoadHolder> const & holder) {
+    DelayLoadHolder::TempLoadItem const temp(holder);
+    auto const * const page = temp.GetItemAs<Page>();
+    return page ? std::string(dynamic_cast<Label const &>(*page->label).text.GetView()) : "none";
+}
+}
+
+// What the item refers to has left the document with it.
+TEST_F(ArchiveTest, RemovedItemComesBackWithWhatItRefersTo) {
+    Label::GetClassProperties().Init();
+    for (auto const mode : {ArchiveSaveMode::Update, ArchiveSaveMode::Compact}) {
+        auto const archive = Archive::Create(GetPath(), "Test");
+        auto page = MakeCounted<Page>();
+        auto label = MakeCounted<Label>();
+        label->text = "Page one";
+        page->label = label;
+        auto const holder = DelayLoadHolder::Create(Page::GetType(), std::move(page));
+        SavePage(archive, holder, mode);
+        for (unsigned seed = 1; seed <= 3; ++seed)
+            Save(archive, MakeAlbum(2, seed * 10), mode);
+        SavePage(archive, holder, mode);
+
+        auto const opened = Archive::Open(GetPath(), "Test");
+        auto const parsed = InSerialiserFile::ParseWithChecks(*opened->OpenStream("Page.dat"), *opened, false);
+        Counted<DelayLoadHolder> loaded;
+        ASSERT_TRUE(parsed->LoadDelayLoadObject("Page", *opened, Page::GetType(), loaded));
+        EXPECT_EQ(GetLabelText(loaded), "Page one");
+        EXPECT_EQ(opened->GetInfo().items.size(), 3u) << "the stream, the page and its label";
+        std::filesystem::remove(GetPath());
+    }
+}
+
+// A tile of a large document knows where it lies; it does not keep the list of contents of every save alive.
+TEST_F(ArchiveTest, ManySavesOfOneDocumentLeaveEveryItemWhereItCanBeRead) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto album = MakeAlbum(8);
+    Save(archive, album);
+    for (unsigned round = 0; round < 20; ++round) {
+        Change(album.blobs[round % 8], MakeBytes(100 + round));
+        Save(archive, album, round % 7 == 6 ? ArchiveSaveMode::Compact : ArchiveSaveMode::Update);
+        for (auto const & blob : album.blobs) {
+            ScopedLock const guard(*blob);
+            EXPECT_TRUE(blob->DropItem() && blob->LoadItemI()) << round;
+        }
+        ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
+    }
+}
+
 TEST_F(ArchiveTest, KeepsAStreamThatIsNotStoredAnew) {
     auto const archive = Archive::Create(GetPath(), "Test");
     auto session = archive->CreateSession();

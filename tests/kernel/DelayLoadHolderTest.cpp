@@ -159,6 +159,23 @@ TEST(DelayLoadHolder, LoadsTheStoredItemBesideAChangedOne) {
     EXPECT_TRUE(holder->IsLoaded());
 }
 
+TEST(DelayLoadHolder, AbandonsWhatIsStoredAlsoIfItHasChanged) {
+    auto const holder = MakeCounted<StoredHolder>();
+    ScopedLock lock(*holder);
+    ASSERT_TRUE(holder->LoadItemI());
+    auto const changed = holder->GetItem();
+    changed->GetState().MarkAsDirty();
+    EXPECT_TRUE(holder->AbandonItem());
+    EXPECT_FALSE(holder->IsLoaded());
+    ASSERT_TRUE(holder->LoadItemI());
+    EXPECT_NE(holder->GetItem(), changed);
+    lock.Release();
+    auto const onlyHere = DelayLoadHolder::Create(Item::GetType(), MakeCounted<Item>());
+    ScopedLock const another(*onlyHere);
+    EXPECT_FALSE(onlyHere->AbandonItem());
+    EXPECT_TRUE(onlyHere->IsLoaded());
+}
+
 TEST(DelayLoadHolder, HasNoStoredItemWithoutAStore) {
     auto const holder = DelayLoadHolder::Create(Item::GetType(), MakeCounted<Item>());
     ScopedLock const lock(*holder);

@@ -77,10 +77,11 @@ public:
 
 class Stranger final : public Serialisable {
 public:
-    ClassPropertiesBase const & GetObjectClassProperties() const override {
+    static ClassProperties const & GetClassProperties() {
         static ClassProperties const properties("Strg", 1);
         return properties;
     }
+    ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
     void Save(OutSerialiser & serialiser) const override { serialiser.SaveType("Valu", 5); }
     bool Load(InSerialiser const &, FileStore &, unsigned short) override { return true; }
 };
@@ -285,6 +286,17 @@ TEST(Serialiser, SkipsObjectsOfUnknownClassesInTheirPlace) {
     EXPECT_TRUE(children[0]);
     EXPECT_FALSE(children[1]);
     EXPECT_TRUE(children[2]);
+}
+
+TEST(Serialiser, MakesOnlyObjectsOfTheClassThatIsExpected) {
+    Node::GetClassProperties().Init();
+    auto const tree = MakeTree(1, 2);
+    auto const in = Parse(Write([&](OutSerialiser & out) { tree->Save(out); }));
+    std::vector<Counted<Serialisable>> loaded;
+    ASSERT_TRUE(in->LoadObjectsI("Chil", in->GetStore(), loaded, &Node::GetClassProperties()));
+    EXPECT_THAT(loaded, testing::Each(testing::Truly([](auto const & node) { return static_cast<bool>(node); })));
+    ASSERT_TRUE(in->LoadObjectsI("Chil", in->GetStore(), loaded, &Stranger::GetClassProperties()));
+    EXPECT_THAT(loaded, ElementsAre(nullptr, nullptr));
 }
 
 TEST(Serialiser, ObjectThatGivesUpIsAbsent) {

@@ -321,11 +321,57 @@ TEST_F(BitmapPersistenceTest, DamagedTileIsEmptyAndTheOthersAreThere) {
     files.at(path)[Open()->GetInfo().items[1].offset + 300] ^= 1;
     disk = Kernel::MakeCounted<MemoryDisk>(files);
     TraceCapture capture;
-    auto const loaded = Load(Open());
+    auto const document = Open();
+    auto const loaded = Load(document);
     auto expected = BytesOf(bitmap);
     std::fill(expected[1].begin(), expected[1].end(), std::uint8_t(0));
     EXPECT_TRUE(BytesOf(loaded) == expected);
     EXPECT_THAT(capture.Take(), SizeIs(1));
+
+    // It never becomes an empty item.
+    EXPECT_EQ(Save(document, loaded), 0u) << "in place: what there is stays";
+    auto const before = disk->GetFiles();
+    EXPECT_THROW(Save(Create("second.doc"), loaded), Kernel::ArchiveError);
+    EXPECT_THROW(Save(document, loaded, Mode::Compact), Kernel::ArchiveError);
+    EXPECT_EQ(disk->GetFiles(), before);
+    SaveWith(Create("second.doc"), [&](auto & session) {
+        session.SetKeepDamaged(true);
+        session.StoreObject("Bitmap.dat", loaded);
+    });
+    auto const second = Open("second.doc");
+    EXPECT_EQ(CountItems(second, "DatI"), 4u);
+    EXPECT_TRUE(BytesOf(Load(second)) == expected);
+    EXPECT_THAT(capture.Take(), SizeIs(1)) << "still listed as damaged";
+}
+
+TEST_F(BitmapPersistenceTest, TileThatIsMissingFailsTheSaveUnlessDamageIsKept) {
+    auto bitmap = MakeBitmap(256 * 2, 256, A8, MipmapModeNone);
+    FillAll(bitmap, 1);
+    auto const document = Create();
+    Save(document, bitmap);
+    auto const stream = document->OpenStream("Bitmap.dat");
+    Bytes bytes(stream->GetSize());
+    stream->ReadAll(bytes.data(), bytes.size());
+    auto const tag = Kernel::IDTag("Data").GetValue();
+    std::size_t at = 0;
+    while (std::memcmp(&bytes[at], &tag, 4) != 0)
+        ++at;
+    bytes[at + 16] ^= 1; // the id of the first tile's item is that of none now
+    auto const in = Kernel::MakeCounted<Kernel::MemoryInStream>(bytes.data(), bytes.size());
+    TraceCapture capture;
+    DynamicBitmap loaded;
+    ASSERT_TRUE(loaded.Load(*Kernel::InSerialiserFile::ParseWithChecks(*in, *document, false), *document, 1));
+    EXPECT_EQ(BytesOf(loaded)[0], Bytes(Tile::ByteCount, 0));
+    EXPECT_EQ(BytesOf(loaded)[1], BytesOf(bitmap)[1]);
+    EXPECT_THROW(Save(document, loaded), Kernel::ArchiveError);
+    EXPECT_TRUE(BytesOf(Load(Open())) == BytesOf(bitmap)) << "the old document is untouched";
+    SaveWith(document, [&](auto & session) {
+        session.SetKeepDamaged(true);
+        session.StoreObject("Bitmap.dat", loaded);
+    });
+    EXPECT_EQ(CountItems(document, "DatI"), 1u) << "the other stays a dangling reference";
+    EXPECT_EQ(BytesOf(Load(Open()))[1], BytesOf(bitmap)[1]);
+    EXPECT_THAT(LoadStates(document, "Sta1"), testing::ElementsAre(4, 4));
 }
 
 // Whatever a damaged document says, loading it and reading its pixels does no harm.

@@ -209,6 +209,34 @@ TEST_F(BlockPersistenceTest, ItemIsWrittenWholeWhileItsBlockGoes) {
     }
 }
 
+// One block of an item is saved while another one loads it, which means copying what the first has.
+TEST_F(BlockPersistenceTest, BlockIsSavedWhileAnotherLoadsItsItem) {
+    auto const document = Create();
+    Save(document, MakeOneTile(1));
+    auto const expected = BytesOf(MakeOneTile(1));
+    for (int round = 0; round < 300; ++round) {
+        auto const opened = Open();
+        auto first = Load(opened), second = Load(opened);
+        BytesOf(first); // it has the item now
+        if (round % 2)
+            FillTile(GetTile(first, 0, 0), 2);
+        std::atomic<int> ready{0};
+        std::thread loader([&] {
+            for (++ready; ready != 2;) {
+            }
+            EXPECT_TRUE(BytesOf(second) == expected);
+        });
+        HintStore store;
+        Kernel::MemoryOutStream out;
+        Kernel::OutSerialiserFile serialiser(out, store, "Blck", 1);
+        auto const block = GetTile(first, 0, 0).GetDirectInner();
+        for (++ready; ready != 2;) {
+        }
+        block->Save(serialiser);
+        loader.join();
+    }
+}
+
 // Who writes while a save takes the bytes has marked the item before.
 TEST_F(BlockPersistenceTest, WhatAnOpenSessionWritesAfterASaveIsStillToBeSaved) {
     auto bitmap = MakeOneTile(1);

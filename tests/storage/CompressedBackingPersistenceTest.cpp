@@ -137,6 +137,20 @@ TEST_F(CompressedBackingPersistenceTest, PendingPictureIsStoredWithoutBeingLoade
     EXPECT_EQ(decodes, 0);
 }
 
+TEST_F(CompressedBackingPersistenceTest, EnumeratingAPendingPictureGivesItsFileAndDecodesNothing) {
+    AllowNothing();
+    auto const bitmap = MakePending(7);
+    auto const document = Create();
+    SaveWith(document, [&](auto & session) {
+        Enumerator enumerator(session);
+        enumerator.SaveObjectEnumeratePathsOnlyI(bitmap);
+        EXPECT_EQ(enumerator.written, 0u);
+    });
+    EXPECT_EQ(CountItems(document, "Data"), 1u);
+    EXPECT_EQ(CountItems(document, "DatI"), 0u);
+    EXPECT_EQ(decodes, 0);
+}
+
 TEST_F(CompressedBackingPersistenceTest, ProfileOfThePictureComesAlong) {
     auto const profile = ICCManager::GetInstance().GetDefaultProfileForFormat(RGBA8);
     ASSERT_TRUE(profile);

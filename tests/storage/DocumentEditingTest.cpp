@@ -4,6 +4,8 @@
 #include "kernel/Dispatch.h"
 #include "kernel/MemoryOutStream.h"
 #include "kernel/OutSerialiserFile.h"
+#include "storage/BackstoreFile.h"
+#include "storage/BackstoreReadError.h"
 #include "storage/DocumentEnvironment.h"
 
 #include <gmock/gmock.h>
@@ -11,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <thread>
 
 namespace Raster {
@@ -142,6 +145,75 @@ TEST_F(DocumentEditingTest, BitmapThatIsPaintedOnWhileItIsSavedKeepsWhatWasPaint
     EXPECT_TRUE(BytesOf(Load(Open())) == before) << "the picture at the moment when the save began";
     EXPECT_NE(Save(document, bitmap), 0u);
     EXPECT_TRUE(BytesOf(Load(Open())) == BytesOf(bitmap));
+}
+
+TEST_F(DocumentEditingTest, BitmapThatIsLoadedWhileItsDocumentIsSavedIsWhole) {
+    for (auto const mode : {Mode::Update, Mode::Compact}) {
+        auto bitmap = MakeStamped();
+        for (unsigned i = 0; i < tileCount; ++i)
+            Stamp(GetTile(bitmap, 0, i), 100 + i);
+        auto const before = BytesOf(bitmap);
+        auto const document = Create();
+        Save(document, bitmap);
+        auto const parsed = Parse(document);
+        for (std::size_t i = 0; i < tileCount; ++i)
+            Stamp(GetTile(bitmap, 0, i), 7);
+        Save(document, bitmap, mode);
+        DynamicBitmap loaded;
+        ASSERT_TRUE(loaded.Load(*parsed, *document, 1));
+        EXPECT_TRUE(BytesOf(loaded) == before) << "the picture of the stream that was opened";
+        EXPECT_TRUE(BytesOf(Load(document)) == BytesOf(bitmap));
+        Save(document, loaded);
+        EXPECT_TRUE(BytesOf(Load(Open())) == before);
+    }
+}
+
+TEST_F(DocumentEditingTest, TwoDocumentsAreSavedFromOneBitmapAtOnce) {
+    auto bitmap = MakeStamped();
+    Progress progress;
+    std::atomic<bool> isOver{false};
+    std::thread painter([&] { KeepStamping(bitmap, progress, isOver); });
+    auto const otherDisk = Kernel::MakeCounted<MemoryDisk>();
+    auto const other = Archive::Create(path, "Test", otherDisk), document = Create();
+    std::thread saver([&] {
+        for (int save = 0; save < saves; ++save)
+            Save(other, bitmap);
+    });
+    for (int save = 0; save < saves; ++save)
+        Save(document, bitmap);
+    saver.join();
+    isOver = true;
+    painter.join();
+    for (auto const & saved : {document, other}) {
+        Save(saved, bitmap);
+        EXPECT_TRUE(BytesOf(Load(saved)) == BytesOf(bitmap));
+        EXPECT_EQ(Save(saved, bitmap), 0u);
+    }
+    EXPECT_THAT(Kernel::VerifyArchive(path, nullptr, nullptr, nullptr, disk).problems, IsEmpty());
+    EXPECT_THAT(Kernel::VerifyArchive(path, nullptr, nullptr, nullptr, otherDisk).problems, IsEmpty());
+}
+
+TEST_F(DocumentEditingTest, BackstoreThatFailsFailsTheSaveAndLosesNothing) {
+    auto bitmap = MakeStamped();
+    auto const document = Create();
+    Save(document, bitmap);
+    Stamp(GetTile(bitmap, 0, 3), 9);
+    auto const expected = BytesOf(bitmap);
+    auto const before = disk->GetFiles();
+    EvictEverything();
+    ASSERT_TRUE(GetTile(bitmap, 0, 3).IsDisposed());
+    BackstoreFile::Instance().SetFileFunctions(
+        [](int, void *, std::size_t, off_t) -> ssize_t {
+            errno = EIO;
+            return -1;
+        },
+        nullptr);
+    EXPECT_THROW(Save(document, bitmap), BackstoreReadError) << "rather than storing garbage";
+    BackstoreFile::Instance().SetFileFunctions(nullptr, nullptr);
+    EXPECT_EQ(disk->GetFiles(), before);
+    EXPECT_TRUE(BytesOf(bitmap) == expected);
+    EXPECT_EQ(Save(document, bitmap), 2u);
+    EXPECT_TRUE(BytesOf(Load(Open())) == expected);
 }
 
 TEST_F(DocumentEditingTest, LevelsThatAreSavedFitThePlanesThatAreSaved) {

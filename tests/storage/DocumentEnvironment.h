@@ -168,6 +168,17 @@ protected:
     static void StoreInline(Kernel::ArchiveSession & session, std::string const & stream, BitmapCore const & bitmap) {
         session.StoreProperties(stream, "Test", 1, [&](Kernel::OutSerialiser & out) { bitmap.SaveInline(out); });
     }
+    /// Tells a store which items an object refers to, and writes nothing.
+    class Enumerator final : public Kernel::OutSerialiser {
+    public:
+        explicit Enumerator(Kernel::FileStoreOut & out) : OutSerialiser(Kind::PathsOnly, out) {}
+        void Close() override {}
+        std::uint64_t written = 0;
+
+    protected:
+        void WriteOut(void const *, std::uint64_t size) override { written += size; }
+    };
+
     /// What `write` writes in place of a bitmap's properties.
     void SaveProperties(Document const & document, std::function<void(Kernel::OutSerialiser &)> const & write) const {
         SaveWith(document, [&](auto & session) { session.StoreProperties("Bitmap.dat", "DyBm", 1, write); });
@@ -198,8 +209,9 @@ protected:
 
     Kernel::Counted<MemoryDisk> disk = Kernel::MakeCounted<MemoryDisk>();
 
+    CompressedDataCodec const * const codecBefore; ///< that of the library
+
 private:
     Kernel::Counted<RasterSerialisationStrategy> strategy;
-    CompressedDataCodec const * const codecBefore;
 };
 }

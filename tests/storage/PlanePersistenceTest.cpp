@@ -183,6 +183,34 @@ TEST_F(PlanePersistenceTest, ObjectsThatAreNoBlocksKeepTheirPlace) {
     EXPECT_THAT(capture.Take(), ElementsAre(testing::HasSubstr("lacks 2 of its tiles")));
 }
 
+/// Counts how many of it are made.
+class Probe final : public Kernel::Serialisable {
+public:
+    static inline int made = 0;
+    Probe() { ++made; }
+    static Kernel::ClassProperties const & GetClassProperties() {
+        static Kernel::ClassProperties const properties(
+            "Prob", 1, [] { return Kernel::Counted<Kernel::Serialisable>(new Probe); });
+        return properties;
+    }
+    Kernel::ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
+    void Save(Kernel::OutSerialiser &) const override {}
+    bool Load(Kernel::InSerialiser const &, Kernel::FileStore &, unsigned short) override { return true; }
+};
+
+// A few bytes could say that they are a bitmap as large as can be.
+TEST_F(PlanePersistenceTest, NothingButBlocksIsMadeWhereBlocksStand) {
+    Probe::GetClassProperties().Init();
+    auto plane = MakePlane();
+    LoadInto(plane, [](Kernel::OutSerialiser & out) {
+        if (out.StartObjectArrayTestI("Idx1"))
+            out.StartObjectArrayBeginI(1);
+        out.SaveObjectI(*Kernel::MakeCounted<Probe>());
+    });
+    EXPECT_EQ(Probe::made, 1) << "the one that was saved";
+    capture.Take();
+}
+
 // A stream that says of an array that it is longer than the stream. Each of its lengths in turn.
 TEST_F(PlanePersistenceTest, LengthsThatAreNotThereTakeNoMemory) {
     auto bitmap = MakeBitmap(700, 300, A8, MipmapModeNone);
@@ -222,15 +250,6 @@ TEST_F(PlanePersistenceTest, EnumeratingGivesEveryItemToTheStoreAndWritesNothing
     auto plane = MakePlane();
     for (unsigned i = 0; i < 3; ++i)
         FillTile(plane.GetTile(i), i);
-    class Enumerator final : public Kernel::OutSerialiser {
-    public:
-        explicit Enumerator(Kernel::FileStoreOut & out) : OutSerialiser(Kind::PathsOnly, out) {}
-        void Close() override {}
-        std::uint64_t written = 0;
-
-    protected:
-        void WriteOut(void const *, std::uint64_t size) override { written += size; }
-    };
     auto const document = Create();
     SaveWith(document, [&](auto & session) {
         Enumerator enumerator(session);

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <random>
 #include <set>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -112,6 +113,30 @@ TEST(SlabAllocator, AFreshBufferCostsNothingUntilItIsTouched) {
     for (int i = 0; i < 5000; ++i)
         buffers.push_back(Slabs().Allocate(Content::Any));
     EXPECT_LE(GetResidentBytes(), before + (std::size_t(24) << 20));
+    for (auto const buffer : buffers)
+        Slabs().Free(buffer);
+}
+
+TEST(SlabAllocator, ABufferThatWillBeOverwrittenIsInMemoryAtOnce) {
+    auto const pageBytes = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    auto * const own = mmap(nullptr, pageBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    bool const isKnown = madvise(own, pageBytes, /*MADV_POPULATE_WRITE*/ 23) == 0;
+    munmap(own, pageBytes);
+    if (!isKnown)
+        GTEST_SKIP() << "the system knows no such call";
+    std::vector<unsigned int *> warm; // may never have been touched
+    while (Slabs().GetWarmCount() != 0)
+        warm.push_back(Slabs().Allocate(Content::Any));
+    std::vector<unsigned int *> buffers;
+    for (int i = 0; i < 100; ++i)
+        buffers.push_back(Slabs().Allocate(Content::Overwritten));
+    for (auto const buffer : buffers) {
+        std::vector<unsigned char> pages(SlabAllocator::BufferBytes / pageBytes);
+        ASSERT_EQ(mincore(buffer, SlabAllocator::BufferBytes, pages.data()), 0);
+        for (auto const page : pages)
+            EXPECT_TRUE(page & 1);
+    }
+    buffers.insert(buffers.end(), warm.begin(), warm.end());
     for (auto const buffer : buffers)
         Slabs().Free(buffer);
 }
