@@ -107,7 +107,8 @@ bool Document::IsDocument(std::string const & path) {
         Kernel::Archive::Open(path, archiveTag);
         return true;
     } catch (Kernel::ArchiveError const & error) {
-        return error.GetKind() != Kernel::ArchiveError::Kind::NotArchive;
+        return error.GetKind() != Kernel::ArchiveError::Kind::NotArchive &&
+               error.GetKind() != Kernel::ArchiveError::Kind::NotFound;
     }
 }
 
@@ -238,8 +239,12 @@ Kernel::ArchiveSaveCounts Document::Save(SaveSettings const & settings) {
         session->SetKeepDamaged(settings.keepDamaged);
         session->AddStrategy(Kernel::MakeCounted<Raster::RasterSerialisationStrategy>(
             std::vector<int>{0}, Raster::RasterSerialisationStrategy::AllowByReference));
-        for (std::size_t i = 0; i < layers.size(); ++i)
+        for (std::size_t i = 0; i < layers.size(); ++i) {
+            Signals::ThrowIfAborted();
             session->StoreObject(GetLayerStream(i), *layers[i]);
+            if (settings.progress)
+                settings.progress->Show(static_cast<double>(i + 1) / static_cast<double>(layers.size() + 1));
+        }
         session->StoreProperties(documentStream, rootTag, documentVersion, [&](Kernel::OutSerialiser & serialiser) {
             serialiser.SaveType(widthTag, width);
             serialiser.SaveType(heightTag, height);

@@ -4,6 +4,7 @@
 #include "colour/ICCManager.h"
 #include "colour/ICCProfileSet.h"
 #include "host/Failure.h"
+#include "host/Progress.h"
 #include "kernel/Archive.h"
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/Point.h"
@@ -42,7 +43,7 @@ public:
 
     /// Registers what documents hold. Before the first one.
     static void RegisterClasses();
-    /// Whether a file that is there is one, if a damaged one.
+    /// Whether a file is one, if a damaged one.
     static bool IsDocument(std::string const & path);
     /// A new one, which `Save` puts in the place of whatever lies at the path.
     static Document Create(std::string const & path);
@@ -55,9 +56,10 @@ public:
     /// What a save is told.
     struct SaveSettings {
         Kernel::ArchiveSaveMode mode = Kernel::ArchiveSaveMode::Update;
-        bool keepDamaged = false; ///< save what is damaged as it is, rather than fail
+        bool keepDamaged = false;      ///< save what is damaged as it is, rather than fail
+        Progress * progress = nullptr; ///< may be null; told after each layer
     };
-    /// Throws `Failure`; the document on disk is as it was then, unless the text says otherwise.
+    /// Throws `Interrupted`, and `Failure`; the document on disk is as it was then, unless the text says otherwise.
     Kernel::ArchiveSaveCounts Save(SaveSettings const & settings);
 
     std::string const & GetPath() const { return archive->GetPath(); }

@@ -37,8 +37,19 @@ void Print(std::string const & text) { std::fputs(text.c_str(), stdout); }
 /// Progress of work that goes through a document.
 void ShowFraction(void * context, double fraction) { static_cast<Progress *>(context)->Show(fraction); }
 
+/// Opens a picture's header: what is no picture fails here.
+SourceFile OpenPicture(Session & session, std::string const & path) {
+    try {
+        return SourceFile(session, path, {});
+    } catch (Failure const &) {
+        if (Document::IsDocument(path))
+            throw Failure("is a document; `raster document extract` makes pictures of its layers");
+        throw;
+    }
+}
+
 Kernel::Counted<Layer> Place(Session & session, std::string const & path) {
-    SourceFile const source(session, path, {}); // opens the header: what is no picture fails here
+    auto const source = OpenPicture(session, path);
     auto const data = Kernel::MakeCounted<CompressedRasterData>();
     if (!data->SetFromFile(path.c_str()))
         throw Failure("can't be read");
@@ -72,7 +83,8 @@ bool Create(Session & session, DocumentSettings const & settings) {
             document.height = std::max(document.height, layer->bitmap.GetHeight());
             document.layers.push_back(layer);
         }
-        document.Save({});
+        Progress progress(session.GetMessages(), settings.document);
+        document.Save({.progress = &progress});
     });
 }
 
@@ -251,7 +263,8 @@ bool Compact(Session & session, DocumentSettings const & settings) {
         session.PrepareForPixels();
         auto document = Document::Open(settings.document);
         auto const before = document.GetArchive().GetInfo().fileBytes;
-        document.Save({Kernel::ArchiveSaveMode::Compact, settings.keepDamaged});
+        Progress progress(session.GetMessages(), settings.document);
+        document.Save({Kernel::ArchiveSaveMode::Compact, settings.keepDamaged, &progress});
         session.GetMessages().Note(
             settings.document,
             fmt::format("{}, was {}", FormatBytes(document.GetArchive().GetInfo().fileBytes), FormatBytes(before)));

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <map>
 #include <new>
+#include <set>
 #include <unordered_set>
 #include <utility>
 
@@ -364,9 +365,9 @@ Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entr
 /// document of its own isn't taken apart.
 /// @param searched  the offsets of items that were looked into; grows.
 /// @param budget  bytes that headers and what they claim may still come to: many could name the same bytes.
-std::vector<Entry> FindWithin(ArchiveFile const & file, Sorted const & sorted,
-                              std::unordered_set<std::uint64_t> & searched, std::uint64_t & budget) {
-    std::unordered_set<std::uint64_t> commits;
+std::vector<Entry> FindWithin(ArchiveFile const & file, Sorted const & sorted, std::set<std::uint64_t> & searched,
+                              std::uint64_t & budget) {
+    std::set<std::uint64_t> commits;
     for (auto const & entry : sorted.whole)
         commits.insert(entry.id.commit);
     std::vector<Entry> within;
@@ -388,7 +389,7 @@ std::vector<Entry> FindWithin(ArchiveFile const & file, Sorted const & sorted,
 Sorted FindItems(ArchiveFile const & file, std::string const & path, Progress const & progress) {
     auto entries = ScanForItems(file, progress);
     auto sorted = Sort(file, path, entries, progress);
-    std::unordered_set<std::uint64_t> searched;
+    std::set<std::uint64_t> searched;
     for (auto budget = GetScanBudget(file); !sorted.failed.empty() && !progress.IsAborted();) {
         auto const within = FindWithin(file, sorted, searched, budget);
         if (within.empty())
@@ -402,7 +403,7 @@ Sorted FindItems(ArchiveFile const & file, std::string const & path, Progress co
 
 /// Of two streams of one name the one that the list names is the later one, wherever in the file it is.
 void PreferListed(std::vector<Entry> & whole, std::vector<Entry> const & listed) {
-    std::unordered_map<std::string, Entry const *> streams;
+    std::map<std::string, Entry const *> streams;
     for (auto const & entry : listed)
         if (entry.type == ArchiveTags::stream)
             streams.emplace(entry.name, &entry);
