@@ -89,7 +89,8 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
         newest = std::max(newest, footer->commitNumber);
         if (auto entries = ReadIndex(*file, *footer, attempts)) {
             auto opened = MakeCounted<ArchiveSnapshot>(path, file, *header, *footer, std::move(*entries), newest);
-            if (opened->byID.GetCount() == opened->entries.size()) { // else an id comes twice, and nobody knows what it is
+            if (opened->byID.GetCount() ==
+                opened->entries.size()) { // else an id comes twice, and nobody knows what it is
                 if (opened->GetEnd() < size.value_or(0))
                     Trace("%1: behind the last save that is whole there is more, of one that was cut off or damaged "
                           "since\n",
