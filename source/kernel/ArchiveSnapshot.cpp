@@ -88,7 +88,7 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
         newest = std::max(newest, footer->commitNumber);
         if (auto entries = ReadIndex(*file, *footer, attempts)) {
             auto opened = MakeCounted<ArchiveSnapshot>(path, file, *header, *footer, std::move(*entries), newest);
-            if (opened->byID.size() == opened->entries.size()) { // else an id comes twice, and nobody knows what it is
+            if (!opened->HasIDTwice()) { // else nobody knows what it stands for
                 if (opened->GetEnd() < size.value_or(0))
                     Trace("%1: behind the last save that is whole there is more, of one that was cut off or damaged "
                           "since\n",
@@ -101,6 +101,11 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
         end = footer->previous == 0 ? 0 : footer->previous + footerBytes;
     }
     throw ArchiveError(ArchiveError::Kind::Damaged, path + ": no list of contents in it is whole");
+}
+
+bool ArchiveSnapshot::HasIDTwice() const {
+    return std::any_of(entries.begin(), entries.end(),
+                       [this](Entry const & entry) { return Find(entry.id) != &entry; });
 }
 
 Entry const * ArchiveSnapshot::Find(ItemID id) const {
