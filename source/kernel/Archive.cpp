@@ -145,6 +145,7 @@ Counted<DelayLoadHolder> Archive::GetHolder(ItemID id, FileStoreItemType const &
     if (!id || (entry && entry->type != type.GetTag()))
         return {};
     auto made = DelayLoadHolder::CreateFromSource(type, MakeCounted<ArchiveItemSource>(this, current, id));
+    made->MarkAsListed();
     Counted<DelayLoadHolder> found; // a holder that isn't taken goes after the lock, since it asks for the lock itself
     {
         ScopedLock const guard(holders->lock);
@@ -167,6 +168,7 @@ void Archive::ForgetHolder(ItemID id, DelayLoadHolder const & holder) const noex
 }
 
 void Archive::RememberHolder(ItemID id, DelayLoadHolder & holder) {
+    holder.MarkAsListed();
     ScopedLock const guard(holders->lock);
     holders->byID.emplace(id, &holder);
 }

@@ -8,8 +8,8 @@
 namespace Kernel {
 ArchiveItemSource::ArchiveItemSource(Counted<Archive> itemArchive, Counted<ArchiveSnapshot const> const & snapshot,
                                      ItemID itemID)
-    : archive(std::move(itemArchive)), file(snapshot->GetFile()), id(itemID) {
-    if (auto const * const found = snapshot->Find(id))
+    : archive(std::move(itemArchive)), file(snapshot ? snapshot->GetFile() : nullptr), id(itemID) {
+    if (auto const * const found = snapshot ? snapshot->Find(id) : nullptr)
         entry = *found;
     if (entry && entry->HasReferences())
         snapshotOfReferences = snapshot;

@@ -10,7 +10,7 @@ namespace Kernel {
 /// An item in a document, as a holder knows it: where its bytes lie, which is where they stay whatever is saved later.
 class ArchiveItemSource final : public FileStoreItemSource {
 public:
-    /// @param snapshot  in which the item is looked up
+    /// @param snapshot  in which the item is looked up; null has none
     ArchiveItemSource(Counted<Archive> itemArchive, Counted<ArchiveSnapshot const> const & snapshot, ItemID itemID);
 
     Counted<FileStoreItem> LoadItem(FileStoreItemType const & type, std::string & why) const override;
@@ -20,7 +20,7 @@ public:
     ItemID GetID() const { return id; }
     /// Nothing if the document lacks the item.
     std::optional<ArchiveLayout::Entry> const & GetEntry() const { return entry; }
-    ArchiveFile const & GetFile() const { return *file; }
+    ArchiveFile const & GetFile() const { return *file; } ///< where there is an entry
     /// Where the items are that this one refers to; null for one that refers to none. Snapshots are large: a document
     /// that is saved often would keep as many of them as there are items of different age.
     Counted<ArchiveSnapshot const> const & GetSnapshot() const { return snapshotOfReferences; }

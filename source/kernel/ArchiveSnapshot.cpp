@@ -48,7 +48,8 @@ ArchiveSnapshot::ArchiveSnapshot(std::string snapshotPath, Counted<ArchiveFile c
       newestFooter(std::max(itsNewestFooter, itsFooter.commitNumber)), entries(std::move(itsEntries)) {
     byID.Reserve(entries.size());
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        byID.Add(entries[i].id.commit, entries[i].id.number, i);
+        if (!Find(entries[i].id))
+            byID.Add(entries[i].id.commit, entries[i].id.number, i);
         if (entries[i].type == ArchiveTags::stream)
             streamsByName.Add(Hash64(entries[i].name.data(), entries[i].name.size()), 0, i);
     }
@@ -88,7 +89,7 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
         newest = std::max(newest, footer->commitNumber);
         if (auto entries = ReadIndex(*file, *footer, attempts)) {
             auto opened = MakeCounted<ArchiveSnapshot>(path, file, *header, *footer, std::move(*entries), newest);
-            if (!opened->HasIDTwice()) { // else nobody knows what it stands for
+            if (opened->byID.GetCount() == opened->entries.size()) { // else an id comes twice, and nobody knows what it is
                 if (opened->GetEnd() < size.value_or(0))
                     Trace("%1: behind the last save that is whole there is more, of one that was cut off or damaged "
                           "since\n",
@@ -101,11 +102,6 @@ Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, C
         end = footer->previous == 0 ? 0 : footer->previous + footerBytes;
     }
     throw ArchiveError(ArchiveError::Kind::Damaged, path + ": no list of contents in it is whole");
-}
-
-bool ArchiveSnapshot::HasIDTwice() const {
-    return std::any_of(entries.begin(), entries.end(),
-                       [this](Entry const & entry) { return Find(entry.id) != &entry; });
 }
 
 Entry const * ArchiveSnapshot::Find(ItemID id) const {

@@ -94,8 +94,6 @@ public:
     ArchiveItemReader GetReader() const { return {*file, path}; }
 
 private:
-    bool HasIDTwice() const;
-
     std::string const path;
     Counted<ArchiveFile const> const file;
     ArchiveLayout::Header const header;

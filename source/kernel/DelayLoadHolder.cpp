@@ -3,6 +3,8 @@
 #include "kernel/ScopedLock.h"
 #include "kernel/Trace.h"
 
+#include <utility>
+
 namespace Kernel {
 namespace {
 class LoadedHolder final : public DelayLoadHolder {
@@ -31,12 +33,12 @@ FileStoreItemSource::~FileStoreItemSource() = default;
 void FileStoreItemSource::ForgetHolder(DelayLoadHolder const &) const noexcept {}
 
 DelayLoadHolder::~DelayLoadHolder() {
-    if (source)
+    if (source && isListed)
         source->ForgetHolder(*this);
 }
 
 void DelayLoadHolder::SetSource(Counted<FileStoreItemSource const> newSource) noexcept {
-    if (source && source != newSource)
+    if (source && source != newSource && std::exchange(isListed, false))
         source->ForgetHolder(*this);
     source = std::move(newSource);
 }

@@ -18,7 +18,7 @@ public:
     /// @param why  receives what is wrong if the item can't be had, with its name.
     /// @return null then.
     virtual Counted<FileStoreItem> LoadItem(FileStoreItemType const & type, std::string & why) const = 0;
-    /// A holder that stands for this source is being destroyed.
+    /// A holder that stands for this source, and is listed, is being destroyed.
     virtual void ForgetHolder(DelayLoadHolder const & holder) const noexcept;
 };
 
@@ -58,6 +58,10 @@ public:
     Counted<FileStoreItemSource const> const & GetSource() const noexcept { return source; }
     /// The item lies there from now on. Under the lock.
     void SetSource(Counted<FileStoreItemSource const> newSource) noexcept;
+
+    /// Whoever makes sources can find this holder by its item from now on, and is to be told when it goes. Before
+    /// anybody else has it, or under the lock.
+    void MarkAsListed() noexcept { isListed = true; }
 
     /// Lets go of the item, which others may still hold, if it can be loaded again as it is. Under the lock.
     /// @return false if the item stays: it has no stored form, or has changed since it was stored.
@@ -111,5 +115,6 @@ private:
     Counted<FileStoreItem> keptItem;           // guarded by holderLock
     Counted<FileStoreItemSource const> source; // guarded by holderLock
     std::string failure;                       // guarded by holderLock
+    bool isListed = false;                     // guarded by holderLock
 };
 }

@@ -20,6 +20,7 @@ public:
     /// @param position  below 2^32 - 1
     void Add(std::uint64_t key, std::uint64_t moreOfTheKey, std::size_t position);
     void Clear() noexcept;
+    std::size_t GetCount() const noexcept { return used; }
 
     /// The position for which `isIt(position)` is true, which is asked only for those that may have this key: of
     /// several the one that was added first, if there was room for all of them.

@@ -35,6 +35,9 @@ bool DynamicBitmap::Load(Kernel::InSerialiser const & serialiser, Kernel::FileSt
         return true;
     Create(width, height, static_cast<Format>(format), MipmapModeOnDemandDefault, HardwareCachePolicy::Default);
     auto * const core = GetCore();
-    return core && core->LoadInline(serialiser, store, version);
+    if (core && core->LoadInline(serialiser, store, version))
+        return true;
+    *this = DynamicBitmap();
+    return false;
 }
 }

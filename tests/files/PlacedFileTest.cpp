@@ -7,6 +7,8 @@
 #include "storage/BitmapPixels.h"
 #include "storage/DocumentEnvironment.h"
 
+#include <tuple>
+
 namespace Raster {
 namespace {
 using File = Kernel::Counted<CompressedRasterData>;
@@ -145,6 +147,22 @@ TEST_F(PlacedFileTest, DocumentKeepsItByteByByteUntilItIsPaintedOn) {
     Save(document, loaded);
     EXPECT_EQ(CountItems(document, "Data"), 0u);
     EXPECT_EQ(PixelsOf(Load(Open())), PixelsOf(loaded));
+}
+
+// The empty picture of a file that nobody can decode is converted for a bitmap of another kind: still nothing.
+TEST_F(PlacedFileTest, BrokenFileStaysBehindBitmapsOfEveryKind) {
+    auto const file = Encode(MakePicture(300, 270));
+    file->GetData()[20] ^= 0x40;
+    AllowNothing();
+    for (auto const & [width, height, format] :
+         {std::tuple(300, 270, RGBA8), std::tuple(100, 500, RGBA8), std::tuple(300, 270, CMYKA8),
+          std::tuple(10, 10, LABA16), std::tuple(300, 270, RGBAUF), std::tuple(300, 270, A8)}) {
+        auto const bitmap = MakePendingOn(file, width, height, format);
+        bitmap.ForceDelayLoad(nullptr);
+        auto const document = Create();
+        Save(document, bitmap);
+        EXPECT_TRUE(HasProperty(document, "Bckg")) << width << " by " << height << ", format " << format;
+    }
 }
 
 TEST_F(PlacedFileTest, BrokenFileShowsEmptyAndStays) {

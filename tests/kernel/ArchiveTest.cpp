@@ -240,6 +240,13 @@ std::string GetLabelText(Counted<DelayLoadHolder> const & holder) {
 }
 }
 
+TEST_F(ArchiveTest, HolderOfADocumentThatWasNeverSavedLoadsNothing) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto const holder = archive->GetHolder({1, 1}, Blob::GetType());
+    ASSERT_TRUE(holder);
+    EXPECT_THAT(BytesOf(holder), IsEmpty());
+}
+
 // What the item refers to has left the document with it.
 TEST_F(ArchiveTest, RemovedItemComesBackWithWhatItRefersTo) {
     Label::GetClassProperties().Init();

@@ -48,8 +48,10 @@ TEST(PositionTable, FindsWhatAMapFinds) {
             EXPECT_EQ(FindIn(table, keys, key), position);
         for (int i = 0; i < 3000; ++i)
             EXPECT_FALSE(FindIn(table, keys, {random(), random()}));
+        EXPECT_EQ(table.GetCount(), keys.size());
         table.Clear();
         EXPECT_FALSE(FindIn(table, keys, keys[0]));
+        EXPECT_EQ(table.GetCount(), 0u);
     }
 }
 

@@ -38,6 +38,25 @@ TEST(PixelMemory, ZeroedContentIsZero) {
     }
 }
 
+TEST(PixelMemory, BlocksAreZeroAlsoWhereMemoryWasUsedBefore) {
+    for (std::uint64_t const bytes : {std::uint64_t(1), std::uint64_t(1) << 20, (std::uint64_t(2) << 20) - 1,
+                                      std::uint64_t(2) << 20, (std::uint64_t(5) << 20) + 3, std::uint64_t(33) << 20})
+        for (int round = 0; round < 3; ++round) { // the allocator recycles what the round before has dirtied
+            PixelMemory::Owner const block(PixelMemory::AllocateBlock(bytes));
+            ASSERT_TRUE(std::all_of(block.get(), block.get() + bytes, [](unsigned char byte) { return byte == 0; }))
+                << bytes << " bytes";
+            std::memset(block.get(), 255, bytes);
+        }
+    EXPECT_EQ(nullptr, PixelMemory::AllocateBlock(0));
+    EXPECT_THROW(PixelMemory::AllocateBlock(~std::uint64_t(0)), std::bad_alloc);
+    for (std::uint64_t const bytes : {std::uint64_t(1), std::uint64_t(3) << 20, std::uint64_t(40) << 20}) {
+        PixelMemory::FailAllocation(1);
+        EXPECT_THROW(PixelMemory::AllocateBlock(bytes), std::bad_alloc);
+        PixelMemory::Owner const block(PixelMemory::AllocateBlock(bytes));
+        EXPECT_TRUE(block);
+    }
+}
+
 TEST(PixelMemory, NothingIsNull) {
     EXPECT_EQ(nullptr, PixelMemory::Allocate(0, Content::Zeroed));
     PixelMemory::Free(nullptr);

@@ -41,7 +41,9 @@ protected:
     }
     static bool TryToLoad(Document const & document) {
         DynamicBitmap bitmap;
-        return bitmap.Load(*Parse(document), *document, 1);
+        bool const isLoaded = bitmap.Load(*Parse(document), *document, 1);
+        EXPECT_EQ(bitmap.GetCore() != nullptr, isLoaded);
+        return isLoaded;
     }
     void SaveKeepingDamage(Document const & document, DynamicBitmap const & bitmap) const {
         SaveWith(document, [&](auto & session) {
