@@ -341,15 +341,14 @@ Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entr
     for (auto const & entry : entries) {
         if (progress.IsAborted())
             break;
-        if (known.contains(entry.id))
-            continue; // the same item once more: an id stands for the same bytes for ever
         try {
             reader.ReadRaw(entry, /*checkRaw=*/true);
         } catch (std::exception const &) { // damaged, or too large for this machine
             sorted.failed.push_back(entry);
             continue;
         }
-        known.insert(entry.id);
+        if (!known.insert(entry.id).second)
+            continue; // the same item once more: an id stands for the same bytes for ever
         auto const place = entry.type == ArchiveTags::stream ? streams.emplace(entry.name, sorted.whole.size())
                                                              : std::pair(streams.end(), true);
         if (place.second)

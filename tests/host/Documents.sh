@@ -3,6 +3,7 @@
 set -uo pipefail
 
 raster=$1 pictures=$2
+recorded=$(cd "$(dirname "${BASH_SOURCE[0]}")/../data" && pwd)/version-1.doc
 rm -rf "$3"
 mkdir -p "$3/in"
 cd "$3" || exit 1
@@ -51,6 +52,17 @@ Run 0 extract a.doc 1 layer.png
 "$raster" convert $photo photo.png 2>/dev/null
 Same layer.png photo.png
 [ "$(stat -c %s a.doc)" -lt $(($(stat -c %s $photo) + $(stat -c %s $badge) + 100000)) ] || Fail "$last: is too large"
+
+# --- A document of the first version of the format opens for ever.
+cp "$recorded" old.doc
+Run 0 verify old.doc
+Run 0 info old.doc
+Prints "layer 5      Placed (90 x 60 RGBA8, at 5,5, opacity 1), pending: as its file"
+Run 0 extract old.doc 6 old.png
+Run 0 flatten old.doc old.png
+Run 0 fill old.doc --layer 1 --rect 0,0,9,9 --colour white
+Run 0 compact old.doc
+Run 0 verify old.doc
 
 # --- Painting saves in place, and only what changed.
 cp a.doc before.doc

@@ -1,10 +1,12 @@
 #include "kernel/Album.h"
 #include "kernel/ArchiveCheck.h"
+#include "kernel/Dispatch.h"
 #include "kernel/MemoryDisk.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 
 using namespace Kernel;
@@ -180,33 +182,38 @@ TEST(ArchiveCheck, TellsAnUnfinishedSaveFromDamage) {
 // saved. A bit of the zeros between the parts is only looked for.
 TEST(ArchiveCheck, FindsEveryBitThatFlipsAndSavesTheRest) {
     for (unsigned const saves : {1u, 3u}) {
-        auto files = MakeDocument(4, saves);
+        auto const files = MakeDocument(4, saves);
+        auto const & whole = files.at(path);
         auto const itemCount = Archive::Open(path, "Test", MakeCounted<MemoryDisk>(files))->GetInfo().items.size();
-        auto & bytes = files.at(path);
-        auto const whole = bytes;
         auto const isPadding = [&](std::size_t at) {
             auto const begin = whole.begin() + static_cast<std::ptrdiff_t>(at < 8 ? 0 : at - 8);
             return std::all_of(begin, std::min(begin + 17, whole.end()), [](auto byte) { return byte == 0; });
         };
-        std::size_t const step = saves == 1 ? bitStep : bitStep * 31;
-        std::uint64_t salvages = 0, saved = 0;
-        for (std::size_t bit = 0; bit < bytes.size() * 8; bit += step) {
-            auto & byte = bytes[bit / 8];
-            auto const flip = static_cast<std::uint8_t>(1u << bit % 8);
-            byte ^= flip;
-            ASSERT_TRUE(IsFoundDamaged(files)) << "bit " << bit % 8 << " of byte " << bit / 8;
-            if (!isPadding(bit / 8)) {
-                ReadAll(files);
-                auto const disk = MakeCounted<MemoryDisk>(files);
-                auto const salvage = SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk, "Test");
-                // Where a scan was needed, items that were dead are saved too.
-                ASSERT_GE(salvage.itemsSaved + 1, itemCount) << "bit " << bit % 8 << " of byte " << bit / 8;
-                ASSERT_LE(salvage.itemsLost, 1u);
-                ++salvages;
-                saved += std::min<std::uint64_t>(salvage.itemsSaved, itemCount);
+        std::size_t const step = saves == 1 ? bitStep : bitStep * 31, bitCount = whole.size() * 8;
+        std::atomic<std::uint64_t> salvages{0}, saved{0};
+        constexpr std::size_t parts = 64;
+        Dispatch::ParallelFor(parts, [&](std::uint64_t part) {
+            auto changed = files;
+            auto & bytes = changed.at(path);
+            std::size_t const first = bitCount * part / parts, last = bitCount * (part + 1) / parts;
+            for (std::size_t bit = (first + step - 1) / step * step; bit < last; bit += step) {
+                auto & byte = bytes[bit / 8];
+                auto const flip = static_cast<std::uint8_t>(1u << bit % 8);
+                byte ^= flip;
+                ASSERT_TRUE(IsFoundDamaged(changed)) << "bit " << bit % 8 << " of byte " << bit / 8;
+                if (!isPadding(bit / 8)) {
+                    ReadAll(changed);
+                    auto const disk = MakeCounted<MemoryDisk>(changed);
+                    auto const salvage = SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk, "Test");
+                    // Where a scan was needed, items that were dead are saved too.
+                    ASSERT_GE(salvage.itemsSaved + 1, itemCount) << "bit " << bit % 8 << " of byte " << bit / 8;
+                    ASSERT_LE(salvage.itemsLost, 1u);
+                    ++salvages;
+                    saved += std::min<std::uint64_t>(salvage.itemsSaved, itemCount);
+                }
+                byte ^= flip;
             }
-            byte ^= flip;
-        }
+        });
         EXPECT_FALSE(IsFoundDamaged(files));
         EXPECT_GT(salvages, 0u);
         auto const name = saves == 1 ? std::string("OneCommit") : std::string("ThreeCommits");
@@ -304,6 +311,26 @@ TEST(ArchiveCheck, SalvageFallsBackToAnEarlierStateOfAStream) {
     auto const disk = MakeCounted<MemoryDisk>(files);
     EXPECT_EQ(SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk).itemsLost, 1u);
     EXPECT_THAT(ContentOf(Archive::Open("saved.doc", "Test", disk)), SizeIs(4));
+}
+
+// The disk has put the beginning of one item into another one. What it claims there hides the item that follows, unless
+// it is found to be no item.
+TEST(ArchiveCheck, SalvageFindsWhatLiesBehindAHeaderThatWentAstray) {
+    auto files = MakeDocument(4, 1);
+    auto & bytes = files.at(path);
+    auto const items = Archive::Open(path, "Test", MakeCounted<MemoryDisk>(files))->GetInfo().items;
+    ASSERT_GE(items.size(), 4u);
+    auto const &hit = items[1], &hidden = items[2], &copied = items[3];
+    auto const at = hidden.offset - 160; // a header of some 100 bytes, and from there on 300 bytes that it claims
+    ASSERT_GT(at, hit.offset + 16);
+    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(copied.offset), 112,
+                bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    DamageLists(bytes);
+    bytes[hit.offset + 50] ^= 1; // so that only the header that is in it is found
+    auto const disk = MakeCounted<MemoryDisk>(files);
+    EXPECT_EQ(SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk).itemsSaved, items.size() - 1);
+    auto const saved = Archive::Open("saved.doc", "Test", disk)->GetInfo().items;
+    EXPECT_TRUE(std::any_of(saved.begin(), saved.end(), [&](auto const & item) { return item.id == hidden.id; }));
 }
 
 // A document keeps its kind, whatever it is, and also where the header that says it doesn't check.

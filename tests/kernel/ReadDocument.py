@@ -18,6 +18,7 @@ LOADER = importlib.machinery.SourceFileLoader("reader", TOOL)
 reader = importlib.util.module_from_spec(importlib.util.spec_from_loader("reader", LOADER))
 LOADER.exec_module(reader)
 
+RECORDED = os.path.join(ROOT, "tests", "data", "version-1.doc")
 ALBUM, PICTURES = os.path.join(FOLDER, "album.doc"), os.path.join(FOLDER, "pictures.doc")
 DAMAGED = os.path.join(FOLDER, "damaged.doc")
 
@@ -109,6 +110,36 @@ class WholeDocuments(unittest.TestCase):
         self.assertEqual(code, 0)
         self.assertIn("1000 bytes behind the last commit", text)
         self.assertEqual(ask_library(DAMAGED)[2], [0, 12, 1000])
+
+
+class RecordedDocument(unittest.TestCase):
+    """The document that is kept is read for ever, by this reader too."""
+
+    def test_is_listed(self):
+        code, text = run("list", "--json", RECORDED)
+        self.assertEqual(code, 0)
+        listed = json.loads(text)
+        archive, items, _ = ask_library(RECORDED)
+        self.assertEqual([str(listed[key]) for key in ("fileBytes", "deadBytes", "commitNumber", "tag")], archive[1:])
+        self.assertEqual(len(listed["items"]), len(items))
+        self.assertEqual((listed["version"], listed["tag"], len(listed["commits"])), (1, "Rast", 2))
+        self.assertEqual(sorted(item["name"] for item in listed["items"] if item["type"] == "Strm"),
+                         ["Document.dat", *("Layer-%04d.dat" % i for i in range(1, 8)), "Notes/\xe9t\xe9",
+                          "Types.dat"])
+
+    def test_checks(self):
+        code, text = run("check", RECORDED)
+        self.assertEqual((code, text), (0, "%d items checked, 0 problems\n" % ask_library(RECORDED)[2][1]))
+
+    def test_shows_its_properties(self):
+        code, text = run("dump", RECORDED, "Types.dat")
+        self.assertEqual(code, 0)
+        for line in ("Type, version 7", "  Ui64: UInt64 9223372036854775808", "  In16: Int16 -30000",
+                     "  Dbl : Double 0.1", '  Utf8: "\u20ac"', "  Rect: RectInt32 -4 3 2 1", "  Arra: UInt16 1 2 3",
+                     "  Crve: Spln, version 1", "  Meta: 1 texts", '    "Author": "nobody"'):
+            self.assertIn(line + "\n", text)
+        for name in ("Document.dat", "Layer-0005.dat"):
+            self.assertEqual(run("dump", RECORDED, name)[0], 0)
 
 
 class DamagedDocuments(unittest.TestCase):
