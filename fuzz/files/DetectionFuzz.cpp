@@ -1,4 +1,4 @@
-// Opens bytes as a file of whatever type they look like, and draws what is in it.
+// Opens bytes as a file of whatever type they look like, and draws what is in it: kept, and while it decodes.
 #include "DecodingLimit.h"
 #include "FuzzTarget.h"
 
@@ -9,13 +9,51 @@
 #include "storage/DynamicBitmap.h"
 
 #include <algorithm>
+#include <array>
 #include <exception>
+#include <string>
 
 using namespace Raster;
 using Fuzz::Expect;
 
 namespace {
 constexpr int mostDrawn = 300; // pixels of a side, for speed
+
+struct Drawn {
+    DynamicBitmap bitmap;
+    bool hasFailed = false;
+    std::string failure;
+};
+
+template<class Function>
+Drawn DrawBy(Kernel::Counted<CompressedRasterData const> const & bytes, Function draw) {
+    DynamicFile file;
+    file.Create(bytes);
+    Drawn drawn;
+    try {
+        drawn.bitmap.Create(std::min(file.GetWidth(), mostDrawn), std::min(file.GetHeight(), mostDrawn),
+                            file.GetFormat(), MipmapModeNone, HardwareCachePolicy());
+        draw(drawn.bitmap, file);
+    } catch (std::exception const &) {
+        Expect(file.HasFailed());
+    }
+    drawn.hasFailed = file.HasFailed();
+    drawn.failure = file.GetFailure();
+    return drawn;
+}
+
+std::array<unsigned char, 16> GetDigest(DynamicBitmap const & bitmap) {
+    std::array<unsigned char, 16> digest{};
+    GetBitmapMD5Digest(digest.data(), Kernel::MakeCounted<DynamicBitmap const>(bitmap));
+    return digest;
+}
+
+// Of what was drawn before a failure nothing is said.
+void ExpectEqual(Drawn const & a, Drawn const & b) {
+    Expect(a.hasFailed == b.hasFailed && a.failure == b.failure);
+    if (!a.hasFailed)
+        Expect(GetDigest(a.bitmap) == GetDigest(b.bitmap));
+}
 }
 
 int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size) {
@@ -30,12 +68,10 @@ int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size) {
     Expect(!file.GetProfile() || file.GetProfile()->GetHandle());
     if (file.GetFormat() == NoFormat)
         return 0;
-    try {
-        DynamicBitmap bitmap(std::min(file.GetWidth(), mostDrawn), std::min(file.GetHeight(), mostDrawn),
-                             file.GetFormat(), MipmapModeNone, HardwareCachePolicy());
-        Draw(bitmap, file, nullptr, nullptr, 0, 0);
-    } catch (std::exception const &) {
-        Expect(file.HasFailed());
-    }
+    auto const kept = DrawBy(
+        bytes, [](DynamicBitmap & bitmap, DynamicFile & source) { Draw(bitmap, source, nullptr, nullptr, 0, 0); });
+    auto const once = DrawBy(
+        bytes, [](DynamicBitmap & bitmap, DynamicFile & source) { DrawOnce(bitmap, source, nullptr, nullptr, 0, 0); });
+    ExpectEqual(kept, once);
     return 0;
 }
