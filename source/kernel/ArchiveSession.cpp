@@ -421,6 +421,12 @@ ItemID ArchiveSession::AddItem(Pending item) {
 /// An item with the same content, which then is part of the document and stands for this one too.
 std::optional<ItemID> ArchiveSession::FindEqual(Pending const & item) {
     auto const hash = item.header.rawHash.low;
+    if (item.header.type ==
+        ArchiveTags::stream) { // of these, which may be equal but for their names, there may be many
+        auto const * const entry = base ? base->FindStream(item.header.name) : nullptr;
+        bool const isSame = entry && entry->rawHash == hash && IsEqual(item, entry->id);
+        return isSame ? std::optional(KeepItem(*base, entry->id)) : std::nullopt;
+    }
     int attempts = 8; // of different content with one hash there is more only in a file that was made so
     auto const found = itemByHash.Find(hash, 0, [&](std::size_t i) {
         return hashes[i].first == hash && attempts-- > 0 && IsEqual(item, hashes[i].second);

@@ -72,6 +72,18 @@ TEST_F(SharedItemsTest, WhatAChangedTileTookAlongIsNotWhatTheOtherReads) {
     EXPECT_EQ(BytesOf(GetTile(loaded, 0, 1)), original);
 }
 
+TEST_F(SharedItemsTest, ManyEqualBitmapsAreFoundAgain) {
+    auto const document = Create();
+    auto const save = [&] {
+        return SaveWith(document, [](auto & session) {
+            for (int i = 0; i < 50; ++i)
+                session.StoreObject("Bitmap" + std::to_string(i) + ".dat", MakeTwins());
+        });
+    };
+    EXPECT_EQ(save(), 51u); // one tile, and the streams
+    EXPECT_EQ(save(), 0u);
+}
+
 TEST_F(SharedItemsTest, ASaveThatFailsChangesNoTile) {
     auto const document = MakeDocument();
     auto loaded = Load(document);
