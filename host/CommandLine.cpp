@@ -171,7 +171,8 @@ void AddLayer(CLI::App * app, int & layer) {
 void AddEditing(CLI::App * app, DocumentSettings & settings) {
     AddLayer(app, settings.layer);
     AddNumber<double, double>(app, "--opacity", settings.opacity, 0, 1, "0..1", "(1)");
-    app->add_flag("--keep-damaged", settings.keepDamaged, "save what is damaged as it is and paint on it, rather than fail");
+    app->add_flag("--keep-damaged", settings.keepDamaged,
+                  "save what is damaged as it is and paint on it, rather than fail");
 }
 
 void AddDocument(CLI::App & app, DocumentSettings & settings) {

@@ -149,7 +149,7 @@ private:
         auto listed = entries;
         for (int count = input.Take<std::uint8_t>(); count > 0 && !listed.empty(); --count)
             ChangeEntry(listed, input);
-        auto index = EncodeIndex(listed);
+        auto const index = EncodeIndex(listed);
         Align(footerBytes);
         Footer footer;
         footer.commitNumber = ++commits;
@@ -174,10 +174,10 @@ private:
         AppendAll(bytes);
     }
 
-    void AppendCopy(Bytes index, bool isDamaged) {
-        if (isDamaged)
-            ++index.back();
+    void AppendCopy(Bytes const & index, bool isDamaged) {
         AppendAll(index);
+        if (isDamaged)
+            ++file.back();
     }
 
     static void ChangeEntry(std::vector<Entry> & listed, Input & input) {

@@ -17,6 +17,7 @@
 #include "storage/CompressedRasterData.h"
 #include "storage/Data.h"
 
+#include <algorithm>
 #include <map>
 #include <optional>
 #include <utility>
@@ -92,14 +93,15 @@ private:
     // A stream whose one property is the bytes of a profile.
     static Bytes PutIntoProperty(Bytes const & content) {
         using namespace Kernel::PropertyStream;
-        Bytes stream(streamHeaderBytes + recordHeaderBytes);
+        constexpr std::size_t headerBytes = streamHeaderBytes + recordHeaderBytes;
+        Bytes stream(headerBytes + content.size());
         WriteAt(stream.data(), magic);
         WriteAt(stream.data() + 4, version);
         auto * const record = stream.data() + streamHeaderBytes;
         WriteAt(record, Kernel::IDTag("Data").GetValue());
         WriteAt(record + 4, static_cast<std::uint32_t>(Kernel::PropType::RawData));
         WriteAt(record + 8, std::uint64_t(content.size()));
-        stream.insert(stream.end(), content.begin(), content.end());
+        std::copy(content.begin(), content.end(), stream.begin() + headerBytes);
         return stream;
     }
 
