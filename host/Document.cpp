@@ -197,6 +197,7 @@ void Document::Load() {
         auto layer = LoadLayer(GetLayerStream(i));
         if (!layer)
             throw Failure(fmt::format("layer {} is missing or damaged{}", i + 1, salvageHint));
+        layer->isStored = true;
         layers.push_back(std::move(layer));
     }
 }
@@ -241,7 +242,9 @@ Kernel::ArchiveSaveCounts Document::Save(SaveSettings const & settings) {
             std::vector<int>{0}, Raster::RasterSerialisationStrategy::AllowByReference));
         for (std::size_t i = 0; i < layers.size(); ++i) {
             Signals::ThrowIfAborted();
-            session->StoreObject(GetLayerStream(i), *layers[i]);
+            // A layer that hasn't changed costs no look at its tiles.
+            if (!layers[i]->isStored || !session->KeepStream(GetLayerStream(i)))
+                session->StoreObject(GetLayerStream(i), *layers[i]);
             if (settings.progress)
                 settings.progress->Show(static_cast<double>(i + 1) / static_cast<double>(layers.size() + 1));
         }
@@ -256,13 +259,23 @@ Kernel::ArchiveSaveCounts Document::Save(SaveSettings const & settings) {
                 serialiser.EndPropClassI();
             }
         });
-        return archive->CloseSession(std::move(session));
+        auto const counts = archive->CloseSession(std::move(session));
+        for (auto const & layer : layers)
+            layer->isStored = true;
+        return counts;
     });
 }
 
-Layer & Document::GetLayer(int number) {
+Layer const & Document::GetLayer(int number) const {
     if (number < 1 || static_cast<std::size_t>(number) > layers.size())
         throw Failure(fmt::format("has no layer {}; it has {}", number, layers.size()));
     return *layers[static_cast<std::size_t>(number - 1)];
+}
+
+Layer & Document::ChangeLayer(int number) {
+    static_cast<void>(GetLayer(number));
+    auto & layer = *layers[static_cast<std::size_t>(number - 1)];
+    layer.isStored = false;
+    return layer;
 }
 }

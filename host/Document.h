@@ -29,6 +29,7 @@ public:
     Raster::DynamicBitmap bitmap;
     Raster::ICCManager::Profile profile;                 ///< of the file; null if it has none
     Kernel::Counted<Kernel::DelayLoadHolder> placedFile; ///< a `CompressedRasterData`; null if there is none
+    bool isStored = false; ///< the document on disk has it as it is: a save keeps its stream
 
     static Kernel::ClassProperties const & GetClassProperties();
     Kernel::ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
@@ -64,8 +65,10 @@ public:
 
     std::string const & GetPath() const { return archive->GetPath(); }
     Kernel::Archive const & GetArchive() const { return *archive; }
-    /// The n-th layer, counted from 1 as users do. Throws `Failure`.
-    Layer & GetLayer(int number);
+    /// The n-th layer, counted from 1 as users do, to be looked at. Throws `Failure`.
+    Layer const & GetLayer(int number) const;
+    /// The same, to be changed.
+    Layer & ChangeLayer(int number);
 
     int width = 0, height = 0; ///< of the canvas, pixels
     std::vector<Kernel::Counted<Layer>> layers;

@@ -176,7 +176,7 @@ bool Fill(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
         session.PrepareForPixels();
         auto document = Document::Open(settings.document);
-        auto & layer = document.GetLayer(settings.layer);
+        auto & layer = document.ChangeLayer(settings.layer);
         if (!IsOnLayer(session, layer, settings.rect, settings))
             return;
         Progress progress(session.GetMessages(), settings.document);
@@ -207,7 +207,7 @@ bool Stamp(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
         session.PrepareForPixels();
         auto document = Document::Open(settings.document);
-        auto & layer = document.GetLayer(settings.layer);
+        auto & layer = document.ChangeLayer(settings.layer);
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(0.4);
         auto const stamp = Blaming(settings.files.front(), [&] {
