@@ -11,6 +11,7 @@
 #include "storage/DeduplicationPass.h"
 #include "storage/RasterSerialisationStrategy.h"
 #include "storage/StoredClasses.h"
+#include "storage/TileGrid.h"
 
 #include <fmt/format.h>
 
@@ -211,14 +212,22 @@ void Document::LoadRoot(Kernel::InSerialiser const & root, std::uint32_t & layer
         [&](Kernel::InSerialiser const & nested, unsigned short version) { profiles.Load(nested, *archive, version); });
 }
 
-Kernel::Counted<Layer> Document::LoadLayer(std::string const & streamName) const {
+Kernel::Counted<Layer> Document::LoadLayer(std::string const & streamName) {
     try {
         auto const stream = archive->OpenStream(streamName);
         if (!stream)
             return {};
         auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, false);
         auto layer = Kernel::MakeCounted<Layer>();
-        return layer->Load(*parsed, *archive, parsed->GetRootVersion()) ? layer : nullptr;
+        if (!layer->Load(*parsed, *archive, parsed->GetRootVersion()))
+            return {};
+        auto const & pixels = *layer->bitmap.GetCore();
+        for (int i = 0; i < pixels.GetPlaneCount(); ++i)
+            tileCount += pixels.GetPlane(i).GetTileCount();
+        if (tileCount > Raster::maximumTileCount)
+            throw Failure("has layers of more than 2^24 tiles, which is a terabyte of pixels; it was made to do harm, "
+                          "or is damaged");
+        return layer;
     } catch (Kernel::ArchiveError const &) {
         return {};
     } catch (Kernel::PropertyStreamError const &) {

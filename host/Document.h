@@ -88,10 +88,12 @@ private:
     void Load();
     void ShareEqualTiles();
     void LoadRoot(Kernel::InSerialiser const & root, std::uint32_t & layerCount);
-    /// Null if it is missing or damaged.
-    Kernel::Counted<Layer> LoadLayer(std::string const & streamName) const;
+    /// Null if it is missing or damaged. Throws `Failure` if all layers so far have more tiles than one bitmap may
+    /// have: a small file could claim any number, and each takes memory before there is a pixel in it.
+    Kernel::Counted<Layer> LoadLayer(std::string const & streamName);
     void PlaceFilesOfNoLayer();
 
     Kernel::Counted<Kernel::Archive> archive;
+    std::uint64_t tileCount = 0; // of the layers that were loaded
 };
 }

@@ -1,0 +1,72 @@
+#include "host/Document.h"
+
+#include "host/Failure.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace Host {
+namespace {
+class DocumentTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { Document::RegisterClasses(); }
+
+    DocumentTest() {
+        std::string name = ::testing::TempDir() + "document-XXXXXX";
+        folder = mkdtemp(name.data());
+    }
+    ~DocumentTest() override { std::filesystem::remove_all(folder); }
+
+    std::string GetPath() const { return folder + "/album.doc"; }
+
+    /// Saves a document of empty layers.
+    void Make(int layerCount, int width, int height) const {
+        auto document = Document::Create(GetPath());
+        for (int i = 0; i < layerCount; ++i) {
+            auto layer = Kernel::MakeCounted<Layer>();
+            layer->bitmap.Create(width, height, Raster::A8, Raster::MipmapModeNone,
+                                 Raster::HardwareCachePolicy::Default);
+            document.layers.push_back(std::move(layer));
+        }
+        document.Save({});
+    }
+
+private:
+    std::string folder;
+};
+
+constexpr int tile = 256;
+}
+
+TEST_F(DocumentTest, LayersThatAddUpToMoreTilesThanABitmapMayHaveAreRefused) {
+    Make(2, 4096 * tile, 2048 * tile);
+    EXPECT_EQ(Document::Open(GetPath()).layers.size(), 2u);
+    Make(2, 4096 * tile, 2048 * tile + 1);
+    try {
+        Document::Open(GetPath());
+        ADD_FAILURE() << "opened";
+    } catch (Failure const & failure) {
+        EXPECT_THAT(failure.what(), ::testing::HasSubstr("2^24 tiles"));
+    }
+}
+
+TEST_F(DocumentTest, LayersThatHaveNotChangedKeepTheirStreams) {
+    Make(3, 10, 10);
+    auto document = Document::Open(GetPath());
+    auto const unchanged = document.Save({});
+    EXPECT_EQ(unchanged.itemsAdded, 0u);
+    document.ChangeLayer(2).name = "painted";
+    EXPECT_EQ(document.Save({}).itemsAdded, 1u);
+    EXPECT_EQ(document.Save({}).itemsAdded, 0u);
+    document.ChangeLayer(3).opacity = 0.25f;
+    document.Save({Kernel::ArchiveSaveMode::Compact}); // into a new file, which nothing of it lacks
+    auto const again = Document::Open(GetPath());
+    EXPECT_EQ(again.GetLayer(2).name, Kernel::StringUtf8("painted"));
+    EXPECT_EQ(again.GetLayer(3).opacity, 0.25f);
+    EXPECT_EQ(again.GetLayer(1).opacity, 1.0f);
+}
+}
