@@ -360,15 +360,19 @@ Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entr
 }
 
 /// Looks for items where those that don't check say that their bytes are: a header may be somewhere that it doesn't
-/// belong. What is found has to come from saves that whole items come from too, so that a damaged item which holds a
-/// document of its own isn't taken apart.
+/// belong. What is found has to come from saves that whole items or what they refer to come from too, so that a damaged
+/// item which holds a document of its own isn't taken apart.
 /// @param searched  the offsets of items that were looked into; grows.
 /// @param budget  bytes that headers and what they claim may still come to: many could name the same bytes.
-std::vector<Entry> FindWithin(ArchiveFile const & file, Sorted const & sorted, std::set<std::uint64_t> & searched,
-                              std::uint64_t & budget) {
+std::vector<Entry> FindWithin(ArchiveFile const & file, std::string const & path, Sorted const & sorted,
+                              std::set<std::uint64_t> & searched, std::uint64_t & budget) {
+    ArchiveItemReader const reader(file, path);
     std::set<std::uint64_t> commits;
-    for (auto const & entry : sorted.whole)
+    for (auto const & entry : sorted.whole) {
         commits.insert(entry.id.commit);
+        for (auto const & reference : reader.ReadHeader(entry).references)
+            commits.insert(reference.commit);
+    }
     std::vector<Entry> within;
     for (auto const & failed : sorted.failed) {
         if (!searched.insert(failed.offset).second)
@@ -390,7 +394,7 @@ Sorted FindItems(ArchiveFile const & file, std::string const & path, Progress co
     auto sorted = Sort(file, path, entries, progress);
     std::set<std::uint64_t> searched;
     for (auto budget = GetScanBudget(file); !sorted.failed.empty() && !progress.IsAborted();) {
-        auto const within = FindWithin(file, sorted, searched, budget);
+        auto const within = FindWithin(file, path, sorted, searched, budget);
         if (within.empty())
             break;
         entries.insert(entries.end(), within.begin(), within.end());
