@@ -333,6 +333,34 @@ TEST(ArchiveCheck, SalvageFindsWhatLiesBehindAHeaderThatWentAstray) {
     EXPECT_TRUE(std::any_of(saved.begin(), saved.end(), [&](auto const & item) { return item.id == hidden.id; }));
 }
 
+// It is the only one left of its save, whose stream has been replaced: that the new stream refers to it tells that it
+// is of this document.
+TEST(ArchiveCheck, SalvageFindsTheLastItemOfASaveBehindAHeaderThatWentAstray) {
+    auto const disk = MakeCounted<MemoryDisk>(MakeDocument(4, 1));
+    auto const archive = Archive::Open(path, "Test", disk);
+    auto album = Load(archive);
+    Change(album.blobs[0], MakeBytes(30, 300));
+    Save(archive, album);
+    auto files = disk->GetFiles();
+    auto & bytes = files.at(path);
+    auto const items = archive->GetInfo().items;
+    ASSERT_EQ(items.size(), 5u);
+    auto const &hit = items[0], &hidden = items[1], &copied = items[2];
+    ASSERT_EQ(hidden.id.commit, copied.id.commit);
+    ASSERT_NE(hidden.id.commit, items[3].id.commit);
+    auto const at = hidden.offset - 160;
+    ASSERT_GT(at, hit.offset + 16);
+    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(copied.offset), 112,
+                bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    DamageLists(bytes);
+    bytes[hit.offset + 50] ^= 1;
+    bytes[copied.offset + 200] ^= 1;
+    auto const damaged = MakeCounted<MemoryDisk>(files);
+    SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, damaged);
+    auto const saved = Archive::Open("saved.doc", "Test", damaged)->GetInfo().items;
+    EXPECT_TRUE(std::any_of(saved.begin(), saved.end(), [&](auto const & item) { return item.id == hidden.id; }));
+}
+
 // A document keeps its kind, whatever it is, and also where the header that says it doesn't check.
 TEST(ArchiveCheck, SalvagedDocumentIsOfTheKindThatItWas) {
     for (bool const isHeaderDamaged : {false, true}) {
