@@ -355,6 +355,7 @@ TEST(ArchiveCheck, SalvageFindsTheLastItemOfASaveBehindAHeaderThatWentAstray) {
     DamageLists(bytes);
     bytes[hit.offset + 50] ^= 1;
     bytes[copied.offset + 200] ^= 1;
+    bytes[hit.offset - 200] ^= 1; // the first item, which is dead
     auto const damaged = MakeCounted<MemoryDisk>(files);
     SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, damaged);
     auto const saved = Archive::Open("saved.doc", "Test", damaged)->GetInfo().items;
