@@ -328,8 +328,9 @@ Counted<ArchiveSnapshot const> OpenListed(std::string const & path, Counted<Arch
 }
 
 struct Sorted {
-    std::vector<Entry> whole;  // each item once, and of streams of one name the last
-    std::vector<Entry> failed; // do not check
+    std::vector<Entry> whole;        // each item once, and of streams of one name the last
+    std::vector<Entry> failed;       // do not check
+    std::set<std::uint64_t> commits; // of whatever checks, older streams too, and of what it refers to
 };
 
 Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entry> const & entries,
@@ -341,14 +342,18 @@ Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entr
     for (auto const & entry : entries) {
         if (progress.IsAborted())
             break;
+        if (known.contains(entry.id))
+            continue; // the same item once more: an id stands for the same bytes for ever
         try {
             reader.ReadRaw(entry, /*checkRaw=*/true);
         } catch (std::exception const &) { // damaged, or too large for this machine
             sorted.failed.push_back(entry);
             continue;
         }
-        if (!known.insert(entry.id).second)
-            continue; // the same item once more: an id stands for the same bytes for ever
+        known.insert(entry.id);
+        sorted.commits.insert(entry.id.commit);
+        for (auto const & reference : reader.ReadHeader(entry).references)
+            sorted.commits.insert(reference.commit);
         auto const place = entry.type == ArchiveTags::stream ? streams.emplace(entry.name, sorted.whole.size())
                                                              : std::pair(streams.end(), true);
         if (place.second)
@@ -364,15 +369,8 @@ Sorted Sort(ArchiveFile const & file, std::string const & path, std::vector<Entr
 /// item which holds a document of its own isn't taken apart.
 /// @param searched  the offsets of items that were looked into; grows.
 /// @param budget  bytes that headers and what they claim may still come to: many could name the same bytes.
-std::vector<Entry> FindWithin(ArchiveFile const & file, std::string const & path, Sorted const & sorted,
-                              std::set<std::uint64_t> & searched, std::uint64_t & budget) {
-    ArchiveItemReader const reader(file, path);
-    std::set<std::uint64_t> commits;
-    for (auto const & entry : sorted.whole) {
-        commits.insert(entry.id.commit);
-        for (auto const & reference : reader.ReadHeader(entry).references)
-            commits.insert(reference.commit);
-    }
+std::vector<Entry> FindWithin(ArchiveFile const & file, Sorted const & sorted, std::set<std::uint64_t> & searched,
+                              std::uint64_t & budget) {
     std::vector<Entry> within;
     for (auto const & failed : sorted.failed) {
         if (!searched.insert(failed.offset).second)
@@ -380,7 +378,7 @@ std::vector<Entry> FindWithin(ArchiveFile const & file, std::string const & path
         std::vector<Entry> found;
         ScanForItems(file, failed.offset + itemAlignment, failed.GetEnd(), budget, nullptr, found);
         for (auto & entry : found)
-            if (commits.contains(entry.id.commit) && entry.storedSize <= budget) {
+            if (sorted.commits.contains(entry.id.commit) && entry.storedSize <= budget) {
                 budget -= entry.storedSize;
                 within.push_back(std::move(entry));
             }
@@ -394,7 +392,7 @@ Sorted FindItems(ArchiveFile const & file, std::string const & path, Progress co
     auto sorted = Sort(file, path, entries, progress);
     std::set<std::uint64_t> searched;
     for (auto budget = GetScanBudget(file); !sorted.failed.empty() && !progress.IsAborted();) {
-        auto const within = FindWithin(file, path, sorted, searched, budget);
+        auto const within = FindWithin(file, sorted, searched, budget);
         if (within.empty())
             break;
         entries.insert(entries.end(), within.begin(), within.end());
