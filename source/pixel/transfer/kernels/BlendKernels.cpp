@@ -20,6 +20,9 @@ namespace hn = hwy::HWY_NAMESPACE;
 constexpr std::size_t blockLength = 1024;
 // In samples: too many streams at once for the processor to follow by itself.
 constexpr std::size_t prefetchAhead = 512;
+// Bytes that are copied at once. Tiles begin at the same place of a page: in longer copies processors take reads for
+// such as wait for the writes just before them.
+constexpr std::size_t copyLength = 256;
 
 // What a pass over alpha found in its block.
 enum class Cover { Nothing, Mixed, Everything };
@@ -203,8 +206,9 @@ void BlendBytes(void * const * dest, void const * const * source, std::size_t co
             continue;
         if (alphas.isEverything) {
             std::fill_n(to[colours], length, std::uint8_t(255));
-            for (int c = 0; c < colours; ++c)
-                std::copy_n(from[c], length, to[c]);
+            for (std::size_t i = 0; i < length; i += copyLength)
+                for (int c = 0; c < colours; ++c)
+                    std::copy_n(from[c] + i, std::min(copyLength, length - i), to[c] + i);
             continue;
         }
         if (!alphas.isDestFull) { // else alpha stays, and the share is the source's alpha
