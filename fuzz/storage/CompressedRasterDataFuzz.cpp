@@ -3,12 +3,12 @@
 #include "DecodingLimit.h"
 #include "FuzzTarget.h"
 #include "Input.h"
+#include "storage/NoStore.h"
 
 #include "colour/ICCManager.h"
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/Dispatch.h"
 #include "kernel/FileStore.h"
-#include "kernel/FileStoreOut.h"
 #include "kernel/MemoryInStream.h"
 #include "kernel/MemoryOutStream.h"
 #include "storage/BitmapCore.h"
@@ -23,15 +23,6 @@ using Kernel::MakeCounted;
 
 namespace {
 constexpr std::size_t targetBytes = 6;
-
-class NoStore final : public Kernel::FileStoreOut {
-public:
-    Kernel::ItemID StoreItem(Kernel::DelayLoadHolder &, Kernel::FileStoreOutPathGenerator const &,
-                             Kernel::FileStoreCompressionHint const *) override {
-        std::abort();
-    }
-    Kernel::ItemID StoreSharedObject(Kernel::SharedSerialisable const &) override { std::abort(); }
-};
 
 struct Target {
     Format format;
@@ -61,7 +52,7 @@ Counted<CompressedRasterData> Load(Fuzz::Bytes const & bytes) {
 
 Fuzz::Bytes Save(CompressedRasterData const & data) {
     auto const stream = MakeCounted<Kernel::MemoryOutStream>();
-    data.Save(*stream, *MakeCounted<NoStore>());
+    data.Save(*stream, *MakeCounted<Fuzz::NoStore>());
     return stream->TakeData();
 }
 

@@ -2,30 +2,21 @@
 #include "SeedFolder.h"
 #include "files/JPEGMaker.h"
 #include "files/PNGMaker.h"
+#include "storage/NoStore.h"
 
-#include "kernel/FileStoreOut.h"
 #include "kernel/MemoryOutStream.h"
 #include "storage/CompressedRasterData.h"
 
 using namespace Raster;
 
 namespace {
-class NoStore final : public Kernel::FileStoreOut {
-public:
-    Kernel::ItemID StoreItem(Kernel::DelayLoadHolder &, Kernel::FileStoreOutPathGenerator const &,
-                             Kernel::FileStoreCompressionHint const *) override {
-        std::abort();
-    }
-    Kernel::ItemID StoreSharedObject(Kernel::SharedSerialisable const &) override { std::abort(); }
-};
-
 void Save(Fuzz::SeedFolder const & folder, std::string const & name, std::vector<std::uint8_t> const & file) {
     auto const data = Kernel::MakeCounted<CompressedRasterData>();
     data->CopyFrom(file.data(), file.size());
     for (bool const isInverted : {false, true}) {
         data->SetInvert(isInverted);
         auto const stream = Kernel::MakeCounted<Kernel::MemoryOutStream>();
-        data->Save(*stream, *Kernel::MakeCounted<NoStore>());
+        data->Save(*stream, *Kernel::MakeCounted<Fuzz::NoStore>());
         folder.Save(name + (isInverted ? "-inverted" : ""), stream->TakeData());
     }
 }
