@@ -74,7 +74,7 @@ public:
         }
         auto const end = footer->offset + footerBytes;
         report.unfinishedBytes = size - end;
-        if (HasFooterPlace(end))
+        if (ArchiveSnapshot::FindFooterPlace(*file, end))
             AddProblem("the end of the last commit is damaged: the document shows what was saved before that");
         CheckCommits(*header, *footer);
         CheckItems();
@@ -96,26 +96,6 @@ private:
     void Claim(std::uint64_t offset, std::uint64_t length) {
         auto & end = claimed[offset];
         end = std::max(end, offset + length);
-    }
-
-    // Whether a commit behind the last good footer came as far as its own. A save that was cut off before that left
-    // at most its list of contents; with a footer in its place, that one has been damaged since.
-    bool HasFooterPlace(std::uint64_t end) const {
-        std::uint64_t budget = 4 * size + windowBytes; // a hostile tail could have the same bytes looked at for ever
-        for (auto at = end; at + footerBytes <= size; at += footerBytes) {
-            auto const begin = ReadAt(*file, at, indexHeaderBytes);
-            auto const indexSize = GetIndexSize(begin);
-            if (!indexSize || *indexSize > size - at)
-                continue;
-            auto const cost = *indexSize + std::min(size, GetIndexContentSize(begin));
-            if (cost > budget)
-                return true; // nothing that a save leaves looks like this
-            budget -= cost;
-            // The footer comes after both copies were synced.
-            if (DecodeIndex(ReadAt(*file, at, *indexSize), at))
-                return Footer::GetOffset(at, *indexSize) + footerBytes <= size;
-        }
-        return false;
     }
 
     void CheckCommits(Header const & header, Footer footer) {

@@ -116,10 +116,27 @@ Counted<ArchiveFile> ArchiveSession::LockBase() const {
 void ArchiveSession::OpenForUpdate() {
     file = LockBase();
     header = base->GetHeader();
-    position = base->GetEnd();
     isOpen = true;
+}
+
+// Before the first byte is written, when it is known what to do with damage.
+void ArchiveSession::Begin() {
+    if (!base || std::exchange(hasBegun, true))
+        return;
+    // Our own last save, if the disk did not confirm it, is what is saved now.
+    bool const isBeforeDamage = archive->unconfirmedCommit <= base->GetNewestFooter() && base->IsFollowedByDamage();
+    if (isBeforeDamage && !keepsDamaged)
+        Fail(ArchiveError::Kind::Damaged, archive->GetPath(),
+             "its last save is damaged, and what is whole of that would be lost by another one; nothing was saved");
+    if (!isUpdate)
+        return;
+    auto const size = file->GetSize();
+    if (!size)
+        FailWrite(archive->GetPath(), "its size can't be had");
+    start = isBeforeDamage ? *size : base->GetEnd();
+    position = AlignUp(start, footerBytes);
     // Synced before anything is written there: a footer that was cut off must not come back over it.
-    if (file->GetSize() != position && !(file->Truncate(position) && file->Sync()))
+    if (*size != start && !(file->Truncate(start) && file->Sync()))
         FailWrite(archive->GetPath(), "what an earlier save left unfinished can't be removed");
 }
 
@@ -140,10 +157,10 @@ void ArchiveSession::OpenAnew() {
 void ArchiveSession::Undo() noexcept {
     if (!std::exchange(isOpen, false))
         return;
-    if (isUpdate)
-        file->Truncate(base->GetEnd());
-    else
+    if (!isUpdate)
         archive->disk->Remove(temporaryPath);
+    else if (start != 0)
+        file->Truncate(start);
     file.Reset();
     locked.Reset();
 }
@@ -467,6 +484,7 @@ bool ArchiveSession::IsEqual(Pending const & item, Entry const & entry, ArchiveF
 
 // Compresses what waits, side by side, and writes it in the order in which it came.
 void ArchiveSession::Flush() {
+    Begin();
     if (pending.empty())
         return;
     std::vector<ItemCodec::Encoded> encoded(pending.size());

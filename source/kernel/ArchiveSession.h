@@ -46,7 +46,9 @@ public:
     /// Keeps every item of another file's state, those that nothing refers to as well.
     void KeepEverything(ArchiveSnapshot const & source);
 
-    /// Damaged items are copied as they are found, and missing ones stay missing, instead of failing the save.
+    /// Damaged items are copied as they are found, and missing ones stay missing, instead of failing the save. Behind a
+    /// later state that is damaged the save goes on, where it would fail; to write the file anew removes that state.
+    /// Before anything is stored.
     void SetKeepDamaged(bool keepThem) { keepsDamaged = keepThem; }
 
     ItemID StoreItem(DelayLoadHolder & holder, FileStoreOutPathGenerator const & itemPath,
@@ -75,6 +77,7 @@ private:
     Counted<ArchiveFile> LockBase() const;
     void OpenForUpdate();
     void OpenAnew();
+    void Begin();
     ItemID Refer(ItemID id);
     std::vector<ItemID> TakeReferences();
     void TakeStreamName(std::string const & name);
@@ -111,10 +114,12 @@ private:
     bool isUpdate = false;                     // the base's file grows; otherwise a new one takes its place
     bool isOpen = false;                       // there is something to undo
     bool keepsDamaged = false;
+    bool hasBegun = false;
     Counted<ArchiveFile> file;
     Counted<ArchiveFile> locked; // the file that is replaced, while other savers are kept out of it
     std::string temporaryPath;   // of a file that is written anew
     ArchiveLayout::Header header;
+    std::uint64_t start = 0;    // of an update, where its first bytes go; 0 before there is one
     std::uint64_t position = 0; // where the next bytes go
     std::uint64_t commitID = 0; // the first half of the ids of new items
     std::uint64_t itemsAdded = 0, bytesWritten = 0;
