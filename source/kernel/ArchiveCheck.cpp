@@ -5,8 +5,6 @@
 #include "kernel/ArchiveSession.h"
 #include "kernel/ArchiveSnapshot.h"
 #include "kernel/ArchiveTags.h"
-#include "kernel/FutureVersionException.h"
-#include "kernel/InSerialiserFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -190,22 +188,10 @@ private:
         if (std::any_of(listed.begin(), listed.end(), [&](ItemID const & id) { return !inUse.contains(id); }))
             AddProblem("item " + entry.name + " refers to an item that is missing", true, &entry);
         std::unordered_set<ItemID> const known(listed.begin(), listed.end());
-        for (auto const & reference : FindReferences(entry, raw))
-            if (reference && !known.contains(reference))
+        for (auto const & reference : ArchiveItemReader::FindReferences(entry, raw))
+            if (!known.contains(reference))
                 return AddProblem("item " + entry.name + " refers to an item that its header doesn't name", true,
                                   &entry);
-    }
-
-    // As far as the content can be understood: only streams of properties can.
-    static std::vector<ItemID> FindReferences(Entry const & entry, Bytes raw) {
-        if (entry.type != ArchiveTags::stream && entry.type != ArchiveTags::sharedObject)
-            return {};
-        try {
-            return InSerialiserFile::FindReferences(raw);
-        } catch (PropertyStreamError const &) { // a program may store what it likes
-        } catch (FutureVersionException const &) {
-        }
-        return {};
     }
 
     // Everything that belongs to nothing is zero.

@@ -371,15 +371,24 @@ void ArchiveSession::FailMissing(std::string const & path) const {
 }
 
 std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source, Entry const & entry) const {
-    if (!entry.HasReferences())
-        return {};
+    std::vector<ItemID> needed;
+    auto const reader = source.GetReader();
     try {
-        return source.GetReader().ReadHeader(entry).references;
+        if (entry.HasReferences())
+            needed = reader.ReadHeader(entry).references;
     } catch (ArchiveError const &) {
         if (!keepsDamaged)
             throw;
-        return {};
     }
+    // A header that lacks something its content needs is a mistake of whoever wrote it, and no reason to lose that.
+    if (entry.type == ArchiveTags::stream || entry.type == ArchiveTags::sharedObject)
+        try {
+            for (auto const & id : ArchiveItemReader::FindReferences(entry, reader.ReadRaw(entry)))
+                if (source.Find(id))
+                    needed.push_back(id);
+        } catch (ArchiveError const &) { // what the header says is all that is known of it
+        }
+    return needed;
 }
 
 void ArchiveSession::KeepEntry(ArchiveFile const & from, std::string const & path, Entry const & entry) {

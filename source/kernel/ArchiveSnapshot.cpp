@@ -2,6 +2,8 @@
 
 #include "kernel/ArchiveError.h"
 #include "kernel/ArchiveTags.h"
+#include "kernel/FutureVersionException.h"
+#include "kernel/InSerialiserFile.h"
 #include "kernel/ItemCodec.h"
 #include "kernel/MemoryInStream.h"
 #include "kernel/PredictedInStream.h"
@@ -177,6 +179,19 @@ ItemHeader ArchiveItemReader::DecodeHeader(Entry const & entry, Bytes bytes) con
 
 ItemHeader ArchiveItemReader::ReadHeader(Entry const & entry) const {
     return DecodeHeader(entry, ReadUpTo(file, entry.offset, entry.headerSize));
+}
+
+std::vector<ItemID> ArchiveItemReader::FindReferences(Entry const & entry, Bytes raw) {
+    if (entry.type != ArchiveTags::stream && entry.type != ArchiveTags::sharedObject)
+        return {};
+    try {
+        auto references = InSerialiserFile::FindReferences(raw);
+        std::erase(references, ItemID());
+        return references;
+    } catch (PropertyStreamError const &) { // a program may store what it likes
+    } catch (FutureVersionException const &) {
+    }
+    return {};
 }
 
 std::vector<std::uint8_t> ArchiveItemReader::ReadUnchecked(Entry const & entry) const {

@@ -42,6 +42,9 @@ public:
         UseRawI(entry, data,
                 [](void * callable, InStreamSeekable & stream) { (*static_cast<Callable *>(callable))(stream); });
     }
+    /// The items that the content of an item refers to, whatever its header says of that; may repeat. Nothing for content
+    /// that can't be understood: only streams of properties can.
+    static std::vector<ItemID> FindReferences(Entry const & entry, ArchiveLayout::Bytes raw);
     /// An entry's bytes as they stand in the file, whole or not. Throws nothing.
     std::vector<std::uint8_t> ReadUnchecked(Entry const & entry) const;
 
