@@ -72,6 +72,13 @@ void CheckTarget(std::string const & path, bool noClobber) {
         throw Failure("is there already and is no document; name the new document first");
 }
 
+/// That no document is replaced by a picture: `extract DOC 1 DOC` would leave one layer of all.
+void CheckPictureTarget(std::string const & path) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(path, error) && Document::IsDocument(path))
+        throw Failure("is a document; name another file for the picture");
+}
+
 bool Create(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
         CheckTarget(settings.document, settings.noClobber);
@@ -151,6 +158,7 @@ void ExtractOriginal(Layer const & layer, DocumentSettings const & settings) {
 bool Extract(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
         session.PrepareForPixels();
+        Blaming(settings.out, [&] { CheckPictureTarget(settings.out); });
         auto document = Document::Open(settings.document);
         auto const & layer = document.GetLayer(settings.layer);
         if (settings.original)
@@ -233,6 +241,7 @@ bool Stamp(Session & session, DocumentSettings const & settings) {
 bool Flatten(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
         session.PrepareForPixels();
+        Blaming(settings.out, [&] { CheckPictureTarget(settings.out); });
         PictureWriter writer(session, settings.out, settings.writing, {});
         auto document = Document::Open(settings.document);
         if (document.layers.empty())
