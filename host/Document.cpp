@@ -30,6 +30,8 @@ constexpr unsigned short documentVersion = 1;
 constexpr char const * documentStream = "Document.dat";
 constexpr std::uint32_t mostLayers = 10000;
 
+Failure MakeLayersFailure() { return Failure(fmt::format("a document has {} layers at most", mostLayers)); }
+
 constexpr char const * layerPrefix = "Layer-";
 std::string GetLayerStream(std::size_t index) { return fmt::format("{}{:04}.dat", layerPrefix, index + 1); }
 
@@ -194,7 +196,9 @@ void Document::Load() {
     auto const root = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, false, documentVersion);
     std::uint32_t count = 0;
     LoadRoot(*root, count);
-    for (std::size_t i = 0; i < std::min(count, mostLayers); ++i) {
+    if (count > mostLayers)
+        throw MakeLayersFailure();
+    for (std::size_t i = 0; i < count; ++i) {
         auto layer = LoadLayer(GetLayerStream(i));
         if (!layer)
             throw Failure(fmt::format("layer {} is missing or damaged{}", i + 1, salvageHint));
@@ -243,6 +247,8 @@ void Document::ShareEqualTiles() {
 }
 
 Kernel::ArchiveSaveCounts Document::Save(SaveSettings const & settings) {
+    if (layers.size() > mostLayers)
+        throw MakeLayersFailure();
     ShareEqualTiles();
     return OnArchive(GetPath(), [&] {
         auto session = archive->CreateSession(settings.mode);

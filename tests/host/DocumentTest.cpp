@@ -54,6 +54,16 @@ TEST_F(DocumentTest, LayersThatAddUpToMoreTilesThanABitmapMayHaveAreRefused) {
     }
 }
 
+// One that was left out on loading would be gone with the next save.
+TEST_F(DocumentTest, MoreLayersThanItLoadsAreNotSaved) {
+    Make(10000, 1, 1);
+    auto document = Document::Open(GetPath());
+    EXPECT_EQ(document.layers.size(), 10000u);
+    document.layers.push_back(document.layers.front());
+    EXPECT_THROW(document.Save({}), Failure);
+    EXPECT_EQ(Document::Open(GetPath()).layers.size(), 10000u);
+}
+
 TEST_F(DocumentTest, LayersThatHaveNotChangedKeepTheirStreams) {
     Make(3, 10, 10);
     auto document = Document::Open(GetPath());
