@@ -36,6 +36,8 @@ constexpr char const * layerPrefix = "Layer-";
 std::string GetLayerStream(std::size_t index) { return fmt::format("{}{:04}.dat", layerPrefix, index + 1); }
 
 constexpr char const * salvageHint = "; `raster document salvage` saves what is whole";
+constexpr char const * keepHint =
+    "; --keep-damaged saves it nevertheless, `raster document salvage` saves what is whole";
 
 /// Does what may fail because of the document.
 template<class Work>
@@ -77,7 +79,7 @@ bool Layer::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & st
     opacity = std::isfinite(opacity) ? std::clamp(opacity, 0.0f, 1.0f) : 1.0f;
     serialiser.LoadType(dpiTag, dpi);
     dpi = std::isfinite(dpi) && dpi > 0 ? dpi : 72;
-    serialiser.LoadSharedObject(profileTag, store, profile);
+    isProfileLost = !serialiser.LoadSharedObject(profileTag, store, profile) && serialiser.HasProperty(profileTag);
     serialiser.LoadDelayLoadObject(fileTag, store, CompressedRasterData::GetTypeFileStoreItemType(), placedFile);
     Kernel::Counted<Kernel::Serialisable> loaded;
     serialiser.LoadObjectI(bitmapTag, store, loaded);
@@ -251,34 +253,44 @@ Kernel::ArchiveSaveCounts Document::Save(SaveSettings const & settings) {
         throw MakeLayersFailure();
     ShareEqualTiles();
     return OnArchive(GetPath(), [&] {
-        auto session = archive->CreateSession(settings.mode);
-        session->SetKeepDamaged(settings.keepDamaged);
-        session->AddStrategy(Kernel::MakeCounted<Raster::RasterSerialisationStrategy>(
-            std::vector<int>{0}, Raster::RasterSerialisationStrategy::AllowByReference));
-        for (std::size_t i = 0; i < layers.size(); ++i) {
-            Signals::ThrowIfAborted();
-            // A layer that hasn't changed costs no look at its tiles.
-            if (!layers[i]->isStored || !session->KeepStream(GetLayerStream(i)))
-                session->StoreObject(GetLayerStream(i), *layers[i]);
-            if (settings.progress)
-                settings.progress->Show(static_cast<double>(i + 1) / static_cast<double>(layers.size() + 1));
+        try {
+            return Store(settings);
+        } catch (Kernel::ArchiveError const & error) {
+            if (error.GetKind() != Kernel::ArchiveError::Kind::Damaged || settings.keepDamaged)
+                throw;
+            throw Failure(WithoutPath(error.what(), GetPath()) + keepHint);
         }
-        session->StoreProperties(documentStream, rootTag, documentVersion, [&](Kernel::OutSerialiser & serialiser) {
-            serialiser.SaveType(widthTag, width);
-            serialiser.SaveType(heightTag, height);
-            serialiser.SaveType(countTag, static_cast<std::uint32_t>(layers.size()));
-            if (serialiser.StartClassTestI(profilesTag)) {
-                serialiser.StartClassBeginI(profiles.GetClassProperties().GetClassUID(),
-                                            profiles.GetClassProperties().GetSchemaVersion());
-                profiles.Save(serialiser);
-                serialiser.EndPropClassI();
-            }
-        });
-        auto const counts = archive->CloseSession(std::move(session));
-        for (auto const & layer : layers)
-            layer->isStored = true;
-        return counts;
     });
+}
+
+Kernel::ArchiveSaveCounts Document::Store(SaveSettings const & settings) {
+    auto session = archive->CreateSession(settings.mode);
+    session->SetKeepDamaged(settings.keepDamaged);
+    session->AddStrategy(Kernel::MakeCounted<Raster::RasterSerialisationStrategy>(
+        std::vector<int>{0}, Raster::RasterSerialisationStrategy::AllowByReference));
+    for (std::size_t i = 0; i < layers.size(); ++i) {
+        Signals::ThrowIfAborted();
+        // A layer that hasn't changed costs no look at its tiles.
+        if (!layers[i]->isStored || !session->KeepStream(GetLayerStream(i)))
+            session->StoreObject(GetLayerStream(i), *layers[i]);
+        if (settings.progress)
+            settings.progress->Show(static_cast<double>(i + 1) / static_cast<double>(layers.size() + 1));
+    }
+    session->StoreProperties(documentStream, rootTag, documentVersion, [&](Kernel::OutSerialiser & serialiser) {
+        serialiser.SaveType(widthTag, width);
+        serialiser.SaveType(heightTag, height);
+        serialiser.SaveType(countTag, static_cast<std::uint32_t>(layers.size()));
+        if (serialiser.StartClassTestI(profilesTag)) {
+            serialiser.StartClassBeginI(profiles.GetClassProperties().GetClassUID(),
+                                        profiles.GetClassProperties().GetSchemaVersion());
+            profiles.Save(serialiser);
+            serialiser.EndPropClassI();
+        }
+    });
+    auto const counts = archive->CloseSession(std::move(session));
+    for (auto const & layer : layers)
+        layer->isStored = true;
+    return counts;
 }
 
 Layer const & Document::GetLayer(int number) const {

@@ -212,6 +212,8 @@ ItemID ArchiveSession::AddNestable(IDTag type, std::string const & name, Write c
     item.header.type = type;
     item.header.name = name.substr(0, longestName);
     item.header.references = TakeReferences();
+    if (type == ArchiveTags::stream)
+        KeepUnread(name, item.header.references);
     item.raw = stream->TakeData();
     item.hint = GetStreamHint();
     return AddItem(std::move(item));
@@ -548,8 +550,45 @@ std::vector<std::uint8_t> ArchiveSession::TakeSpare() {
     return memory;
 }
 
+// Whoever loads a reference to a shared object that can't be read has none then, and so stores none. A stream that was
+// stored anew lacks it; where damage is kept its header goes on naming the object.
+void ArchiveSession::KeepUnread(std::string const & name, std::vector<ItemID> & stored) {
+    auto const unread = archive->GetUnreadObjects();
+    auto const * const entry = base && !unread.empty() ? base->FindStream(name) : nullptr;
+    if (!entry)
+        return;
+    auto const contains = [](std::vector<ItemID> const & ids, ItemID id) {
+        return std::find(ids.begin(), ids.end(), id) != ids.end();
+    };
+    for (auto const & id : GetReferences(*base, *entry)) {
+        if (!contains(unread, id) || contains(stored, id))
+            continue;
+        if (!keepsDamaged)
+            FailUnread();
+        if (base->Find(id))
+            stored.push_back(KeepItem(*base, id));
+    }
+}
+
+// The same for streams that were left out.
+void ArchiveSession::KeepUnread() {
+    for (auto const & id : archive->GetUnreadObjects()) {
+        if (FindEntry(id))
+            continue;
+        if (!keepsDamaged)
+            FailUnread();
+        givenUp.push_back(id);
+    }
+}
+
+void ArchiveSession::FailUnread() const {
+    Fail(ArchiveError::Kind::Damaged, archive->GetPath(),
+         "an object that it refers to, such as a profile, can't be read and would be lost; nothing was saved");
+}
+
 void ArchiveSession::Commit() {
     Flush();
+    KeepUnread();
     std::sort(entries.begin(), entries.end(), [](Entry const & a, Entry const & b) { return a.offset < b.offset; });
     auto const index = EncodeIndex(entries);
 
@@ -620,5 +659,7 @@ void ArchiveSession::AfterCommit() {
             holder->DropItem();
     }
     taken.clear();
+    for (auto const & id : givenUp)
+        archive->ForgetUnreadObject(id);
 }
 }

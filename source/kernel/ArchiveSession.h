@@ -104,6 +104,9 @@ private:
     void TakeBack(Pending item);
     std::vector<std::uint8_t> TakeSpare();
     void Append(std::vector<std::uint8_t> const & bytes);
+    void KeepUnread(std::string const & name, std::vector<ItemID> & stored);
+    void KeepUnread();
+    [[noreturn]] void FailUnread() const;
     void Commit();
     void CommitFooter(ArchiveLayout::Footer const & footer);
     void Undo() noexcept;
@@ -132,6 +135,7 @@ private:
     PositionTable storedHolderByAddress;
     std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;
     std::vector<Taken> taken;
+    std::vector<ItemID> givenUp; // shared objects that could not be read, to which nothing refers any more
     std::vector<Pending> pending;
     std::uint64_t pendingBytes = 0;
     std::vector<std::uint8_t> batch;              // of the last flush, for the memory

@@ -42,8 +42,8 @@ public:
         UseRawI(entry, data,
                 [](void * callable, InStreamSeekable & stream) { (*static_cast<Callable *>(callable))(stream); });
     }
-    /// The items that the content of an item refers to, whatever its header says of that; may repeat. Nothing for content
-    /// that can't be understood: only streams of properties can.
+    /// The items that the content of an item refers to, whatever its header says of that; may repeat. Nothing for
+    /// content that can't be understood: only streams of properties can.
     static std::vector<ItemID> FindReferences(Entry const & entry, ArchiveLayout::Bytes raw);
     /// An entry's bytes as they stand in the file, whole or not. Throws nothing.
     std::vector<std::uint8_t> ReadUnchecked(Entry const & entry) const;
@@ -89,7 +89,8 @@ public:
     /// Where the next save begins.
     std::uint64_t GetEnd() const { return footer.offset + ArchiveLayout::footerBytes; }
 
-    /// Whether the document was saved after this state, and what says so was damaged since. Reads what is behind the end.
+    /// Whether the document was saved after this state, and what says so was damaged since. Reads what is behind the
+    /// end.
     bool IsFollowedByDamage() const;
 
     /// Of what belongs to no item any more, and of older lists of contents.

@@ -234,6 +234,20 @@ for at in 0 9 12 20 60; do
     Same again.png flat.png
 done
 
+# --- A damaged profile isn't left out of the next save unawares.
+cp a.doc broken.doc
+Flip broken.doc $(($(LC_ALL=C grep -obUaP 'Item.{20}bOhS' a.doc | head -1 | cut -d: -f1) + 200))
+Run 1 verify broken.doc
+Prints "of type ShOb"
+cp broken.doc untouched.doc
+Run 1 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white
+Says "such as a profile, can't be read"
+Says "--keep-damaged"
+Same broken.doc untouched.doc
+Run 0 extract broken.doc 2 out.png
+Says "warning: the profile of layer"
+Run 0 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white --keep-damaged
+
 # --- Where the last save is damaged, none goes on top of the one before until that is salvaged.
 cp a.doc broken.doc
 Run 0 fill broken.doc --layer 2 --rect 0,0,9,9 --colour black

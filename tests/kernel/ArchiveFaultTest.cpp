@@ -459,7 +459,8 @@ TEST(ArchiveUpdate, IsRefusedBehindALaterStateThatIsDamaged) {
             session->StoreObject("Album.dat", MakeSmallAlbum(2, seed));
             return session;
         };
-        save(80)->StoreStream("large", std::vector<char>(20 << 20).data(), 20 << 20); // given up after a part is written
+        save(80)->StoreStream("large", std::vector<char>(20 << 20).data(),
+                              20 << 20); // given up after a part is written
         EXPECT_EQ(disk->GetFiles(), files);
         archive->CloseSession(save(90));
         auto const saved = disk->GetFiles();

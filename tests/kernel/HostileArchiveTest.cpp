@@ -353,8 +353,9 @@ TEST(HostileArchive, WhatOnlyTheContentRefersToIsKeptByEverySave) {
         SaveReference(out, "Shrd", PropType::SharedObject, {77, 2});
         SaveReference(out, "None", PropType::DelayLoadObject, {77, 9});
     });
-    auto const shared = MakeStream(
-        "Link", [](OutSerialiser & out) { SaveReference(out, "Item", PropType::DelayLoadObject, {77, 3}); });
+    auto const shared = MakeStream("Link", [](OutSerialiser & out) {
+        SaveReference(out, "Item", PropType::DelayLoadObject, {77, 3});
+    });
     std::vector<Item> items{MakeItem(1, ArchiveTags::stream, "Main.dat", stream),
                             MakeItem(2, ArchiveTags::sharedObject, "s/", shared),
                             MakeItem(3, "Blob", "b/0", {1, 2, 3})};
