@@ -47,7 +47,7 @@ auto OnArchive(std::string const & path, Work && work) {
     } catch (Kernel::ArchiveError const & error) {
         throw Document::MakeFailure(error, path);
     } catch (Kernel::FutureVersionException const &) {
-        throw Failure("was written by a later version of this program");
+        throw LaterVersion("was written by a later version of this program");
     } catch (Kernel::PropertyStreamError const & error) {
         throw Failure(fmt::format("is damaged ({}){}", error.what(), salvageHint));
     }
@@ -135,7 +135,9 @@ Document Document::OpenRemains(std::string const & path) {
         std::uint32_t count = 0;
         try {
             if (auto const stream = document.archive->OpenStream(documentStream))
-                document.LoadRoot(*Kernel::InSerialiserFile::ParseWithChecks(*stream, *document.archive, false), count);
+                document.LoadRoot(
+                    *Kernel::InSerialiserFile::ParseWithChecks(*stream, *document.archive, false, documentVersion),
+                    count);
         } catch (Kernel::ArchiveError const &) { // the layers tell enough
         } catch (Kernel::PropertyStreamError const &) {
         }
@@ -223,7 +225,9 @@ Kernel::Counted<Layer> Document::LoadLayer(std::string const & streamName) {
         auto const stream = archive->OpenStream(streamName);
         if (!stream)
             return {};
-        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, false);
+        // One of a later version has more to it than would be saved again.
+        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(
+            *stream, *archive, /*acceptFutureVersions=*/false, Layer::GetClassProperties().GetSchemaVersion());
         auto layer = Kernel::MakeCounted<Layer>();
         if (!layer->Load(*parsed, *archive, parsed->GetRootVersion()))
             return {};

@@ -38,6 +38,12 @@ public:
     bool Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version) override;
 };
 
+/// Whoever opens the document would save less than is in it.
+class LaterVersion : public Failure {
+public:
+    using Failure::Failure;
+};
+
 /// Layers from the bottom up, each a stream of its own, and the stream "Document.dat" that names them.
 class Document {
 public:

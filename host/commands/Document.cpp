@@ -316,6 +316,7 @@ bool Verify(Session & session, DocumentSettings const & settings) {
 void RepairLayers(Session & session, std::string const & path) {
     try {
         static_cast<void>(Document::Open(path));
+    } catch (LaterVersion const &) { // which will know what to make of it
     } catch (Failure const &) {
         session.PrepareForPixels();
         auto document = Document::OpenRemains(path);
