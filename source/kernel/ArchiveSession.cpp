@@ -332,7 +332,7 @@ ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
 }
 
 // An item that lies in a document already, unchanged, with everything that it refers to.
-ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id) {
+ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id, Content content) {
     std::vector<ItemID> waiting{id};
     while (!waiting.empty()) {
         auto const next = waiting.back();
@@ -343,7 +343,7 @@ ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id) {
         auto const * const inBase = isUpdate ? base->Find(next) : nullptr;
         auto const & place = inBase ? *base : source;
         if (auto const * const entry = inBase ? inBase : source.Find(next)) {
-            auto const further = GetReferences(place, *entry);
+            auto const further = GetReferences(place, *entry, next == id ? content : Content::Unknown);
             KeepEntry(*place.GetFile(), place.GetPath(), *entry);
             waiting.insert(waiting.end(), further.begin(), further.end());
         } else if (!keepsDamaged)
@@ -372,7 +372,8 @@ void ArchiveSession::FailMissing(std::string const & path) const {
     Fail(ArchiveError::Kind::Damaged, path, "an item that belongs to the document is missing; nothing was saved");
 }
 
-std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source, Entry const & entry) const {
+std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source, Entry const & entry,
+                                                  Content content) const {
     std::vector<ItemID> needed;
     auto const reader = source.GetReader();
     try {
@@ -382,14 +383,20 @@ std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source
         if (!keepsDamaged)
             throw;
     }
+    if (content == Content::Kept || (entry.type != ArchiveTags::stream && entry.type != ArchiveTags::sharedObject))
+        return needed;
     // A header that lacks something its content needs is a mistake of whoever wrote it, and no reason to lose that.
-    if (entry.type == ArchiveTags::stream || entry.type == ArchiveTags::sharedObject)
-        try {
-            for (auto const & id : ArchiveItemReader::FindReferences(entry, reader.ReadRaw(entry)))
-                if (source.Find(id))
-                    needed.push_back(id);
-        } catch (ArchiveError const &) { // what the header says is all that is known of it
-        }
+    // Mostly both name the same items in the same order.
+    std::size_t next = 0;
+    auto const listed = needed.size();
+    try {
+        for (auto const & id : ArchiveItemReader::FindReferences(entry, reader.ReadRaw(entry)))
+            if (next < listed && needed[next] == id)
+                ++next;
+            else if (source.Find(id))
+                needed.push_back(id);
+    } catch (ArchiveError const &) { // what the header says is all that is known of it
+    }
     return needed;
 }
 
@@ -453,7 +460,7 @@ std::optional<ItemID> ArchiveSession::FindEqual(Pending const & item) {
         ArchiveTags::stream) { // of these, which may be equal but for their names, there may be many
         auto const * const entry = base ? base->FindStream(item.header.name) : nullptr;
         bool const isSame = entry && entry->rawHash == hash && IsEqual(item, entry->id);
-        return isSame ? std::optional(KeepItem(*base, entry->id)) : std::nullopt;
+        return isSame ? std::optional(KeepItem(*base, entry->id, Content::Kept)) : std::nullopt;
     }
     int attempts = 8; // of different content with one hash there is more only in a file that was made so
     auto const found = itemByHash.Find(hash, 0, [&](std::size_t i) {

@@ -83,11 +83,13 @@ private:
     void TakeStreamName(std::string const & name);
     ItemID TakeItem(DelayLoadHolder & holder, FileStoreItem & item, FileStoreOutPathGenerator const & itemPath,
                     FileStoreCompressionHint const * hint);
-    ItemID KeepItem(ArchiveSnapshot const & source, ItemID id);
+    enum class Content { Unknown, Kept }; ///< whether all that an item's content refers to has been kept or stored
+    ItemID KeepItem(ArchiveSnapshot const & source, ItemID id, Content content = Content::Unknown);
     ItemID KeepSource(ArchiveItemSource const & source);
     void KeepEntry(ArchiveFile const & from, std::string const & path, Entry const & entry);
     [[noreturn]] void FailMissing(std::string const & path) const;
-    std::vector<ItemID> GetReferences(ArchiveSnapshot const & source, Entry const & entry) const;
+    std::vector<ItemID> GetReferences(ArchiveSnapshot const & source, Entry const & entry,
+                                      Content content = Content::Unknown) const;
     template<class Write>
     ItemID AddNestable(IDTag type, std::string const & name, Write const & write);
     ItemID AddItem(Pending item);
