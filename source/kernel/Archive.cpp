@@ -44,8 +44,9 @@ struct LoadingShared {
 struct Archive::HolderTable {
     CriticalSectionSpin lock{LockRank::Leaf};
     std::unordered_map<ItemID, DelayLoadHolder *> byID;
-    // Shared objects that were loaded; null could not be. One that refers to items may hold this archive in the end, by
-    // a holder, and is kept only while somebody loads: long enough that no object is loaded for every path to it.
+    // Shared objects that were loaded; null could not be. Null, and one that refers to items and so may hold this
+    // archive in the end, by a holder, is kept only while somebody loads: long enough that none is loaded for every
+    // path to it.
     std::unordered_map<ItemID, Counted<SharedSerialisable>> shared, sharedWhileLoading;
     std::size_t loading = 0;           // serialisers that read from this archive
     std::unordered_set<ItemID> unread; // shared objects that somebody asked for in vain
@@ -215,7 +216,8 @@ Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
         return *known; // another thread was faster, or this object was met within itself
     if (!loaded)
         holders->unread.insert(id);
-    if (!hasReferences)
+    // One that could not be read is tried again, but not for every path that leads to it.
+    if (loaded && !hasReferences)
         holders->shared.emplace(id, loaded);
     else if (holders->loading != 0)
         holders->sharedWhileLoading.emplace(id, loaded);

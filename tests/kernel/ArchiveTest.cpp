@@ -481,6 +481,20 @@ TEST_F(ArchiveTest, SharedObjectThatCannotBeReadIsNotLostUnlessDamageIsKept) {
     Save(archive, album);
 }
 
+TEST_F(ArchiveTest, SharedObjectThatCouldNotBeReadIsTriedAgain) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    auto const whole = ReadFile();
+    auto damaged = whole;
+    auto const archive = Archive::Open(GetPath(), "Test");
+    for (auto const & item : archive->GetInfo().items)
+        if (item.type == IDTag("ShOb"))
+            damaged[item.offset + 110] = static_cast<char>(damaged[item.offset + 110] ^ 1);
+    WriteFile(damaged);
+    EXPECT_FALSE(Load(archive).label);
+    WriteFile(whole);
+    EXPECT_TRUE(Load(archive).label);
+}
+
 TEST_F(ArchiveTest, KeepsModeAndLinkOfTheFileThatIsReplaced) {
     Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
     ASSERT_EQ(chmod(GetPath().c_str(), 0640), 0);
