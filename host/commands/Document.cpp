@@ -38,9 +38,9 @@ void Print(std::string const & text) { std::fputs(text.c_str(), stdout); }
 void ShowFraction(void * context, double fraction) { static_cast<Progress *>(context)->Show(fraction); }
 
 /// Opens a picture's header: what is no picture fails here.
-SourceFile OpenPicture(Session & session, std::string const & path) {
+SourceFile OpenPicture(Session & session, std::string const & path, ReadSettings const & reading = {}) {
     try {
-        return SourceFile(session, path, {});
+        return SourceFile(session, path, reading);
     } catch (Failure const &) {
         if (Document::IsDocument(path))
             throw Failure("is a document; `raster document extract` makes pictures of its layers");
@@ -223,7 +223,7 @@ bool Stamp(Session & session, DocumentSettings const & settings) {
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(0.4);
         auto const stamp = Blaming(settings.files.front(), [&] {
-            return SourceFile(session, settings.files.front(), settings.reading)
+            return OpenPicture(session, settings.files.front(), settings.reading)
                 .Decode(Raster::MipmapModeNone, progress);
         });
         auto const area = GetStampedArea(stamp.bitmap, settings);

@@ -149,6 +149,8 @@ Run 1 salvage empty.doc saved.doc
 Run 0 create empty.doc $badge # of an empty file nothing is lost
 Run 1 create b.doc a.doc
 Says "raster: a.doc: is a document; \`raster document extract\` makes pictures of its layers"
+Run 1 stamp a.doc a.doc --layer 1
+Says "raster: a.doc: is a document; \`raster document extract\` makes pictures of its layers"
 Run 1 stamp a.doc none.png --layer 1
 Says "raster: none.png: can't be opened"
 Run 1 stamp a.doc $badge --layer 3
