@@ -20,8 +20,9 @@ struct SlabUnit {
     /// Lies in one huge page: what is free is in memory. Otherwise it is given back. Changes while nothing is free.
     bool isHuge = false;
 
-    SlabUnit *previous = nullptr, *next = nullptr; ///< in the list that it is in
-    class SlabUnitList * list = nullptr;
+    class SlabUnitList * list = nullptr; ///< that it is in
+    SlabUnit * previous = nullptr;
+    SlabUnit * next = nullptr;
 };
 
 /// Links units without owning them.
@@ -33,7 +34,8 @@ public:
     void Remove(SlabUnit & unit);
 
 private:
-    SlabUnit *first = nullptr, *last = nullptr;
+    SlabUnit * first = nullptr;
+    SlabUnit * last = nullptr;
 };
 
 /// The units of all slabs and what is free in them. Slabs are never unmapped.
