@@ -6,14 +6,30 @@
 
 #include <bit>
 #include <cstring>
+#include <ctime>
 
 namespace Raster {
 namespace {
 // The first buffer of a unit that becomes huge is given out, the others are kept.
 constexpr std::size_t othersOfUnit = SlabUnit::MostBuffers - 1;
 
-// A system that had no huge page may have one later, when memory is less in pieces. Asking costs more than a buffer.
-constexpr std::size_t buffersAfterRefusal = 1024;
+using Clock = std::chrono::steady_clock;
+
+// A system that had no huge page may have one later, when memory is less in pieces.
+constexpr auto waitAfterRefusal = std::chrono::milliseconds(100);
+
+// As many small pages take 0.7 ms. A huge one takes 0.2 ms, but many milliseconds where the system must move others out
+// of the way, or, in a virtual machine, get the memory first: then the next will take as long. A third of the time may
+// go there, not more.
+constexpr auto longPopulation = std::chrono::milliseconds(1);
+constexpr int waitForLongOnes = 2;
+
+// Of this thread, so that a call isn't taken for a long one because another thread had its turn.
+std::chrono::nanoseconds GetProcessorTime() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
 
 // Calls the function with the begin and the bytes of each run of neighbours in `set`.
 template<class Function>
@@ -79,25 +95,24 @@ SlabAllocator::Taken SlabAllocator::TakeFrom(SlabUnit & unit) {
 }
 
 // Who uses little never takes more than twice that. Many threads at once take no more than what may be kept.
-bool SlabAllocator::IsWorthPopulating(Content content) {
-    if (content == Content::Any || usedCount < SlabUnit::MostBuffers || !units.GetEmpty() ||
-        units.GetKeptCount() + comingCount + othersOfUnit > KeptBuffers)
-        return false;
-    if (refusedCount == 0)
-        return true;
-    --refusedCount;
-    return false;
+bool SlabAllocator::IsWorthPopulating(Content content) const {
+    return content != Content::Any && usedCount >= SlabUnit::MostBuffers && units.GetEmpty() &&
+           units.GetKeptCount() + comingCount + othersOfUnit <= KeptBuffers && Clock::now() >= populateAfter;
 }
 
 // Without the lock, for it takes a while: the unit is in no list. Returns whether its first buffer is in memory.
 bool SlabAllocator::Populate(SlabUnit & unit) {
+    auto const begin = GetProcessorTime();
     bool const isHuge = SlabMemory::PopulateHuge(unit.begin, SlabUnits::UnitBytes);
+    auto const taken = GetProcessorTime() - begin;
     Kernel::ScopedLock const guard(lock);
     comingCount -= othersOfUnit;
     unit.isHuge = isHuge;
     units.Add(unit, unit.all & ~SlabUnit::Set(1), /*isZero=*/true);
     if (!isHuge)
-        refusedCount = buffersAfterRefusal;
+        populateAfter = Clock::now() + waitAfterRefusal;
+    else if (taken > longPopulation)
+        populateAfter = Clock::now() + waitForLongOnes * taken;
     return isHuge;
 }
 

@@ -4,6 +4,7 @@
 #include "kernel/Export.h"
 #include "storage/SlabUnits.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
@@ -55,7 +56,7 @@ private:
 
     Taken Take(Content content);
     Taken TakeFrom(SlabUnit & unit);
-    bool IsWorthPopulating(Content content);
+    bool IsWorthPopulating(Content content) const;
     bool Populate(SlabUnit & unit);
     unsigned int * PushWarm(unsigned int * buffer);
     Leaving LetGo(unsigned int * buffer);
@@ -67,7 +68,7 @@ private:
     std::size_t warmBegin = 0, warmCount = 0;
     SlabUnits units;
     std::size_t usedCount = 0;
-    std::size_t comingCount = 0;  // will be kept when the calls that populate units return
-    std::size_t refusedCount = 0; // buffers to be taken before a huge page is asked for again
+    std::size_t comingCount = 0;                           // will be kept when the calls that populate units return
+    std::chrono::steady_clock::time_point populateAfter{}; // not before
 };
 }

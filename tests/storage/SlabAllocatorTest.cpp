@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -45,14 +46,32 @@ void TakeAllInMemory(std::vector<unsigned int *> & buffers) {
         buffers.push_back(Slabs().Allocate(Content::Any));
 }
 
-// So many buffers that memory is taken a huge page at a time from now on, and nothing in memory is free. An earlier
-// test may have seen to it that the system had none to give, so it isn't asked for some time.
-std::vector<unsigned int *> TakeUntilHugePagesAreTaken() {
+// A buffer that is the first of a huge page, and the only one of it that is used: nothing else is free and in memory.
+// What else had to be taken for that is added to `others`. Huge pages aren't asked for at once where the system had
+// none to give, or took long.
+unsigned int * TakeHugePage(std::vector<unsigned int *> & others) {
+    TakeAllInMemory(others);
+    for (int i = 0; i < 2000; ++i) {
+        auto * const buffer = Slabs().Allocate(i % 2 ? Content::Zero : Content::Overwritten);
+        if (Slabs().GetKeptCount() != 0)
+            return buffer;
+        others.push_back(buffer);
+        if (others.size() >= SlabUnit::MostBuffers)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ADD_FAILURE() << "no huge page is taken";
+    return nullptr;
+}
+
+// The buffers of huge pages.
+std::vector<unsigned int *> TakeHugePages(std::size_t count, std::vector<unsigned int *> & others) {
     std::vector<unsigned int *> buffers;
-    TakeAllInMemory(buffers);
-    while (Slabs().GetKeptCount() == 0 && buffers.size() < 5000)
-        buffers.push_back(Slabs().Allocate(Content::Overwritten));
-    TakeAllInMemory(buffers);
+    for (std::size_t page = 0; page < count; ++page) {
+        buffers.push_back(TakeHugePage(others));
+        TakeAllInMemory(buffers);
+    }
+    for (auto const buffer : buffers)
+        std::memset(buffer, 0xAB, SlabAllocator::BufferBytes);
     return buffers;
 }
 
@@ -167,16 +186,21 @@ TEST(SlabAllocator, ResidentMemoryFollowsTheBuffersInUseWithoutHugePagesToo) {
 TEST(SlabAllocator, MemoryIsTakenAHugePageAtATime) {
     if (!SystemGivesHugePages())
         GTEST_SKIP() << "the system has no huge pages to give";
-    auto others = TakeUntilHugePagesAreTaken();
-    for (auto const content : {Content::Overwritten, Content::Zero}) {
-        std::vector<unsigned int *> buffers;
-        for (std::size_t i = 0; i < 64; ++i) {
-            buffers.push_back(Slabs().Allocate(content));
-            EXPECT_EQ(Slabs().GetKeptCount(), 31 - i % 32);
-            EXPECT_EQ(buffers[i], buffers[i / 32 * 32] + i % 32 * words) << "neighbours";
-            EXPECT_TRUE(IsZero(buffers[i]));
+    std::vector<unsigned int *> others;
+    for (auto const content : {Content::Overwritten, Content::Zero, Content::Any}) {
+        auto * const first = TakeHugePage(others);
+        ASSERT_TRUE(first);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(first) % HugePageBytes, 0);
+        EXPECT_TRUE(IsZero(first));
+        EXPECT_TRUE(IsInMemory(first + HugePageBytes / 4 - 1024));
+        others.push_back(first);
+        for (std::size_t i = 1; i < 32; ++i) {
+            EXPECT_EQ(Slabs().GetKeptCount(), 32 - i);
+            others.push_back(Slabs().Allocate(content));
+            EXPECT_EQ(others.back(), first + i * words);
+            EXPECT_TRUE(IsZero(others.back()));
         }
-        others.insert(others.end(), buffers.begin(), buffers.end());
+        EXPECT_EQ(Slabs().GetKeptCount(), 0);
     }
     Free(others);
 }
@@ -184,18 +208,16 @@ TEST(SlabAllocator, MemoryIsTakenAHugePageAtATime) {
 TEST(SlabAllocator, WhatIsWhollyFreeGoesBackAndIsTakenAsAHugePageAgain) {
     if (!SystemGivesHugePages())
         GTEST_SKIP() << "the system has no huge pages to give";
-    auto others = TakeUntilHugePagesAreTaken();
+    std::vector<unsigned int *> others;
     for (int round = 0; round < 3; ++round) {
-        std::vector<unsigned int *> buffers;
-        for (int i = 0; i < 640; ++i) {
-            buffers.push_back(Slabs().Allocate(Content::Overwritten));
-            std::memset(buffers.back(), 0xAB, SlabAllocator::BufferBytes);
-        }
-        EXPECT_EQ(Slabs().GetKeptCount(), 0) << "20 huge pages";
+        auto buffers = TakeHugePages(20, others);
+        ASSERT_EQ(buffers.size(), 640);
+        auto * const firstPage = buffers[0];
+        EXPECT_TRUE(IsInMemory(firstPage));
         Free(buffers);
         EXPECT_EQ(Slabs().GetKeptCount(), 0) << "12 went back and 8 are warm";
-        TakeAllInMemory(others);
-        others.push_back(Slabs().Allocate(Content::Zero));
+        EXPECT_FALSE(IsInMemory(firstPage));
+        others.push_back(TakeHugePage(others));
         EXPECT_TRUE(IsZero(others.back()));
         EXPECT_EQ(Slabs().GetKeptCount(), 31) << "round " << round;
         TakeAllInMemory(others);
@@ -208,12 +230,9 @@ TEST(SlabAllocator, HugePagesAreBrokenUpWhenPartsOfManyAreFree) {
     constexpr std::size_t pages = 64;
     if (!SystemGivesHugePages() || GetBrokenUpCount() < 0)
         GTEST_SKIP() << "the system has no huge pages to give, or doesn't tell what becomes of them";
-    auto others = TakeUntilHugePagesAreTaken();
-    std::vector<unsigned int *> buffers;
-    for (std::size_t i = 0; i < pages * 32; ++i) {
-        buffers.push_back(Slabs().Allocate(Content::Overwritten));
-        std::memset(buffers.back(), 0xAB, SlabAllocator::BufferBytes);
-    }
+    std::vector<unsigned int *> others;
+    auto const buffers = TakeHugePages(pages, others);
+    ASSERT_EQ(buffers.size(), pages * 32);
     auto const brokenUp = GetBrokenUpCount();
     for (std::size_t part = 1; part < 32; ++part)
         for (std::size_t page = 0; page < pages; ++page) {
@@ -228,6 +247,20 @@ TEST(SlabAllocator, HugePagesAreBrokenUpWhenPartsOfManyAreFree) {
         Slabs().Free(buffers[page * 32]);
     }
     Free(others);
+}
+
+TEST(SlabAllocator, WhereThereAreNoHugePagesNothingIsKept) {
+    WithoutHugePages const without;
+    if (!without)
+        GTEST_SKIP() << "the system can't be told to give none";
+    std::vector<unsigned int *> buffers;
+    TakeAllInMemory(buffers);
+    for (int i = 0; i < 100; ++i) {
+        buffers.push_back(Slabs().Allocate(i % 2 ? Content::Zero : Content::Overwritten));
+        EXPECT_EQ(Slabs().GetKeptCount(), 0);
+        EXPECT_TRUE(i % 2 == 0 || IsZero(buffers.back()));
+    }
+    Free(buffers);
 }
 
 TEST(SlabAllocator, AFreshBufferCostsNothingUntilItIsTouched) {
@@ -394,7 +427,10 @@ TEST(SlabAllocator, ManyThreadsNeverShareABuffer) {
 
 // More at once than may take huge pages, each for a moment and all at the same time.
 TEST(SlabAllocator, ThreadsThatTakeMemoryAtOnceKeepNoMoreThanOneDoes) {
-    auto others = TakeUntilHugePagesAreTaken();
+    std::vector<unsigned int *> others;
+    TakeAllInMemory(others);
+    while (others.size() < SlabUnit::MostBuffers)
+        others.push_back(Slabs().Allocate(Content::Any));
     std::atomic<bool> isStarted{false};
     std::atomic<std::size_t> mostKept{0};
     std::vector<std::vector<unsigned int *>> taken(12);
@@ -422,7 +458,8 @@ TEST(SlabAllocator, ThreadsThatTakeMemoryAtOnceKeepNoMoreThanOneDoes) {
 
 #ifdef __SANITIZE_ADDRESS__
 TEST(SlabAllocator, TheSanitizerKnowsWhatIsFree) {
-    auto others = TakeUntilHugePagesAreTaken();
+    std::vector<unsigned int *> others;
+    TakeAllInMemory(others);
     auto * const buffer = Slabs().Allocate(Content::Overwritten);
     EXPECT_EQ(__asan_region_is_poisoned(buffer, SlabAllocator::BufferBytes), nullptr);
     EXPECT_TRUE(__asan_address_is_poisoned(buffer + words)) << "kept, or never given out";
