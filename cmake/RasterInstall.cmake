@@ -31,6 +31,7 @@ set(privateHeaders
     storage/PrivateFile.h
     storage/ReduceLevel.h
     storage/ReductionRules.h
+    storage/SlabMemory.h
     storage/StaticTiles.h
     storage/TileLocks.h)
 set(exclusions "")

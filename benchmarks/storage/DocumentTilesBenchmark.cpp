@@ -294,6 +294,7 @@ public:
         });
         zstd.Measure([&] { Decompress(all.data(), tileBytes); });
         zstdInCache.Measure([&] { Decompress(buffer.data(), 0); });
+        std::vector<std::uint8_t> restored(tileBytes);
         restore.Measure([&] {
             for (auto const & tile : tiles) {
                 Kernel::RestoreSamples(buffer.data(), restored.data(), tile.sampleBytes);
@@ -301,17 +302,18 @@ public:
             }
         });
         std::vector<unsigned int *> buffers;
-        memory.Measure([&] {
-            for (std::size_t i = 0; i < tiles.size(); ++i) {
+        restoreToFresh.Measure([&] {
+            for (auto const & tile : tiles) {
                 buffers.push_back(SlabAllocator::Instance().Allocate(SlabAllocator::Content::Overwritten));
-                std::memcpy(buffers.back(), restored.data(), tileBytes);
+                Kernel::RestoreSamples(buffer.data(), reinterpret_cast<std::uint8_t *>(buffers.back()),
+                                       tile.sampleBytes);
             }
         });
         for (auto * const taken : buffers)
             SlabAllocator::Instance().Free(taken);
     }
 
-    Fastest read, checksum, zstd, zstdInCache, restore, memory;
+    Fastest read, checksum, zstd, zstdInCache, restore, restoreToFresh;
 
 private:
     void Decompress(std::uint8_t * dest, std::size_t step) {
@@ -328,12 +330,12 @@ private:
     ZSTD_DCtx * const context = ZSTD_createDCtx();
     std::vector<std::uint8_t> all = std::vector<std::uint8_t>(tiles.size() * tileBytes, std::uint8_t(1));
     std::vector<std::uint8_t> buffer = std::vector<std::uint8_t>(2 * tileBytes);
-    std::vector<std::uint8_t> restored = std::vector<std::uint8_t>(tileBytes);
 };
 
-// Goal: 0.65 of the speed of zstd alone, by processor time of one thread. zstd decompresses from memory into memory
+// Goal: 0.7 of the speed of zstd alone, by processor time of one thread. zstd decompresses from memory into memory
 // that is there already and holds all tiles, as its own benchmark does; also into one buffer over and over, which stays
-// in the cache. Loading takes memory of the system first. `recycled` is the same with each tile let go before the next.
+// in the cache, as loading does. Loading takes memory of the system then: `us_memory` is what restoring takes longer
+// there than in the cache. `recycled` is the same with each tile let go before the next.
 void LoadTiles(benchmark::State & state) {
     TemporaryFolder const folder(GetQuickFolder());
     auto const path = folder.GetPath("load.doc");
@@ -370,8 +372,8 @@ void LoadTiles(benchmark::State & state) {
     }
     close(file);
     auto const inMicroseconds = [&](double seconds) { return seconds * 1e6 / count; };
-    auto const sum = steps.read.processor + steps.checksum.processor + steps.zstd.processor + steps.restore.processor +
-                     steps.memory.processor;
+    auto const sum =
+        steps.read.processor + steps.checksum.processor + steps.zstdInCache.processor + steps.restoreToFresh.processor;
     state.counters["tiles"] = count;
     state.counters["of_zstd_speed"] = steps.zstd.processor / load.processor;
     state.counters["of_zstd_speed_in_cache"] = steps.zstdInCache.processor / load.processor;
@@ -380,8 +382,9 @@ void LoadTiles(benchmark::State & state) {
     state.counters["us_read"] = inMicroseconds(steps.read.processor);
     state.counters["us_checksum"] = inMicroseconds(steps.checksum.processor);
     state.counters["us_zstd"] = inMicroseconds(steps.zstd.processor);
+    state.counters["us_zstd_in_cache"] = inMicroseconds(steps.zstdInCache.processor);
     state.counters["us_unpredict"] = inMicroseconds(steps.restore.processor);
-    state.counters["us_memory"] = inMicroseconds(steps.memory.processor);
+    state.counters["us_memory"] = inMicroseconds(steps.restoreToFresh.processor - steps.restore.processor);
     state.counters["us_rest"] = inMicroseconds(load.processor - sum);
     state.counters["MBps"] = count * tileBytes / 1e6 / load.processor;
     Kernel::Dispatch::SetThreadCount(0);

@@ -2,20 +2,22 @@
 
 #include "kernel/CriticalSectionSpin.h"
 #include "kernel/Export.h"
+#include "storage/SlabUnits.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 namespace Raster {
 /// Buffers of 65536 bytes, aligned to their size, from large mappings that never move. The last 16 MiB that were freed
 /// stay in memory, and the most recent of them is given out first: it is still in the cache. What is pushed out of
-/// these goes back to the system at once and is zero when it returns, as is what was never given out.
+/// these goes back to the system, and is zero when it returns, as is what was never given out. Memory is taken 2 MiB
+/// at a time where that is quicker, so up to 16 MiB more are kept: parts of huge pages that wait for their other parts.
 /// Threads: any. Freeing never fails and never allocates.
 class RASTER_API SlabAllocator {
 public:
-    static constexpr std::size_t BufferBytes = 65536;
-    static constexpr std::size_t WarmBuffers = 256;
+    static constexpr std::size_t BufferBytes = SlabUnits::BufferBytes;
+    static constexpr std::size_t WarmBuffers = 256, KeptBuffers = 256;
 
     /// Never destroyed: buffers may be freed later than any static object goes.
     static SlabAllocator & Instance();
@@ -23,7 +25,7 @@ public:
     SlabAllocator & operator=(SlabAllocator const &) = delete;
 
     enum class Content : std::uint8_t {
-        Any,
+        Any, ///< and it may never be touched: no memory is taken for it
         Zero,
         Overwritten ///< any, and all of it is written right away: the system is asked for the memory in one call
     };
@@ -34,22 +36,39 @@ public:
 
     std::size_t GetUsedCount() const;
     std::size_t GetWarmCount() const;
+    /// Free ones in memory that aren't warm, those that are being taken included. Never above `KeptBuffers`.
+    std::size_t GetKeptCount() const;
 
 private:
+    struct Taken {
+        unsigned int * buffer;
+        bool isZero, isInMemory;
+        SlabUnit * unitToPopulate; // null, or the one that the buffer is the first of; nobody else knows of it
+    };
+    struct Leaving {
+        SlabUnit * unit;
+        SlabUnit::Set set; // may be empty
+        bool isPartOfHuge;
+    };
+
     SlabAllocator() = default;
     ~SlabAllocator() = delete;
 
-    unsigned int * PopWarm();
-    unsigned int * PopCold();
-    unsigned int * CarveOrMap();
+    Taken Take(Content content);
+    Taken TakeFrom(SlabUnit & unit);
+    bool IsWorthPopulating(Content content) const;
+    bool Populate(SlabUnit & unit);
+    unsigned int * PushWarm(unsigned int * buffer);
+    Leaving LetGo(unsigned int * buffer);
+    Leaving LetGoOfAllFree(SlabUnit & unit);
 
     // A leaf: guards everything below. Never held over a call of the system but the mapping of a new slab.
     mutable Kernel::CriticalSectionSpin lock{Kernel::LockRank::Leaf};
     unsigned int * warm[WarmBuffers] = {}; // a ring: the newest at (warmBegin + warmCount - 1)
     std::size_t warmBegin = 0, warmCount = 0;
-    std::vector<unsigned int *> cold; // given back to the system; has room for every buffer that exists
-    unsigned char * fresh = nullptr;  // the part of the newest slab that was never given out
-    std::size_t freshCount = 0;
-    std::size_t totalCount = 0, usedCount = 0;
+    SlabUnits units;
+    std::size_t usedCount = 0;
+    std::size_t comingCount = 0;                           // will be kept when the calls that populate units return
+    std::chrono::steady_clock::time_point populateAfter{}; // not before
 };
 }
