@@ -239,14 +239,17 @@ void CompleteHelp(CLI::App & app) {
     }
 }
 
-/// The parser's complaint; where a command is missing, or the word for it is none, which ones there are.
+/// The parser's complaint in our words; where a command is missing, or the word for it is none, which ones there are.
 std::string Describe(CLI::App & app, CLI::ParseError const & error) {
+    std::string const words = error.what();
+    if (words.ends_with(" missing")) // "--dpi: 1 required DPI missing"
+        return words.substr(0, words.find(':')) + " needs a value";
     auto * last = &app;
     while (!last->get_subcommands().empty())
         last = last->get_subcommands().front();
     bool const lacksCommand = last->get_require_subcommand_min() != 0;
     if (!lacksCommand || error.get_exit_code() != static_cast<int>(CLI::ExitCodes::RequiredError))
-        return error.what();
+        return words;
     std::vector<std::string> names;
     for (auto * const command : GetCommandsOf(*last))
         names.push_back(command->get_name());

@@ -162,6 +162,12 @@ TEST(CommandLine, SaysWhichValuesThereAre) {
     EXPECT_NE(std::string::npos, GetErrorOf({"convert", "a", "b.png", "--quality", "101"}).find("0 to 100"));
 }
 
+TEST(CommandLine, SaysWhichOptionLacksItsValue) {
+    EXPECT_EQ("--memory needs a value", GetErrorOf({"info", "a", "--memory"}));
+    EXPECT_EQ("--background needs a value", GetErrorOf({"convert", "a", "b.png", "--background"}));
+    EXPECT_EQ("--profile needs a value", GetErrorOf({"convert", "a", "b.png", "--profile"}));
+}
+
 TEST(CommandLine, SaysWhichCommandsThereAre) {
     EXPECT_EQ("'paint' is no command; there are info, convert, resize, thumbnail, composite, profile and document",
               GetErrorOf({"paint"}));
