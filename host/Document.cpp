@@ -30,10 +30,14 @@ constexpr unsigned short documentVersion = 1;
 constexpr char const * documentStream = "Document.dat";
 constexpr std::uint32_t mostLayers = 10000;
 
+Failure MakeLayersFailure() { return Failure(fmt::format("a document has {} layers at most", mostLayers)); }
+
 constexpr char const * layerPrefix = "Layer-";
 std::string GetLayerStream(std::size_t index) { return fmt::format("{}{:04}.dat", layerPrefix, index + 1); }
 
 constexpr char const * salvageHint = "; `raster document salvage` saves what is whole";
+constexpr char const * keepHint =
+    "; --keep-damaged saves it nevertheless, `raster document salvage` saves what is whole";
 
 /// Does what may fail because of the document.
 template<class Work>
@@ -43,7 +47,7 @@ auto OnArchive(std::string const & path, Work && work) {
     } catch (Kernel::ArchiveError const & error) {
         throw Document::MakeFailure(error, path);
     } catch (Kernel::FutureVersionException const &) {
-        throw Failure("was written by a later version of this program");
+        throw LaterVersion("was written by a later version of this program");
     } catch (Kernel::PropertyStreamError const & error) {
         throw Failure(fmt::format("is damaged ({}){}", error.what(), salvageHint));
     }
@@ -75,7 +79,7 @@ bool Layer::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & st
     opacity = std::isfinite(opacity) ? std::clamp(opacity, 0.0f, 1.0f) : 1.0f;
     serialiser.LoadType(dpiTag, dpi);
     dpi = std::isfinite(dpi) && dpi > 0 ? dpi : 72;
-    serialiser.LoadSharedObject(profileTag, store, profile);
+    isProfileLost = !serialiser.LoadSharedObject(profileTag, store, profile) && serialiser.HasProperty(profileTag);
     serialiser.LoadDelayLoadObject(fileTag, store, CompressedRasterData::GetTypeFileStoreItemType(), placedFile);
     Kernel::Counted<Kernel::Serialisable> loaded;
     serialiser.LoadObjectI(bitmapTag, store, loaded);
@@ -131,7 +135,9 @@ Document Document::OpenRemains(std::string const & path) {
         std::uint32_t count = 0;
         try {
             if (auto const stream = document.archive->OpenStream(documentStream))
-                document.LoadRoot(*Kernel::InSerialiserFile::ParseWithChecks(*stream, *document.archive, false), count);
+                document.LoadRoot(
+                    *Kernel::InSerialiserFile::ParseWithChecks(*stream, *document.archive, false, documentVersion),
+                    count);
         } catch (Kernel::ArchiveError const &) { // the layers tell enough
         } catch (Kernel::PropertyStreamError const &) {
         }
@@ -194,7 +200,9 @@ void Document::Load() {
     auto const root = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, false, documentVersion);
     std::uint32_t count = 0;
     LoadRoot(*root, count);
-    for (std::size_t i = 0; i < std::min(count, mostLayers); ++i) {
+    if (count > mostLayers)
+        throw MakeLayersFailure();
+    for (std::size_t i = 0; i < count; ++i) {
         auto layer = LoadLayer(GetLayerStream(i));
         if (!layer)
             throw Failure(fmt::format("layer {} is missing or damaged{}", i + 1, salvageHint));
@@ -217,7 +225,9 @@ Kernel::Counted<Layer> Document::LoadLayer(std::string const & streamName) {
         auto const stream = archive->OpenStream(streamName);
         if (!stream)
             return {};
-        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, false);
+        // One of a later version has more to it than would be saved again.
+        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(
+            *stream, *archive, /*acceptFutureVersions=*/false, Layer::GetClassProperties().GetSchemaVersion());
         auto layer = Kernel::MakeCounted<Layer>();
         if (!layer->Load(*parsed, *archive, parsed->GetRootVersion()))
             return {};
@@ -243,36 +253,48 @@ void Document::ShareEqualTiles() {
 }
 
 Kernel::ArchiveSaveCounts Document::Save(SaveSettings const & settings) {
+    if (layers.size() > mostLayers)
+        throw MakeLayersFailure();
     ShareEqualTiles();
     return OnArchive(GetPath(), [&] {
-        auto session = archive->CreateSession(settings.mode);
-        session->SetKeepDamaged(settings.keepDamaged);
-        session->AddStrategy(Kernel::MakeCounted<Raster::RasterSerialisationStrategy>(
-            std::vector<int>{0}, Raster::RasterSerialisationStrategy::AllowByReference));
-        for (std::size_t i = 0; i < layers.size(); ++i) {
-            Signals::ThrowIfAborted();
-            // A layer that hasn't changed costs no look at its tiles.
-            if (!layers[i]->isStored || !session->KeepStream(GetLayerStream(i)))
-                session->StoreObject(GetLayerStream(i), *layers[i]);
-            if (settings.progress)
-                settings.progress->Show(static_cast<double>(i + 1) / static_cast<double>(layers.size() + 1));
+        try {
+            return Store(settings);
+        } catch (Kernel::ArchiveError const & error) {
+            if (error.GetKind() != Kernel::ArchiveError::Kind::Damaged || settings.keepDamaged)
+                throw;
+            throw Failure(WithoutPath(error.what(), GetPath()) + keepHint);
         }
-        session->StoreProperties(documentStream, rootTag, documentVersion, [&](Kernel::OutSerialiser & serialiser) {
-            serialiser.SaveType(widthTag, width);
-            serialiser.SaveType(heightTag, height);
-            serialiser.SaveType(countTag, static_cast<std::uint32_t>(layers.size()));
-            if (serialiser.StartClassTestI(profilesTag)) {
-                serialiser.StartClassBeginI(profiles.GetClassProperties().GetClassUID(),
-                                            profiles.GetClassProperties().GetSchemaVersion());
-                profiles.Save(serialiser);
-                serialiser.EndPropClassI();
-            }
-        });
-        auto const counts = archive->CloseSession(std::move(session));
-        for (auto const & layer : layers)
-            layer->isStored = true;
-        return counts;
     });
+}
+
+Kernel::ArchiveSaveCounts Document::Store(SaveSettings const & settings) {
+    auto session = archive->CreateSession(settings.mode);
+    session->SetKeepDamaged(settings.keepDamaged);
+    session->AddStrategy(Kernel::MakeCounted<Raster::RasterSerialisationStrategy>(
+        std::vector<int>{0}, Raster::RasterSerialisationStrategy::AllowByReference));
+    for (std::size_t i = 0; i < layers.size(); ++i) {
+        Signals::ThrowIfAborted();
+        // A layer that hasn't changed costs no look at its tiles.
+        if (!layers[i]->isStored || !session->KeepStream(GetLayerStream(i)))
+            session->StoreObject(GetLayerStream(i), *layers[i]);
+        if (settings.progress)
+            settings.progress->Show(static_cast<double>(i + 1) / static_cast<double>(layers.size() + 1));
+    }
+    session->StoreProperties(documentStream, rootTag, documentVersion, [&](Kernel::OutSerialiser & serialiser) {
+        serialiser.SaveType(widthTag, width);
+        serialiser.SaveType(heightTag, height);
+        serialiser.SaveType(countTag, static_cast<std::uint32_t>(layers.size()));
+        if (serialiser.StartClassTestI(profilesTag)) {
+            serialiser.StartClassBeginI(profiles.GetClassProperties().GetClassUID(),
+                                        profiles.GetClassProperties().GetSchemaVersion());
+            profiles.Save(serialiser);
+            serialiser.EndPropClassI();
+        }
+    });
+    auto const counts = archive->CloseSession(std::move(session));
+    for (auto const & layer : layers)
+        layer->isStored = true;
+    return counts;
 }
 
 Layer const & Document::GetLayer(int number) const {

@@ -28,6 +28,7 @@ public:
     double dpi = 72;
     Raster::DynamicBitmap bitmap;
     Raster::ICCManager::Profile profile;                 ///< of the file; null if it has none
+    bool isProfileLost = false;                          ///< it has one, which can't be read
     Kernel::Counted<Kernel::DelayLoadHolder> placedFile; ///< a `CompressedRasterData`; null if there is none
     bool isStored = false; ///< the document on disk has it as it is: a save keeps its stream
 
@@ -35,6 +36,12 @@ public:
     Kernel::ClassPropertiesBase const & GetObjectClassProperties() const override { return GetClassProperties(); }
     void Save(Kernel::OutSerialiser & serialiser) const override;
     bool Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version) override;
+};
+
+/// Whoever opens the document would save less than is in it.
+class LaterVersion : public Failure {
+public:
+    using Failure::Failure;
 };
 
 /// Layers from the bottom up, each a stream of its own, and the stream "Document.dat" that names them.
@@ -87,6 +94,7 @@ private:
     explicit Document(Kernel::Counted<Kernel::Archive> openArchive) : archive(std::move(openArchive)) {}
     void Load();
     void ShareEqualTiles();
+    Kernel::ArchiveSaveCounts Store(SaveSettings const & settings);
     void LoadRoot(Kernel::InSerialiser const & root, std::uint32_t & layerCount);
     /// Null if it is missing or damaged. Throws `Failure` if all layers so far have more tiles than one bitmap may
     /// have: a small file could claim any number, and each takes memory before there is a pixel in it.

@@ -38,9 +38,9 @@ void Print(std::string const & text) { std::fputs(text.c_str(), stdout); }
 void ShowFraction(void * context, double fraction) { static_cast<Progress *>(context)->Show(fraction); }
 
 /// Opens a picture's header: what is no picture fails here.
-SourceFile OpenPicture(Session & session, std::string const & path) {
+SourceFile OpenPicture(Session & session, std::string const & path, ReadSettings const & reading = {}) {
     try {
-        return SourceFile(session, path, {});
+        return SourceFile(session, path, reading);
     } catch (Failure const &) {
         if (Document::IsDocument(path))
             throw Failure("is a document; `raster document extract` makes pictures of its layers");
@@ -70,6 +70,13 @@ void CheckTarget(std::string const & path, bool noClobber) {
     bool const isOther = !isFile && std::filesystem::exists(path, error);
     if (isOther || (isFile && std::filesystem::file_size(path, error) != 0 && !Document::IsDocument(path)))
         throw Failure("is there already and is no document; name the new document first");
+}
+
+/// That no document is replaced by a picture: `extract DOC 1 DOC` would leave one layer of all.
+void CheckPictureTarget(std::string const & path) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(path, error) && Document::IsDocument(path))
+        throw Failure("is a document; name another file for the picture");
 }
 
 bool Create(Session & session, DocumentSettings const & settings) {
@@ -105,6 +112,10 @@ void TellOfDamage(Session & session, std::string const & path, Layer const & lay
         session.GetMessages().Warn(
             path, fmt::format("{} of layer \"{}\" damaged, and left empty; `raster document verify` tells more",
                               CountInWords(damaged), layer.name.GetCharacters()));
+    if (layer.isProfileLost)
+        session.GetMessages().Warn(path, fmt::format("the profile of layer \"{}\" is damaged, and left out; "
+                                                     "`raster document verify` tells more",
+                                                     layer.name.GetCharacters()));
 }
 
 /// What is painted on a damaged tile would be all that is saved of it.
@@ -151,6 +162,7 @@ void ExtractOriginal(Layer const & layer, DocumentSettings const & settings) {
 bool Extract(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
         session.PrepareForPixels();
+        Blaming(settings.out, [&] { CheckPictureTarget(settings.out); });
         auto document = Document::Open(settings.document);
         auto const & layer = document.GetLayer(settings.layer);
         if (settings.original)
@@ -211,7 +223,7 @@ bool Stamp(Session & session, DocumentSettings const & settings) {
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(0.4);
         auto const stamp = Blaming(settings.files.front(), [&] {
-            return SourceFile(session, settings.files.front(), settings.reading)
+            return OpenPicture(session, settings.files.front(), settings.reading)
                 .Decode(Raster::MipmapModeNone, progress);
         });
         auto const area = GetStampedArea(stamp.bitmap, settings);
@@ -233,6 +245,7 @@ bool Stamp(Session & session, DocumentSettings const & settings) {
 bool Flatten(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
         session.PrepareForPixels();
+        Blaming(settings.out, [&] { CheckPictureTarget(settings.out); });
         PictureWriter writer(session, settings.out, settings.writing, {});
         auto document = Document::Open(settings.document);
         if (document.layers.empty())
@@ -303,6 +316,7 @@ bool Verify(Session & session, DocumentSettings const & settings) {
 void RepairLayers(Session & session, std::string const & path) {
     try {
         static_cast<void>(Document::Open(path));
+    } catch (LaterVersion const &) { // which will know what to make of it
     } catch (Failure const &) {
         session.PrepareForPixels();
         auto document = Document::OpenRemains(path);

@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <cstring>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 namespace Kernel {
@@ -43,10 +44,12 @@ struct LoadingShared {
 struct Archive::HolderTable {
     CriticalSectionSpin lock{LockRank::Leaf};
     std::unordered_map<ItemID, DelayLoadHolder *> byID;
-    // Shared objects that were loaded; null could not be. One that refers to items may hold this archive in the end, by
-    // a holder, and is kept only while somebody loads: long enough that no object is loaded for every path to it.
+    // Shared objects that were loaded; null could not be. Null, and one that refers to items and so may hold this
+    // archive in the end, by a holder, is kept only while somebody loads: long enough that none is loaded for every
+    // path to it.
     std::unordered_map<ItemID, Counted<SharedSerialisable>> shared, sharedWhileLoading;
-    std::size_t loading = 0; // serialisers that read from this archive
+    std::size_t loading = 0;           // serialisers that read from this archive
+    std::unordered_set<ItemID> unread; // shared objects that somebody asked for in vain
 
     Counted<SharedSerialisable> const * FindShared(ItemID id) const {
         for (auto const * const table : {&shared, &sharedWhileLoading})
@@ -195,11 +198,14 @@ void Archive::MoveHolders() {
 Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
     auto const current = GetSnapshotWith(id);
     auto const * const entry = current ? current->Find(id) : nullptr;
-    if (!entry || entry->type != ArchiveTags::sharedObject ||
-        std::find(loadingShared.begin(), loadingShared.end(), id) != loadingShared.end())
+    if (std::find(loadingShared.begin(), loadingShared.end(), id) != loadingShared.end())
         return {};
     {
         ScopedLock const guard(holders->lock);
+        if (!entry || entry->type != ArchiveTags::sharedObject) {
+            holders->unread.insert(id);
+            return {};
+        }
         if (auto const * const known = holders->FindShared(id))
             return *known;
     }
@@ -208,11 +214,24 @@ Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
     ScopedLock const guard(holders->lock);
     if (auto const * const known = holders->FindShared(id))
         return *known; // another thread was faster, or this object was met within itself
-    if (!hasReferences)
+    if (!loaded)
+        holders->unread.insert(id);
+    // One that could not be read is tried again, but not for every path that leads to it.
+    if (loaded && !hasReferences)
         holders->shared.emplace(id, loaded);
     else if (holders->loading != 0)
         holders->sharedWhileLoading.emplace(id, loaded);
     return loaded;
+}
+
+std::vector<ItemID> Archive::GetUnreadObjects() const {
+    ScopedLock const guard(holders->lock);
+    return {holders->unread.begin(), holders->unread.end()};
+}
+
+void Archive::ForgetUnreadObject(ItemID id) {
+    ScopedLock const guard(holders->lock);
+    holders->unread.erase(id);
 }
 
 void Archive::BeginLoading() noexcept {

@@ -116,6 +116,9 @@ private:
     void SetSnapshot(Counted<ArchiveSnapshot const> committed);
     /// Has all holders of the table load from the present snapshot's file, if their items are in it.
     void MoveHolders();
+    /// Shared objects that whoever refers to them could not load, and so would not save again.
+    std::vector<ItemID> GetUnreadObjects() const;
+    void ForgetUnreadObject(ItemID id);
     void ForgetHolder(ItemID id, DelayLoadHolder const & holder) const noexcept;
     void RememberHolder(ItemID id, DelayLoadHolder & holder);
 

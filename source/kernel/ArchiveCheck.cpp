@@ -5,8 +5,6 @@
 #include "kernel/ArchiveSession.h"
 #include "kernel/ArchiveSnapshot.h"
 #include "kernel/ArchiveTags.h"
-#include "kernel/FutureVersionException.h"
-#include "kernel/InSerialiserFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -74,7 +72,7 @@ public:
         }
         auto const end = footer->offset + footerBytes;
         report.unfinishedBytes = size - end;
-        if (HasFooterPlace(end))
+        if (ArchiveSnapshot::FindFooterPlace(*file, end))
             AddProblem("the end of the last commit is damaged: the document shows what was saved before that");
         CheckCommits(*header, *footer);
         CheckItems();
@@ -96,26 +94,6 @@ private:
     void Claim(std::uint64_t offset, std::uint64_t length) {
         auto & end = claimed[offset];
         end = std::max(end, offset + length);
-    }
-
-    // Whether a commit behind the last good footer came as far as its own. A save that was cut off before that left
-    // at most its list of contents; with a footer in its place, that one has been damaged since.
-    bool HasFooterPlace(std::uint64_t end) const {
-        std::uint64_t budget = 4 * size + windowBytes; // a hostile tail could have the same bytes looked at for ever
-        for (auto at = end; at + footerBytes <= size; at += footerBytes) {
-            auto const begin = ReadAt(*file, at, indexHeaderBytes);
-            auto const indexSize = GetIndexSize(begin);
-            if (!indexSize || *indexSize > size - at)
-                continue;
-            auto const cost = *indexSize + std::min(size, GetIndexContentSize(begin));
-            if (cost > budget)
-                return true; // nothing that a save leaves looks like this
-            budget -= cost;
-            // The footer comes after both copies were synced.
-            if (DecodeIndex(ReadAt(*file, at, *indexSize), at))
-                return Footer::GetOffset(at, *indexSize) + footerBytes <= size;
-        }
-        return false;
     }
 
     void CheckCommits(Header const & header, Footer footer) {
@@ -210,22 +188,10 @@ private:
         if (std::any_of(listed.begin(), listed.end(), [&](ItemID const & id) { return !inUse.contains(id); }))
             AddProblem("item " + entry.name + " refers to an item that is missing", true, &entry);
         std::unordered_set<ItemID> const known(listed.begin(), listed.end());
-        for (auto const & reference : FindReferences(entry, raw))
-            if (reference && !known.contains(reference))
+        for (auto const & reference : ArchiveItemReader::FindReferences(entry, raw))
+            if (!known.contains(reference))
                 return AddProblem("item " + entry.name + " refers to an item that its header doesn't name", true,
                                   &entry);
-    }
-
-    // As far as the content can be understood: only streams of properties can.
-    static std::vector<ItemID> FindReferences(Entry const & entry, Bytes raw) {
-        if (entry.type != ArchiveTags::stream && entry.type != ArchiveTags::sharedObject)
-            return {};
-        try {
-            return InSerialiserFile::FindReferences(raw);
-        } catch (PropertyStreamError const &) { // a program may store what it likes
-        } catch (FutureVersionException const &) {
-        }
-        return {};
     }
 
     // Everything that belongs to nothing is zero.

@@ -116,10 +116,27 @@ Counted<ArchiveFile> ArchiveSession::LockBase() const {
 void ArchiveSession::OpenForUpdate() {
     file = LockBase();
     header = base->GetHeader();
-    position = base->GetEnd();
     isOpen = true;
+}
+
+// Before the first byte is written, when it is known what to do with damage.
+void ArchiveSession::Begin() {
+    if (!base || std::exchange(hasBegun, true))
+        return;
+    // Our own last save, if the disk did not confirm it, is what is saved now.
+    bool const isBeforeDamage = archive->unconfirmedCommit <= base->GetNewestFooter() && base->IsFollowedByDamage();
+    if (isBeforeDamage && !keepsDamaged)
+        Fail(ArchiveError::Kind::Damaged, archive->GetPath(),
+             "its last save is damaged, and what is whole of that would be lost by another one; nothing was saved");
+    if (!isUpdate)
+        return;
+    auto const size = file->GetSize();
+    if (!size)
+        FailWrite(archive->GetPath(), "its size can't be had");
+    start = isBeforeDamage ? *size : base->GetEnd();
+    position = AlignUp(start, footerBytes);
     // Synced before anything is written there: a footer that was cut off must not come back over it.
-    if (file->GetSize() != position && !(file->Truncate(position) && file->Sync()))
+    if (*size != start && !(file->Truncate(start) && file->Sync()))
         FailWrite(archive->GetPath(), "what an earlier save left unfinished can't be removed");
 }
 
@@ -140,10 +157,10 @@ void ArchiveSession::OpenAnew() {
 void ArchiveSession::Undo() noexcept {
     if (!std::exchange(isOpen, false))
         return;
-    if (isUpdate)
-        file->Truncate(base->GetEnd());
-    else
+    if (!isUpdate)
         archive->disk->Remove(temporaryPath);
+    else if (start != 0)
+        file->Truncate(start);
     file.Reset();
     locked.Reset();
 }
@@ -195,6 +212,8 @@ ItemID ArchiveSession::AddNestable(IDTag type, std::string const & name, Write c
     item.header.type = type;
     item.header.name = name.substr(0, longestName);
     item.header.references = TakeReferences();
+    if (type == ArchiveTags::stream)
+        KeepUnread(name, item.header.references);
     item.raw = stream->TakeData();
     item.hint = GetStreamHint();
     return AddItem(std::move(item));
@@ -313,7 +332,7 @@ ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
 }
 
 // An item that lies in a document already, unchanged, with everything that it refers to.
-ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id) {
+ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id, Content content) {
     std::vector<ItemID> waiting{id};
     while (!waiting.empty()) {
         auto const next = waiting.back();
@@ -324,7 +343,7 @@ ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id) {
         auto const * const inBase = isUpdate ? base->Find(next) : nullptr;
         auto const & place = inBase ? *base : source;
         if (auto const * const entry = inBase ? inBase : source.Find(next)) {
-            auto const further = GetReferences(place, *entry);
+            auto const further = GetReferences(place, *entry, next == id ? content : Content::Unknown);
             KeepEntry(*place.GetFile(), place.GetPath(), *entry);
             waiting.insert(waiting.end(), further.begin(), further.end());
         } else if (!keepsDamaged)
@@ -353,16 +372,32 @@ void ArchiveSession::FailMissing(std::string const & path) const {
     Fail(ArchiveError::Kind::Damaged, path, "an item that belongs to the document is missing; nothing was saved");
 }
 
-std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source, Entry const & entry) const {
-    if (!entry.HasReferences())
-        return {};
+std::vector<ItemID> ArchiveSession::GetReferences(ArchiveSnapshot const & source, Entry const & entry,
+                                                  Content content) const {
+    std::vector<ItemID> needed;
+    auto const reader = source.GetReader();
     try {
-        return source.GetReader().ReadHeader(entry).references;
+        if (entry.HasReferences())
+            needed = reader.ReadHeader(entry).references;
     } catch (ArchiveError const &) {
         if (!keepsDamaged)
             throw;
-        return {};
     }
+    if (content == Content::Kept || (entry.type != ArchiveTags::stream && entry.type != ArchiveTags::sharedObject))
+        return needed;
+    // A header that lacks something its content needs is a mistake of whoever wrote it, and no reason to lose that.
+    // Mostly both name the same items in the same order.
+    std::size_t next = 0;
+    auto const listed = needed.size();
+    try {
+        for (auto const & id : ArchiveItemReader::FindReferences(entry, reader.ReadRaw(entry)))
+            if (next < listed && needed[next] == id)
+                ++next;
+            else if (source.Find(id))
+                needed.push_back(id);
+    } catch (ArchiveError const &) { // what the header says is all that is known of it
+    }
+    return needed;
 }
 
 void ArchiveSession::KeepEntry(ArchiveFile const & from, std::string const & path, Entry const & entry) {
@@ -425,7 +460,7 @@ std::optional<ItemID> ArchiveSession::FindEqual(Pending const & item) {
         ArchiveTags::stream) { // of these, which may be equal but for their names, there may be many
         auto const * const entry = base ? base->FindStream(item.header.name) : nullptr;
         bool const isSame = entry && entry->rawHash == hash && IsEqual(item, entry->id);
-        return isSame ? std::optional(KeepItem(*base, entry->id)) : std::nullopt;
+        return isSame ? std::optional(KeepItem(*base, entry->id, Content::Kept)) : std::nullopt;
     }
     int attempts = 8; // of different content with one hash there is more only in a file that was made so
     auto const found = itemByHash.Find(hash, 0, [&](std::size_t i) {
@@ -467,6 +502,7 @@ bool ArchiveSession::IsEqual(Pending const & item, Entry const & entry, ArchiveF
 
 // Compresses what waits, side by side, and writes it in the order in which it came.
 void ArchiveSession::Flush() {
+    Begin();
     if (pending.empty())
         return;
     std::vector<ItemCodec::Encoded> encoded(pending.size());
@@ -521,8 +557,45 @@ std::vector<std::uint8_t> ArchiveSession::TakeSpare() {
     return memory;
 }
 
+// Whoever loads a reference to a shared object that can't be read has none then, and so stores none. A stream that was
+// stored anew lacks it; where damage is kept its header goes on naming the object.
+void ArchiveSession::KeepUnread(std::string const & name, std::vector<ItemID> & stored) {
+    auto const unread = archive->GetUnreadObjects();
+    auto const * const entry = base && !unread.empty() ? base->FindStream(name) : nullptr;
+    if (!entry)
+        return;
+    auto const contains = [](std::vector<ItemID> const & ids, ItemID id) {
+        return std::find(ids.begin(), ids.end(), id) != ids.end();
+    };
+    for (auto const & id : GetReferences(*base, *entry)) {
+        if (!contains(unread, id) || contains(stored, id))
+            continue;
+        if (!keepsDamaged)
+            FailUnread();
+        if (base->Find(id))
+            stored.push_back(KeepItem(*base, id));
+    }
+}
+
+// The same for streams that were left out.
+void ArchiveSession::KeepUnread() {
+    for (auto const & id : archive->GetUnreadObjects()) {
+        if (FindEntry(id))
+            continue;
+        if (!keepsDamaged)
+            FailUnread();
+        givenUp.push_back(id);
+    }
+}
+
+void ArchiveSession::FailUnread() const {
+    Fail(ArchiveError::Kind::Damaged, archive->GetPath(),
+         "an object that it refers to, such as a profile, can't be read and would be lost; nothing was saved");
+}
+
 void ArchiveSession::Commit() {
     Flush();
+    KeepUnread();
     std::sort(entries.begin(), entries.end(), [](Entry const & a, Entry const & b) { return a.offset < b.offset; });
     auto const index = EncodeIndex(entries);
 
@@ -593,5 +666,7 @@ void ArchiveSession::AfterCommit() {
             holder->DropItem();
     }
     taken.clear();
+    for (auto const & id : givenUp)
+        archive->ForgetUnreadObject(id);
 }
 }

@@ -46,7 +46,9 @@ public:
     /// Keeps every item of another file's state, those that nothing refers to as well.
     void KeepEverything(ArchiveSnapshot const & source);
 
-    /// Damaged items are copied as they are found, and missing ones stay missing, instead of failing the save.
+    /// Damaged items are copied as they are found, and missing ones stay missing, instead of failing the save. Behind a
+    /// later state that is damaged the save goes on, where it would fail; to write the file anew removes that state.
+    /// Before anything is stored.
     void SetKeepDamaged(bool keepThem) { keepsDamaged = keepThem; }
 
     ItemID StoreItem(DelayLoadHolder & holder, FileStoreOutPathGenerator const & itemPath,
@@ -75,16 +77,19 @@ private:
     Counted<ArchiveFile> LockBase() const;
     void OpenForUpdate();
     void OpenAnew();
+    void Begin();
     ItemID Refer(ItemID id);
     std::vector<ItemID> TakeReferences();
     void TakeStreamName(std::string const & name);
     ItemID TakeItem(DelayLoadHolder & holder, FileStoreItem & item, FileStoreOutPathGenerator const & itemPath,
                     FileStoreCompressionHint const * hint);
-    ItemID KeepItem(ArchiveSnapshot const & source, ItemID id);
+    enum class Content { Unknown, Kept }; ///< whether all that an item's content refers to has been kept or stored
+    ItemID KeepItem(ArchiveSnapshot const & source, ItemID id, Content content = Content::Unknown);
     ItemID KeepSource(ArchiveItemSource const & source);
     void KeepEntry(ArchiveFile const & from, std::string const & path, Entry const & entry);
     [[noreturn]] void FailMissing(std::string const & path) const;
-    std::vector<ItemID> GetReferences(ArchiveSnapshot const & source, Entry const & entry) const;
+    std::vector<ItemID> GetReferences(ArchiveSnapshot const & source, Entry const & entry,
+                                      Content content = Content::Unknown) const;
     template<class Write>
     ItemID AddNestable(IDTag type, std::string const & name, Write const & write);
     ItemID AddItem(Pending item);
@@ -101,6 +106,9 @@ private:
     void TakeBack(Pending item);
     std::vector<std::uint8_t> TakeSpare();
     void Append(std::vector<std::uint8_t> const & bytes);
+    void KeepUnread(std::string const & name, std::vector<ItemID> & stored);
+    void KeepUnread();
+    [[noreturn]] void FailUnread() const;
     void Commit();
     void CommitFooter(ArchiveLayout::Footer const & footer);
     void Undo() noexcept;
@@ -111,10 +119,12 @@ private:
     bool isUpdate = false;                     // the base's file grows; otherwise a new one takes its place
     bool isOpen = false;                       // there is something to undo
     bool keepsDamaged = false;
+    bool hasBegun = false;
     Counted<ArchiveFile> file;
     Counted<ArchiveFile> locked; // the file that is replaced, while other savers are kept out of it
     std::string temporaryPath;   // of a file that is written anew
     ArchiveLayout::Header header;
+    std::uint64_t start = 0;    // of an update, where its first bytes go; 0 before there is one
     std::uint64_t position = 0; // where the next bytes go
     std::uint64_t commitID = 0; // the first half of the ids of new items
     std::uint64_t itemsAdded = 0, bytesWritten = 0;
@@ -127,6 +137,7 @@ private:
     PositionTable storedHolderByAddress;
     std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;
     std::vector<Taken> taken;
+    std::vector<ItemID> givenUp; // shared objects that could not be read, to which nothing refers any more
     std::vector<Pending> pending;
     std::uint64_t pendingBytes = 0;
     std::vector<std::uint8_t> batch;              // of the last flush, for the memory

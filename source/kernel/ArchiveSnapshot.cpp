@@ -2,6 +2,8 @@
 
 #include "kernel/ArchiveError.h"
 #include "kernel/ArchiveTags.h"
+#include "kernel/FutureVersionException.h"
+#include "kernel/InSerialiserFile.h"
 #include "kernel/ItemCodec.h"
 #include "kernel/MemoryInStream.h"
 #include "kernel/PredictedInStream.h"
@@ -70,6 +72,38 @@ std::optional<Footer> ArchiveSnapshot::FindFooter(ArchiveFile const & file, File
         top = bottom;
     }
     return {};
+}
+
+std::optional<std::uint64_t> ArchiveSnapshot::FindFooterPlace(ArchiveFile const & file, std::uint64_t end) {
+    std::uint64_t const size = file.GetSize().value_or(0);
+    std::uint64_t budget = 4 * size + (4 << 20); // a hostile tail could have the same bytes looked at for ever
+    for (auto at = end; at + footerBytes <= size; at += footerBytes) {
+        auto const begin = ReadUpTo(file, at, indexHeaderBytes);
+        auto const indexSize = GetIndexSize(begin);
+        if (!indexSize || *indexSize > size - at)
+            continue;
+        auto const cost = *indexSize + std::min(size, GetIndexContentSize(begin));
+        if (cost > budget)
+            return at; // nothing that a save leaves looks like this
+        budget -= cost;
+        if (DecodeIndex(ReadUpTo(file, at, *indexSize), at)) {
+            // The footer comes after both copies were synced.
+            auto const place = Footer::GetOffset(at, *indexSize);
+            return place + footerBytes <= size ? std::optional(place) : std::nullopt;
+        }
+    }
+    return {};
+}
+
+bool ArchiveSnapshot::IsFollowedByDamage() const {
+    if (newestFooter > footer.commitNumber)
+        return true; // its lists of contents are damaged
+    auto const place = FindFooterPlace(*file, GetEnd());
+    if (!place)
+        return false;
+    // Zeros are what a power cut leaves of a footer that was never synced.
+    auto const bytes = ReadUpTo(*file, *place, footerBytes);
+    return std::any_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte != 0; });
 }
 
 Counted<ArchiveSnapshot const> ArchiveSnapshot::Open(std::string const & path, Counted<ArchiveFile const> file,
@@ -145,6 +179,19 @@ ItemHeader ArchiveItemReader::DecodeHeader(Entry const & entry, Bytes bytes) con
 
 ItemHeader ArchiveItemReader::ReadHeader(Entry const & entry) const {
     return DecodeHeader(entry, ReadUpTo(file, entry.offset, entry.headerSize));
+}
+
+std::vector<ItemID> ArchiveItemReader::FindReferences(Entry const & entry, Bytes raw) {
+    if (entry.type != ArchiveTags::stream && entry.type != ArchiveTags::sharedObject)
+        return {};
+    try {
+        auto references = InSerialiserFile::FindReferences(raw);
+        std::erase(references, ItemID());
+        return references;
+    } catch (PropertyStreamError const &) { // a program may store what it likes
+    } catch (FutureVersionException const &) {
+    }
+    return {};
 }
 
 std::vector<std::uint8_t> ArchiveItemReader::ReadUnchecked(Entry const & entry) const {

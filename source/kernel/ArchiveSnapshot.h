@@ -42,6 +42,9 @@ public:
         UseRawI(entry, data,
                 [](void * callable, InStreamSeekable & stream) { (*static_cast<Callable *>(callable))(stream); });
     }
+    /// The items that the content of an item refers to, whatever its header says of that; may repeat. Nothing for
+    /// content that can't be understood: only streams of properties can.
+    static std::vector<ItemID> FindReferences(Entry const & entry, ArchiveLayout::Bytes raw);
     /// An entry's bytes as they stand in the file, whole or not. Throws nothing.
     std::vector<std::uint8_t> ReadUnchecked(Entry const & entry) const;
 
@@ -72,6 +75,9 @@ public:
     /// The last good footer at or before `end`; nothing if there is none.
     static std::optional<ArchiveLayout::Footer> FindFooter(ArchiveFile const & file, ArchiveLayout::FileID const & id,
                                                            std::uint64_t end);
+    /// Where a commit behind the last good footer, which ends at `end`, has its own, if it came so far. A save that was
+    /// cut off before that left at most its list of contents.
+    static std::optional<std::uint64_t> FindFooterPlace(ArchiveFile const & file, std::uint64_t end);
 
     std::string const & GetPath() const { return path; }
     Counted<ArchiveFile const> const & GetFile() const { return file; }
@@ -82,6 +88,10 @@ public:
     std::uint32_t GetNewestFooter() const { return newestFooter; }
     /// Where the next save begins.
     std::uint64_t GetEnd() const { return footer.offset + ArchiveLayout::footerBytes; }
+
+    /// Whether the document was saved after this state, and what says so was damaged since. Reads what is behind the
+    /// end.
+    bool IsFollowedByDamage() const;
 
     /// Of what belongs to no item any more, and of older lists of contents.
     std::uint64_t GetDeadBytes() const;

@@ -34,7 +34,7 @@ void CompressedRasterData::Account(std::uint64_t byteCount) {
 
 void CompressedRasterData::Replace(Bytes bytes, std::uint64_t byteCount, std::uint64_t newSize) {
     data = std::move(bytes);
-    capacity = byteCount;
+    capacity = filled = byteCount;
     size = newSize;
     Account(byteCount);
     Changed();
@@ -68,16 +68,30 @@ void CompressedRasterData::SetSize(std::uint64_t newSize) {
     if (newSize <= size) {
         if (std::exchange(size, newSize) != newSize)
             Changed();
+        filled = newSize;
         Account(newSize);
         return;
     }
     Bytes grown = Allocate(newSize);
-    // Bytes beyond the size are kept too: that is how those of `SetFromStream` come to light.
-    auto const kept = std::min(capacity, newSize);
+    auto const kept = std::min(filled, newSize);
     if (kept != 0)
         std::memcpy(grown.get(), data.get(), kept);
     std::memset(grown.get() + kept, 0, newSize - kept);
     Replace(std::move(grown), newSize, newSize);
+}
+
+// What is held beyond the size goes back to the system, if there is memory to do so.
+void CompressedRasterData::Trim() {
+    if (capacity == size)
+        return;
+    try {
+        Bytes exact = size == 0 ? nullptr : Allocate(size);
+        if (size != 0)
+            std::memcpy(exact.get(), data.get(), size);
+        data = std::move(exact);
+        capacity = filled = size;
+    } catch (std::bad_alloc const &) {
+    }
 }
 
 bool CompressedRasterData::SetFromFile(char const * path) {
@@ -90,6 +104,7 @@ bool CompressedRasterData::SetFromFile(char const * path) {
         Bytes bytes = Allocate(*fileSize);
         auto const count = file.Read(bytes.get(), *fileSize);
         Replace(std::move(bytes), *fileSize, count);
+        filled = count;
         Account(count);
     }
     return true;
@@ -173,6 +188,7 @@ void CompressedRasterDataOutStream::Reserve(std::uint64_t byteCount) {
 
 bool CompressedRasterDataOutStream::Finish() {
     item->SetSize(end);
+    item->Trim();
     return true;
 }
 

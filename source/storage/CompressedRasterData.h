@@ -108,10 +108,13 @@ private:
     void Replace(Bytes bytes, std::uint64_t byteCount, std::uint64_t newSize);
     void Account(std::uint64_t byteCount);
     void Changed();
+    void Trim();
+    friend class CompressedRasterDataOutStream;
 
     Bytes data;
     std::uint64_t capacity = 0; // bytes of `data`
     std::uint64_t size = 0;     // of these, those in use
+    std::uint64_t filled = 0;   // and those that come to light when the size grows: what `SetFromStream` has taken
     std::uint64_t accounted = 0;
     bool invert = false;
     mutable Kernel::CriticalSectionSpin cacheLock{Kernel::LockRank::Leaf}; // guards the two below
@@ -140,7 +143,8 @@ private:
 };
 
 /// Writes over the bytes as if they were a file, from the start. While it writes, the item is larger than what was
-/// written: `Finish` gives it its size. A write for which there is no memory takes 0 bytes.
+/// written: `Finish` gives it its size, and the rest of the memory back. A write for which there is no memory takes 0
+/// bytes.
 class RASTER_API CompressedRasterDataOutStream final : public Kernel::OutStreamSeekable {
 public:
     /// @param target  not null.

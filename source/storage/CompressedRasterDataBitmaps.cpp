@@ -16,6 +16,7 @@ namespace {
 std::atomic<CompressedDataCodec const *> codecInPlace{nullptr};
 
 constexpr Kernel::IDTag rootTag("Blck"), sizeTag("Size"), invertTag("Invr"), dataTag("Data");
+constexpr unsigned short itemVersion = 1;
 
 bool IsOfKind(DynamicBitmap const & bitmap, Format format, int width, int height) {
     return bitmap.GetFormat() == format && bitmap.GetWidth() == width && bitmap.GetHeight() == height;
@@ -101,7 +102,7 @@ bool CompressedRasterData::LoadBitmap(BitmapCore & bitmap, Kernel::DelayLoadHold
 }
 
 void CompressedRasterData::Save(Kernel::OutStream & stream, Kernel::FileStoreOut & store) const {
-    Kernel::OutSerialiserFile serialiser(stream, store, rootTag, /*version=*/1);
+    Kernel::OutSerialiserFile serialiser(stream, store, rootTag, itemVersion);
     serialiser.SaveType(sizeTag, size);
     serialiser.SaveType(invertTag, invert);
     if (data)
@@ -111,7 +112,8 @@ void CompressedRasterData::Save(Kernel::OutStream & stream, Kernel::FileStoreOut
 
 bool CompressedRasterData::Load(Kernel::InStream & stream, Kernel::FileStore & store) {
     try {
-        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(stream, store, /*acceptFutureVersions=*/false);
+        auto const parsed =
+            Kernel::InSerialiserFile::ParseWithChecks(stream, store, /*acceptFutureVersions=*/false, itemVersion);
         std::uint64_t loadedSize = 0;
         std::span<std::uint8_t const> bytes;
         parsed->LoadType(sizeTag, loadedSize);

@@ -1,6 +1,8 @@
 #include "host/Document.h"
 
 #include "host/Failure.h"
+#include "kernel/ArchiveSession.h"
+#include "kernel/OutSerialiser.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -52,6 +54,35 @@ TEST_F(DocumentTest, LayersThatAddUpToMoreTilesThanABitmapMayHaveAreRefused) {
     } catch (Failure const & failure) {
         EXPECT_THAT(failure.what(), ::testing::HasSubstr("2^24 tiles"));
     }
+}
+
+// One that was left out on loading would be gone with the next save.
+TEST_F(DocumentTest, MoreLayersThanItLoadsAreNotSaved) {
+    Make(10000, 1, 1);
+    auto document = Document::Open(GetPath());
+    EXPECT_EQ(document.layers.size(), 10000u);
+    document.layers.push_back(document.layers.front());
+    EXPECT_THROW(document.Save({}), Failure);
+    EXPECT_EQ(Document::Open(GetPath()).layers.size(), 10000u);
+}
+
+// What it has that this one doesn't know would be gone with the next save.
+TEST_F(DocumentTest, LayerOfALaterVersionIsNotOpened) {
+    Make(1, 10, 10);
+    for (unsigned short version : {1, 2}) {
+        auto const archive = Kernel::Archive::Open(GetPath(), Document::archiveTag);
+        auto const layer = Document::Open(GetPath()).layers.front();
+        auto session = archive->CreateSession();
+        session->KeepStream("Document.dat");
+        session->StoreProperties("Layer-0001.dat", "Layr", version,
+                                 [&](Kernel::OutSerialiser & serialiser) { layer->Save(serialiser); });
+        archive->CloseSession(std::move(session));
+        if (version == 1)
+            EXPECT_NO_THROW(Document::Open(GetPath()));
+        else
+            EXPECT_THROW(Document::Open(GetPath()), LaterVersion);
+    }
+    EXPECT_THROW(Document::OpenRemains(GetPath()), LaterVersion);
 }
 
 TEST_F(DocumentTest, LayersThatHaveNotChangedKeepTheirStreams) {

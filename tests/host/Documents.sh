@@ -149,6 +149,8 @@ Run 1 salvage empty.doc saved.doc
 Run 0 create empty.doc $badge # of an empty file nothing is lost
 Run 1 create b.doc a.doc
 Says "raster: a.doc: is a document; \`raster document extract\` makes pictures of its layers"
+Run 1 stamp a.doc a.doc --layer 1
+Says "raster: a.doc: is a document; \`raster document extract\` makes pictures of its layers"
 Run 1 stamp a.doc none.png --layer 1
 Says "raster: none.png: can't be opened"
 Run 1 stamp a.doc $badge --layer 3
@@ -173,6 +175,16 @@ Run 2 create c.doc
 Run 2 fill a.doc --layer 1 --rect 1,2,3 --colour '#ff0000'
 Run 2 fill a.doc --layer 0 --rect 1,2,3,4 --colour '#ff0000'
 Run 2 frobnicate a.doc
+
+# --- No picture takes the place of a document.
+cp a.doc other.doc
+for out in a.doc other.doc; do
+    Run 1 extract a.doc 1 $out --original
+    Says "raster: $out: is a document; name another file for the picture"
+    Run 1 extract a.doc 1 $out --type png
+    Run 1 flatten a.doc $out --type png
+    Same $out itself.doc
+done
 
 # --- Damage is found, does no harm, and what is whole is saved.
 cp a.doc broken.doc
@@ -223,6 +235,36 @@ for at in 0 9 12 20 60; do
     Run 0 flatten saved.doc again.png
     Same again.png flat.png
 done
+
+# --- A damaged profile isn't left out of the next save unawares.
+cp a.doc broken.doc
+Flip broken.doc $(($(LC_ALL=C grep -obUaP 'Item.{20}bOhS' a.doc | head -1 | cut -d: -f1) + 200))
+Run 1 verify broken.doc
+Prints "of type ShOb"
+cp broken.doc untouched.doc
+Run 1 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white
+Says "such as a profile, can't be read"
+Says "--keep-damaged"
+Same broken.doc untouched.doc
+Run 0 extract broken.doc 2 out.png
+Says "warning: the profile of layer"
+Run 0 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white --keep-damaged
+
+# --- Where the last save is damaged, none goes on top of the one before until that is salvaged.
+cp a.doc broken.doc
+Run 0 fill broken.doc --layer 2 --rect 0,0,9,9 --colour black
+Run 0 flatten broken.doc last.png
+Flip broken.doc $(($(stat -c %s broken.doc) - 30))
+cp broken.doc untouched.doc
+Run 1 fill broken.doc --layer 1 --rect 0,0,9,9 --colour white
+Says "raster: broken.doc: its last save is damaged"
+Says "salvage"
+Run 1 compact broken.doc
+Same broken.doc untouched.doc
+Run 0 salvage broken.doc saved.doc
+Run 0 flatten saved.doc again.png
+Same again.png last.png
+Run 0 fill broken.doc --layer 1 --rect 0,0,9,9 --colour white --keep-damaged
 
 # --- A damaged tile is told of, and isn't painted on unawares.
 cp a.doc broken.doc

@@ -431,3 +431,52 @@ TEST(ArchiveUpdate, CutIsSyncedBeforeTheNextSaveWrites) {
                     << count << " steps, case " << static_cast<int>(rest);
             }
 }
+
+// What is whole of a later state could be salvaged until a save cuts it off.
+TEST(ArchiveUpdate, IsRefusedBehindALaterStateThatIsDamaged) {
+    auto const end = MakeDocument(4, 2).at(path).size();
+    auto spoiltFooter = MakeDocument(4, 3), spoiltLists = spoiltFooter;
+    spoiltFooter.at(path).end()[-30] ^= 1;
+    DamageLists(spoiltLists.at(path), end);
+    for (auto const & files : {spoiltFooter, spoiltLists}) {
+        auto const & bytes = files.at(path);
+        for (auto const mode : {ArchiveSaveMode::Update, ArchiveSaveMode::Compact}) {
+            auto const disk = MakeCounted<MemoryDisk>(files);
+            auto const archive = Archive::Open(path, "Test", disk);
+            try {
+                Save(archive, MakeSmallAlbum(2, 90), mode);
+                ADD_FAILURE() << "the later state is lost";
+            } catch (ArchiveError const & error) {
+                EXPECT_EQ(error.GetKind(), ArchiveError::Kind::Damaged);
+            }
+            EXPECT_EQ(disk->GetFiles(), files);
+        }
+        auto const disk = MakeCounted<MemoryDisk>(files);
+        auto const archive = Archive::Open(path, "Test", disk);
+        auto const save = [&](unsigned seed) {
+            auto session = archive->CreateSession();
+            session->SetKeepDamaged(true);
+            session->StoreObject("Album.dat", MakeSmallAlbum(2, seed));
+            return session;
+        };
+        save(80)->StoreStream("large", std::vector<char>(20 << 20).data(),
+                              20 << 20); // given up after a part is written
+        EXPECT_EQ(disk->GetFiles(), files);
+        archive->CloseSession(save(90));
+        auto const saved = disk->GetFiles();
+        ASSERT_GT(saved.at(path).size(), bytes.size());
+        EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), saved.at(path).begin())) << "something was cut off";
+        EXPECT_THAT(ContentOf(saved), SizeIs(2));
+        Save(archive, MakeSmallAlbum(3, 90)); // nothing behind that one is damaged
+        EXPECT_THAT(ContentOf(disk->GetFiles()), SizeIs(3));
+    }
+}
+
+TEST(ArchiveUpdate, RemovesWhatIsLeftOfASaveWhoseFooterNeverCame) {
+    auto files = MakeDocument(4, 3);
+    std::fill(files.at(path).end() - 64, files.at(path).end(), std::uint8_t(0));
+    auto const disk = MakeCounted<MemoryDisk>(files);
+    Save(Archive::Open(path, "Test", disk), MakeSmallAlbum(2, 90));
+    EXPECT_THAT(ContentOf(disk->GetFiles()), SizeIs(2));
+    EXPECT_FALSE(IsFoundDamaged(disk->GetFiles()));
+}

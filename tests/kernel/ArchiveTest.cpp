@@ -434,6 +434,67 @@ TEST_F(ArchiveTest, DamagedItemFailsTheSaveThatCopiesItUnlessToldToKeepIt) {
     EXPECT_EQ(BytesOf(kept.blobs[1]), MakeBytes(2));
 }
 
+// It loads as none, and would be stored as none.
+TEST_F(ArchiveTest, SharedObjectThatCannotBeReadIsNotLostUnlessDamageIsKept) {
+    auto const store = [](Counted<Archive> const & archive, Album const & album, char const * name, bool keepsDamaged) {
+        auto session = archive->CreateSession();
+        session->SetKeepDamaged(keepsDamaged);
+        session->StoreObject(name, album);
+        if (name == std::string("Other.dat"))
+            session->KeepStream("Album.dat");
+        archive->CloseSession(std::move(session));
+    };
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(2));
+    auto const infos = Archive::Open(GetPath(), "Test")->GetInfo().items;
+    auto const item =
+        std::find_if(infos.begin(), infos.end(), [](auto const & info) { return info.type == IDTag("ShOb"); });
+    ASSERT_NE(item, infos.end());
+    auto bytes = ReadFile();
+    auto & byte = bytes[item->offset + 110];
+    byte = static_cast<char>(byte ^ 4);
+    WriteFile(bytes);
+
+    auto archive = Archive::Open(GetPath(), "Test");
+    auto album = Load(archive);
+    EXPECT_FALSE(album.label);
+    EXPECT_THROW(Save(archive, album), ArchiveError);
+    EXPECT_EQ(ReadFile(), bytes);
+    store(archive, MakeAlbum(1, 50), "Other.dat", /*keepsDamaged=*/false); // the reference to it is still there
+    EXPECT_THROW(store(archive, album, "Third.dat", /*keepsDamaged=*/false), ArchiveError);
+    auto session = archive->CreateSession();
+    EXPECT_THROW(session->StoreObject("Album.dat", album), ArchiveError) << "whoever else refers to it";
+    session = {};
+    store(archive, album, "Album.dat", /*keepsDamaged=*/true);
+    EXPECT_EQ(archive->GetInfo().items.size(), infos.size()) << "it stays, as it was found";
+    EXPECT_THAT(VerifyArchive(GetPath()).problems, testing::Contains(testing::Field(&ArchiveProblem::item, item->id)));
+    EXPECT_THROW(Save(archive, album), ArchiveError) << "it would go now";
+
+    // The same for one that is not even there: a reference to it is.
+    WriteFile(bytes);
+    SalvageArchive(GetPath(), GetPath("saved.doc"));
+    archive = Archive::Open(GetPath("saved.doc"), "Test");
+    album = Load(archive);
+    EXPECT_FALSE(album.label);
+    EXPECT_THROW(Save(archive, album), ArchiveError);
+    store(archive, album, "Album.dat", /*keepsDamaged=*/true);
+    EXPECT_THAT(VerifyArchive(GetPath("saved.doc")).problems, IsEmpty());
+    Save(archive, album);
+}
+
+TEST_F(ArchiveTest, SharedObjectThatCouldNotBeReadIsTriedAgain) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    auto const whole = ReadFile();
+    auto damaged = whole;
+    auto const archive = Archive::Open(GetPath(), "Test");
+    for (auto const & item : archive->GetInfo().items)
+        if (item.type == IDTag("ShOb"))
+            damaged[item.offset + 110] = static_cast<char>(damaged[item.offset + 110] ^ 1);
+    WriteFile(damaged);
+    EXPECT_FALSE(Load(archive).label);
+    WriteFile(whole);
+    EXPECT_TRUE(Load(archive).label);
+}
+
 TEST_F(ArchiveTest, KeepsModeAndLinkOfTheFileThatIsReplaced) {
     Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
     ASSERT_EQ(chmod(GetPath().c_str(), 0640), 0);

@@ -348,6 +348,30 @@ TEST(HostileArchive, HeaderThatDoesNotNameWhatTheContentRefersToIsDamage) {
     EXPECT_THAT(verify("Blob", {}), IsEmpty()) << "who knows what it holds";
 }
 
+TEST(HostileArchive, WhatOnlyTheContentRefersToIsKeptByEverySave) {
+    auto const stream = MakeStream("Root", [](OutSerialiser & out) {
+        SaveReference(out, "Shrd", PropType::SharedObject, {77, 2});
+        SaveReference(out, "None", PropType::DelayLoadObject, {77, 9});
+    });
+    auto const shared = MakeStream("Link", [](OutSerialiser & out) {
+        SaveReference(out, "Item", PropType::DelayLoadObject, {77, 3});
+    });
+    std::vector<Item> items{MakeItem(1, ArchiveTags::stream, "Main.dat", stream),
+                            MakeItem(2, ArchiveTags::sharedObject, "s/", shared),
+                            MakeItem(3, "Blob", "b/0", {1, 2, 3})};
+    for (auto const mode : {ArchiveSaveMode::Update, ArchiveSaveMode::Compact}) {
+        auto const disk = MakeDisk(MakeFile(items));
+        auto const archive = Archive::Open("hostile.doc", "Test", disk);
+        auto session = archive->CreateSession(mode);
+        EXPECT_TRUE(session->KeepStream("Main.dat"));
+        archive->CloseSession(std::move(session));
+        auto const saved = Archive::Open("hostile.doc", "Test", disk);
+        EXPECT_EQ(saved->GetInfo().items.size(), 3u);
+        EXPECT_EQ(AlbumForTests::BytesOf(saved->GetHolder({77, 3}, AlbumForTests::Blob::GetType())),
+                  (std::vector<std::uint8_t>{1, 2, 3}));
+    }
+}
+
 TEST(HostileArchive, SharedObjectsThatReferToThemselvesEnd) {
     Link::GetClassProperties().Init();
     Link::loads = 0;

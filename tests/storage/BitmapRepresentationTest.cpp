@@ -200,8 +200,10 @@ TEST_F(BitmapRepresentationTest, ItemWhoseSizeIsNotThatOfItsBytesIsOfNoUse) {
     EXPECT_EQ(MemoryManager::Instance().GetCompressedUsage(), usage + 3);
     EXPECT_TRUE(LoadFrom(file, WriteForm([](Kernel::OutSerialiser &) {}))) << "no property at all is no bytes";
     EXPECT_FALSE(LoadFrom(file, {})) << "no stream";
-    auto future = write(3, 3);
-    future[4] = 9;
-    EXPECT_FALSE(LoadFrom(file, future)) << "of a later version";
+    for (std::size_t const versionAt : {4, 6}) { // of the stream, and of the item
+        auto future = write(3, 3);
+        future[versionAt] = 9;
+        EXPECT_FALSE(LoadFrom(file, future)) << "of a later version";
+    }
 }
 }

@@ -179,19 +179,6 @@ void DrawRows(BitmapCore & dest, RowSource const & source, TransferParams const 
     ForEachTile(dest, rect, params, [&job](TileTask const & task) { DrawTile(job, task); });
 }
 
-namespace {
-// Asks for the same place in the row below. A walk along the rows of a wide picture comes to it only after many other
-// tiles, in an order that hardware doesn't foresee.
-void PrefetchBelow(SourceTiles::Rows const & rows, int planeCount, int y) {
-    if (y % TileGrid::tileHeight == TileGrid::tileHeight - 1)
-        return;
-    for (int plane = 0; plane < planeCount; ++plane)
-        for (std::size_t i = 0; i < TileGrid::rowBytes; i += 64)
-            __builtin_prefetch(static_cast<std::byte const *>(rows[std::size_t(plane)]) + TileGrid::rowBytes + i,
-                               /*write=*/0, /*locality=*/2);
-}
-}
-
 bool FeedRows(RowSink const & sink, BitmapCore const & source, Rect const & part, int offset, TileTask const & task) {
     // All tiles of a row, however wide the picture is: each of its rows meets them again.
     SourceTiles tiles(source, static_cast<std::size_t>(source.GetGrid().tilesAcross) + 1);
@@ -204,7 +191,9 @@ bool FeedRows(RowSink const & sink, BitmapCore const & source, Rect const & part
             int const end =
                 static_cast<int>(std::min<std::int64_t>((std::int64_t(x) / tileWidth + 1) * tileWidth, part.right));
             auto const rows = tiles.GetRows(x, y);
-            PrefetchBelow(rows, source.GetPlaneCount(), y);
+            if (y % TileGrid::tileHeight != TileGrid::tileHeight - 1) // the row below comes after many other tiles
+                PrefetchRows<PrefetchFor::Reading>(rows, source.GetPlaneCount(), TileGrid::rowBytes,
+                                                   TileGrid::rowBytes);
             sink.writeRow(sink.object, static_cast<std::size_t>(end - x), rows.data());
             x = end;
         }

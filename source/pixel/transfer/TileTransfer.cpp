@@ -254,9 +254,13 @@ void TileTransfer::RunSampled() {
 
 void TileTransfer::RunUpright() {
     auto const rows = sampled.Get();
+    auto const count = static_cast<std::size_t>(task.rect.GetWidth());
+    auto const destBytes = count * static_cast<std::size_t>(job.dest->GetLayout().sampleSize);
     for (int y = task.rect.top; y < task.rect.bottom && !task.IsAborted(); ++y) {
+        if (dest.IsOpen())
+            PrefetchRows<PrefetchFor::Writing>(dest.GetRows(task.rect.left, y), destColours + 1, 0, destBytes);
         if (upright.SampleRow(y, rows.data()))
-            LayRun(task.rect.left, y, AsConst(rows), static_cast<std::size_t>(task.rect.GetWidth()));
+            LayRun(task.rect.left, y, AsConst(rows), count);
         ReportRows(y, y + 1);
     }
 }

@@ -51,6 +51,17 @@ private:
     TilePins<ConstTileGuard> pins;
 };
 
+/// Asks the processor for a piece of a row of each plane, `offset` bytes from `rows`. Pieces that lie below each other
+/// come in an order that it does not foresee.
+enum class PrefetchFor : std::uint8_t { Reading, Writing };
+template<PrefetchFor purpose, class Rows>
+void PrefetchRows(Rows const & rows, int planeCount, std::ptrdiff_t offset, std::size_t bytes) {
+    for (int plane = 0; plane < planeCount; ++plane)
+        for (std::size_t i = 0; i < bytes; i += 64)
+            __builtin_prefetch(static_cast<std::byte const *>(rows[std::size_t(plane)]) + offset + i,
+                               /*write=*/purpose == PrefetchFor::Writing, /*locality=*/2);
+}
+
 /// Writes one tile of a destination. It is pinned, and with that allocated and cut loose from its backing, when the
 /// first pixels come.
 class DestTile {

@@ -8,6 +8,8 @@
 
 namespace Raster {
 namespace {
+constexpr int rowsAhead = 2; // of the source, that are asked for
+
 template<class Sample>
 void PremultiplyPlanesPlainly(float * const * dest, void const * const * source, int colours, std::size_t count) {
     auto const * const alphas = static_cast<Sample const *>(source[colours]);
@@ -30,10 +32,12 @@ void MixRowsPlainly(void * const * dest, UprightRow const & upper, UprightRow co
         float const left = columns.weightsOfLeft[i], right = columns.weightsOfRight[i];
         float sums[5]{};
         for (int c = 0; c <= colours; ++c) {
-            float sum = SampleRules::Accumulate(0.0f, (1.0f - fy) * left, upper.left[c][i]);
-            sum = SampleRules::Accumulate(sum, (1.0f - fy) * right, upper.right[c][i]);
-            sum = SampleRules::Accumulate(sum, fy * left, lower.left[c][i]);
-            sums[c] = SampleRules::Accumulate(sum, fy * right, lower.right[c][i]);
+            float const * const top = upper.planes[c] + columns.cells[i];
+            float const * const bottom = lower.planes[c] + columns.cells[i];
+            float sum = SampleRules::Accumulate(0.0f, (1.0f - fy) * left, top[0]);
+            sum = SampleRules::Accumulate(sum, (1.0f - fy) * right, top[1]);
+            sum = SampleRules::Accumulate(sum, fy * left, bottom[0]);
+            sums[c] = SampleRules::Accumulate(sum, fy * right, bottom[1]);
         }
         static_cast<Sample *>(dest[colours])[i] = SampleRules::ToSample<Sample>(sums[colours]);
         for (int c = 0; c < colours; ++c)
@@ -51,13 +55,6 @@ MixRows Scalar::GetMixRows(SampleType sampleType) {
     return ChooseBySample<MixRows>(sampleType, MixRowsPlainly<std::uint8_t>, MixRowsPlainly<std::uint16_t>,
                                    MixRowsPlainly<float>);
 }
-void Scalar::SpreadRow(UprightRow & row, float const * const * planes, UprightColumns const & columns, int colours) {
-    for (int c = 0; c <= colours; ++c)
-        for (int i = 0; i < columns.count; ++i) {
-            row.left[c][i] = planes[c][columns.cells[i]];
-            row.right[c][i] = planes[c][columns.cells[i] + 1];
-        }
-}
 PremultiplyPlanes GetPremultiplyPlanes(SampleType sampleType) {
     return ChooseBySample<PremultiplyPlanes>(sampleType, PremultiplyPlanes8, PremultiplyPlanes16,
                                              PremultiplyPlanesFloat);
@@ -67,8 +64,9 @@ MixRows GetMixRows(SampleType sampleType) {
 }
 
 UprightSampler::UprightSampler(Memory & memory, SourceTiles & sourceTiles, TupleLayout const & layout)
-    : source(sourceTiles), colours(layout.channelCount - 1), premultiply(GetPremultiplyPlanes(layout.sampleType)),
-      mix(GetMixRows(layout.sampleType)), columns(memory.columns), kept(memory.kept), planes(memory.planes) {}
+    : source(sourceTiles), colours(layout.channelCount - 1), sampleSize(std::size_t(layout.sampleSize)),
+      premultiply(GetPremultiplyPlanes(layout.sampleType)), mix(GetMixRows(layout.sampleType)), columns(memory.columns),
+      kept(memory.kept) {}
 
 bool UprightSampler::Begin(Kernel::AffineTransform::Params const & taskMatrix, Kernel::RectT<int> const & rect) {
     matrix = taskMatrix;
@@ -99,7 +97,7 @@ bool UprightSampler::FindColumns(int width) {
         firstInside = std::min(firstInside, i);
         lastInside = i;
     }
-    if (lastInside < 0 || std::int64_t(columns.right) - columns.left > widest)
+    if (lastInside < 0 || std::int64_t(columns.right) - columns.left > UprightColumns::widest)
         return false;
     for (int i = firstInside; i <= lastInside; ++i)
         columns.cells[i] -= columns.left;
@@ -127,18 +125,16 @@ UprightSampler::SourceRow const & UprightSampler::GetSourceRow(int y) {
     if (!row.isKnown || row.y != y) {
         row.isKnown = true;
         row.y = y;
-        row.isEmpty = !FillPlanes(y);
-        float const * const rows[5]{planes[0], planes[1], planes[2], planes[3], planes[4]};
-        SpreadRow(row.row, rows, columns, colours);
+        row.isEmpty = !FillRow(row.row, y);
     }
     return row;
 }
 
 // @return whether something may be there.
-bool UprightSampler::FillPlanes(int y) {
+bool UprightSampler::FillRow(UprightRow & row, int y) {
     auto const clear = [&](int left, int right) {
         for (int c = 0; c <= colours && left < right; ++c)
-            std::fill(planes[c] + (left - columns.left), planes[c] + (right - columns.left), 0.0f);
+            std::fill(row.planes[c] + (left - columns.left), row.planes[c] + (right - columns.left), 0.0f);
     };
     auto const & grid = source.GetGrid();
     int const left = std::clamp(columns.left, 0, grid.width), right = std::clamp(columns.right, 0, grid.width);
@@ -156,8 +152,13 @@ bool UprightSampler::FillPlanes(int y) {
         } else {
             float * dest[5];
             for (int c = 0; c <= colours; ++c)
-                dest[c] = planes[c] + (x - columns.left);
-            premultiply(dest, source.GetRows(x, y).data(), colours, static_cast<std::size_t>(end - x));
+                dest[c] = row.planes[c] + (x - columns.left);
+            auto const rows = source.GetRows(x, y);
+            auto const count = static_cast<std::size_t>(end - x);
+            if (y % TileGrid::tileHeight < TileGrid::tileHeight - rowsAhead)
+                PrefetchRows<PrefetchFor::Reading>(rows, colours + 1, rowsAhead * TileGrid::rowBytes,
+                                                   count * sampleSize);
+            premultiply(dest, rows.data(), colours, count);
             isAnythingThere = true;
         }
         x = end;

@@ -1,6 +1,6 @@
 /// Bilinear sampling under a matrix that does not turn: every row of a task meets the source's columns alike, and lies
 /// between two rows of the source from end to end. So the columns are found once for a task, and a row of the source is
-/// premultiplied and spread over them once for all rows that lie beside it.
+/// premultiplied once for all rows that lie beside it.
 #pragma once
 
 #include "kernel/AffineTransform.h"
@@ -14,6 +14,7 @@ namespace Raster {
 /// Where the columns of a task lie in the source. Arrays are filled on to whole vectors of any length.
 struct UprightColumns {
     static constexpr int longest = TileGrid::rowBytes; ///< a tile's width at most
+    static constexpr int widest = 4 * longest;         ///< columns of the source that are met at most
 
     int count;
     std::int32_t left, right;                  ///< the columns of the source that are met, right exclusive
@@ -22,19 +23,15 @@ struct UprightColumns {
     alignas(64) float weightsOfRight[longest]; ///< fx; both 0 where the position lies outside everything
 };
 
-/// One row of the source, premultiplied: for each column of a task the samples to its left and right.
+/// One row of the source, premultiplied, from `UprightColumns::left` on.
 struct UprightRow {
-    alignas(64) float left[5][UprightColumns::longest];
-    alignas(64) float right[5][UprightColumns::longest];
+    static constexpr int overread = 32; ///< floats beyond the last column that may be read
+
+    alignas(64) float planes[5][UprightColumns::widest + overread];
 };
 
 /// Premultiplies pixels into planes of floats of raw channel values. Where alpha is 0 colours become 0.
 using PremultiplyPlanes = void (*)(float * const * dest, void const * const * source, int colours, std::size_t count);
-
-/// Takes the samples of each column out of planes that begin at `UprightColumns::left`, and may be read
-/// `spreadOverread` floats beyond the last column.
-void SpreadRow(UprightRow & row, float const * const * planes, UprightColumns const & columns, int colours);
-inline constexpr int spreadOverread = 32;
 
 /// Samples one row that lies `fy` below the upper of two rows.
 /// @param dest  one row of samples for each channel, alpha last, of the source's format.
@@ -47,15 +44,12 @@ MixRows GetMixRows(SampleType sampleType);
 namespace Scalar {
 /// The same in plain code: the meaning of the kernels.
 PremultiplyPlanes GetPremultiplyPlanes(SampleType sampleType);
-void SpreadRow(UprightRow & row, float const * const * planes, UprightColumns const & columns, int colours);
 MixRows GetMixRows(SampleType sampleType);
 }
 
 /// Samples the rows of one task. Tiles of the source stay pinned as `SourceTiles` has it.
 class UprightSampler {
 public:
-    static constexpr int widest = 1024; ///< columns of the source, about four times those of a task
-
     struct SourceRow {
         bool isKnown, isEmpty;
         int y;
@@ -65,7 +59,6 @@ public:
     struct Memory {
         UprightColumns columns;
         SourceRow kept[2]; ///< the last even and the last odd row
-        alignas(64) float planes[5][widest + spreadOverread];
     };
 
     UprightSampler(Memory & memory, SourceTiles & source, TupleLayout const & layout);
@@ -80,10 +73,11 @@ public:
 private:
     bool FindColumns(int width);
     SourceRow const & GetSourceRow(int y);
-    bool FillPlanes(int y);
+    bool FillRow(UprightRow & row, int y);
 
     SourceTiles & source;
     int const colours;
+    std::size_t const sampleSize;
     PremultiplyPlanes const premultiply;
     MixRows const mix;
 
@@ -91,6 +85,5 @@ private:
     int firstColumn = 0; ///< of the task
     UprightColumns & columns;
     SourceRow (&kept)[2];
-    float (&planes)[5][widest + spreadOverread];
 };
 }

@@ -173,6 +173,8 @@ HWY_INLINE void MixPixels8(std::uint8_t * const * dest, std::uint8_t const * con
                            std::uint8_t const * shares, std::size_t count) {
     std::size_t const rest = ForEachVector(count, [&](auto d, std::size_t at) {
         auto const k = Twice(d, hn::LoadU(d, shares + at)), others = TwiceOthers(k);
+        hwy::Prefetch(source[colours] + at + blockLength); // the next block is looked at before it is mixed
+        hwy::Prefetch(dest[colours] + at + blockLength);
         for (int c = 0; c < colours; ++c) {
             hwy::Prefetch(source[c] + at + prefetchAhead);
             hwy::Prefetch(dest[c] + at + prefetchAhead);
@@ -197,11 +199,12 @@ void BlendBytes(void * const * dest, void const * const * source, std::size_t co
             to[c] = static_cast<std::uint8_t *>(dest[c]) + begin;
             from[c] = static_cast<std::uint8_t const *>(source[c]) + begin;
         }
+        std::uint8_t const * share = from[colours];
         if (o < 255) {
-            ScaleAlpha8(shares, from[colours], length, o);
-            from[colours] = shares;
+            ScaleAlpha8(shares, share, length, o);
+            share = shares;
         }
-        auto const alphas = LookAtAlphas8(from[colours], to[colours], length);
+        auto const alphas = LookAtAlphas8(share, to[colours], length);
         if (alphas.isNothing)
             continue;
         if (alphas.isEverything) {
@@ -212,10 +215,10 @@ void BlendBytes(void * const * dest, void const * const * source, std::size_t co
             continue;
         }
         if (!alphas.isDestFull) { // else alpha stays, and the share is the source's alpha
-            CoverPixels8(to[colours], from[colours], shares, length);
-            from[colours] = shares;
+            CoverPixels8(to[colours], share, shares, length);
+            share = shares;
         }
-        MixPixels8<colours>(to, from, from[colours], length);
+        MixPixels8<colours>(to, from, share, length);
     }
 }
 

@@ -128,8 +128,7 @@ HWY_INLINE void SumPixels(D d, Run & run, SampleWindow const & window, int group
     float const * const top = window.groups[group];
     float const * const bottom = top + window.stride;
     std::int32_t const * const offsets = run.offsets + i;
-    auto sum = hn::Zero(d);
-    sum = Accumulate<MayBeInfinite>(sum, weight(run.topLeft), GatherPixels(d, top, offsets));
+    auto sum = BeginSum<MayBeInfinite>(weight(run.topLeft), GatherPixels(d, top, offsets));
     sum = Accumulate<MayBeInfinite>(sum, weight(run.topRight), GatherPixels(d, top + 4, offsets));
     sum = Accumulate<MayBeInfinite>(sum, weight(run.bottomLeft), GatherPixels(d, bottom, offsets));
     sum = Accumulate<MayBeInfinite>(sum, weight(run.bottomRight), GatherPixels(d, bottom + 4, offsets));

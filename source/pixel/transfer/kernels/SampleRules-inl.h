@@ -42,7 +42,10 @@ HWY_INLINE void StoreSamples(V value, Sample * samples) {
         auto const rounded =
             hn::Add(hn::Min(value, hn::Set(d, SampleRules::maximum<Sample>)), hn::Set(d, withoutFraction));
         auto const number = hn::Sub(hn::BitCast(whole, rounded), hn::BitCast(whole, hn::Set(d, withoutFraction)));
-        hn::StoreU(hn::DemoteTo(narrow, number), narrow, samples);
+        if constexpr (sizeof(Sample) == 1)
+            hn::StoreU(hn::U8FromU32(hn::BitCast(hn::RebindToUnsigned<decltype(d)>(), number)), narrow, samples);
+        else
+            hn::StoreU(hn::DemoteTo(narrow, number), narrow, samples);
     }
 }
 
@@ -54,8 +57,9 @@ HWY_INLINE V Premultiply(V colour, V alpha) {
         product = hn::Mul(product, hn::Set(d, 0.003921569f));
     else if constexpr (std::is_same_v<Sample, std::uint16_t>)
         product = hn::Mul(product, hn::Set(d, 1.5259022e-5f));
-    auto const full = hn::Eq(alpha, hn::Set(d, SampleRules::maximum<Sample>));
-    return hn::IfThenElse(full, colour, hn::IfThenZeroElse(hn::Eq(alpha, hn::Zero(d)), product));
+    if constexpr (std::is_same_v<Sample, float>) // an integer's product with 0 is 0
+        product = hn::IfThenZeroElse(hn::Eq(alpha, hn::Zero(d)), product);
+    return hn::IfThenElse(hn::Eq(alpha, hn::Set(d, SampleRules::maximum<Sample>)), colour, product);
 }
 
 // A sample without weight is left out if it could be infinite; a product with 0 of a finite one changes no sum.
@@ -67,6 +71,15 @@ HWY_INLINE V Accumulate(V sum, V weight, V pixels) {
         return hn::IfThenElse(hn::Eq(weight, hn::Zero(d)), sum, added);
     else
         return added;
+}
+
+// The first of a sum.
+template<bool MayBeInfinite, class V>
+HWY_INLINE V BeginSum(V weight, V pixels) {
+    if constexpr (MayBeInfinite)
+        return Accumulate<true>(hn::Zero(hn::DFromV<V>()), weight, pixels);
+    else
+        return hn::Mul(weight, pixels); // never negative, so adding it to 0 would change nothing
 }
 
 // The colour that belongs to a premultiplied sum; `asItIs` are the lanes whose alpha is 0 or full. What passes an

@@ -23,71 +23,73 @@ using Columns = hn::CappedTag<float, 16>;
 template<class Sample, int colours>
 HWY_INLINE void PremultiplyVectors(float * const * dest, void const * const * source, std::size_t count) {
     Columns const d;
-    auto const load = [&](int channel, std::size_t i) {
-        return LoadFloats(d, static_cast<Sample const *>(source[channel]) + i);
-    };
-    for (std::size_t i = 0; i < count; i += hn::Lanes(d)) {
-        auto const alpha = load(colours, i);
+    std::size_t const lanes = hn::Lanes(d);
+    for (std::size_t next = 0; next < count; next += lanes) {
+        std::size_t const i = std::min(next, count - lanes); // the last vector may begin in the one before
+        auto const load = [&](int channel) { return LoadFloats(d, static_cast<Sample const *>(source[channel]) + i); };
+        auto const alpha = load(colours);
         hn::StoreU(alpha, d, dest[colours] + i);
         for (int c = 0; c < colours; ++c)
-            hn::StoreU(Premultiply<Sample>(load(c, i), alpha), d, dest[c] + i);
+            hn::StoreU(Premultiply<Sample>(load(c), alpha), d, dest[c] + i);
     }
 }
 
 template<class Sample>
 void PremultiplyColumns(float * const * dest, void const * const * source, int colours, std::size_t count) {
-    std::size_t const whole = count - count % hn::Lanes(Columns());
-    VisitColours(colours,
-                 [&](auto number) { PremultiplyVectors<Sample, decltype(number)::value>(dest, source, whole); });
-    float * restDest[5];
-    void const * restSource[5];
-    for (int c = 0; c <= colours; ++c) {
-        restDest[c] = dest[c] + whole;
-        restSource[c] = static_cast<Sample const *>(source[c]) + whole;
+    if (count < hn::Lanes(Columns())) {
+        Scalar::GetPremultiplyPlanes(SampleRules::sampleTypeOf<Sample>)(dest, source, colours, count);
+        return;
     }
-    Scalar::GetPremultiplyPlanes(SampleRules::sampleTypeOf<Sample>)(restDest, restSource, colours, count - whole);
+    VisitColours(colours,
+                 [&](auto number) { PremultiplyVectors<Sample, decltype(number)::value>(dest, source, count); });
 }
 
-// The columns of one vector lie close together as a rule: then their samples are looked up in a table of one vector or
-// of two. A matrix that shrinks further has them collected one by one.
-void SpreadRow(UprightRow & row, float const * const * planes, UprightColumns const & columns, int colours) {
+// The samples beside a vector of columns.
+struct Neighbours {
+    hn::Vec<Columns> left, right;
+};
+
+// Calls a function with what finds the neighbours of the columns from `i` on in a plane. The columns of one vector lie
+// close together as a rule: then their samples are looked up in a table of one vector or of two. A matrix that shrinks
+// further has them collected one by one.
+template<class Function>
+HWY_INLINE void VisitLookUp(UprightColumns const & columns, int i, Function const & function) {
     Columns const d;
     hn::RebindToSigned<Columns> const whole;
     auto const lanes = static_cast<int>(hn::Lanes(d));
-    auto const inFirst = hn::Set(whole, lanes - 1);
-    for (int i = 0; i < columns.count; i += lanes) {
-        auto const ends = std::minmax(columns.cells[i], columns.cells[i + lanes - 1]); // cells never turn back
-        std::int32_t const first = ends.first, distance = ends.second + 1 - first;
-        auto const left = hn::Sub(hn::LoadU(whole, columns.cells + i), hn::Set(whole, first));
-        auto const right = hn::Add(left, hn::Set(whole, 1));
-        if (distance < lanes) {
-            auto const leftIndices = hn::IndicesFromVec(d, left), rightIndices = hn::IndicesFromVec(d, right);
-            for (int c = 0; c <= colours; ++c) {
-                auto const table = hn::LoadU(d, planes[c] + first);
-                hn::StoreU(hn::TableLookupLanes(table, leftIndices), d, row.left[c] + i);
-                hn::StoreU(hn::TableLookupLanes(table, rightIndices), d, row.right[c] + i);
+    auto const ends = std::minmax(columns.cells[i], columns.cells[i + lanes - 1]); // cells never turn back
+    std::int32_t const first = ends.first, distance = ends.second + 1 - first;
+    auto const left = hn::Sub(hn::LoadU(whole, columns.cells + i), hn::Set(whole, first));
+    auto const right = hn::Add(left, hn::Set(whole, 1));
+    if (distance < lanes) {
+        auto const leftIndices = hn::IndicesFromVec(d, left), rightIndices = hn::IndicesFromVec(d, right);
+        function([&](float const * plane) -> Neighbours {
+            auto const table = hn::LoadU(d, plane + first);
+            return {hn::TableLookupLanes(table, leftIndices), hn::TableLookupLanes(table, rightIndices)};
+        });
+    } else if (distance < 2 * lanes) {
+        auto const inFirst = hn::Set(whole, lanes - 1);
+        auto const leftIndices = hn::IndicesFromVec(d, hn::And(left, inFirst));
+        auto const rightIndices = hn::IndicesFromVec(d, hn::And(right, inFirst));
+        auto const isLeftInSecond = hn::RebindMask(d, hn::Gt(left, inFirst));
+        auto const isRightInSecond = hn::RebindMask(d, hn::Gt(right, inFirst));
+        function([&](float const * plane) -> Neighbours {
+            auto const table = hn::LoadU(d, plane + first), second = hn::LoadU(d, plane + first + lanes);
+            auto const look = [&](auto indices, auto isInSecond) {
+                return hn::IfThenElse(isInSecond, hn::TableLookupLanes(second, indices),
+                                      hn::TableLookupLanes(table, indices));
+            };
+            return {look(leftIndices, isLeftInSecond), look(rightIndices, isRightInSecond)};
+        });
+    } else {
+        function([&](float const * plane) -> Neighbours {
+            HWY_ALIGN float lefts[hn::MaxLanes(d)], rights[hn::MaxLanes(d)];
+            for (int lane = 0; lane < lanes; ++lane) {
+                lefts[lane] = plane[columns.cells[i + lane]];
+                rights[lane] = plane[columns.cells[i + lane] + 1];
             }
-        } else if (distance < 2 * lanes) {
-            auto const leftIndices = hn::IndicesFromVec(d, hn::And(left, inFirst));
-            auto const rightIndices = hn::IndicesFromVec(d, hn::And(right, inFirst));
-            auto const isLeftInSecond = hn::RebindMask(d, hn::Gt(left, inFirst));
-            auto const isRightInSecond = hn::RebindMask(d, hn::Gt(right, inFirst));
-            for (int c = 0; c <= colours; ++c) {
-                auto const table = hn::LoadU(d, planes[c] + first), second = hn::LoadU(d, planes[c] + first + lanes);
-                auto const look = [&](auto indices, auto isInSecond) {
-                    return hn::IfThenElse(isInSecond, hn::TableLookupLanes(second, indices),
-                                          hn::TableLookupLanes(table, indices));
-                };
-                hn::StoreU(look(leftIndices, isLeftInSecond), d, row.left[c] + i);
-                hn::StoreU(look(rightIndices, isRightInSecond), d, row.right[c] + i);
-            }
-        } else {
-            for (int c = 0; c <= colours; ++c)
-                for (int lane = i; lane < i + lanes; ++lane) {
-                    row.left[c][lane] = planes[c][columns.cells[lane]];
-                    row.right[c][lane] = planes[c][columns.cells[lane] + 1];
-                }
-        }
+            return {hn::Load(d, lefts), hn::Load(d, rights)};
+        });
     }
 }
 
@@ -108,13 +110,16 @@ HWY_INLINE void MixColumns(void * const * dest, UprightRow const & upper, Uprigh
         auto const left = hn::LoadU(d, columns.weightsOfLeft + i), right = hn::LoadU(d, columns.weightsOfRight + i);
         auto const topLeft = hn::Mul(above, left), topRight = hn::Mul(above, right);
         auto const bottomLeft = hn::Mul(below, left), bottomRight = hn::Mul(below, right);
-        auto const sumOf = [&](int c) {
-            auto sum = Accumulate<mayBeInfinite>(hn::Zero(d), topLeft, hn::LoadU(d, upper.left[c] + i));
-            sum = Accumulate<mayBeInfinite>(sum, topRight, hn::LoadU(d, upper.right[c] + i));
-            sum = Accumulate<mayBeInfinite>(sum, bottomLeft, hn::LoadU(d, lower.left[c] + i));
-            return Accumulate<mayBeInfinite>(sum, bottomRight, hn::LoadU(d, lower.right[c] + i));
-        };
-        StoreSums<Sample, colours>(sumOf, target);
+        VisitLookUp(columns, i, [&](auto const & lookUp) {
+            auto const sumOf = [&](int c) {
+                Neighbours const top = lookUp(upper.planes[c]), bottom = lookUp(lower.planes[c]);
+                auto sum = BeginSum<mayBeInfinite>(topLeft, top.left);
+                sum = Accumulate<mayBeInfinite>(sum, topRight, top.right);
+                sum = Accumulate<mayBeInfinite>(sum, bottomLeft, bottom.left);
+                return Accumulate<mayBeInfinite>(sum, bottomRight, bottom.right);
+            };
+            StoreSums<Sample, colours>(sumOf, target);
+        });
         if (!whole)
             for (int c = 0; c <= colours; ++c)
                 std::copy_n(spill[c], columns.count - i, static_cast<Sample *>(dest[c]) + i);
@@ -160,7 +165,6 @@ HWY_EXPORT(PremultiplyPlanesFloat);
 HWY_EXPORT(MixRows8);
 HWY_EXPORT(MixRows16);
 HWY_EXPORT(MixRowsFloat);
-HWY_EXPORT(SpreadRow);
 
 void PremultiplyPlanes8(float * const * dest, void const * const * source, int colours, std::size_t count) {
     HWY_DYNAMIC_DISPATCH(PremultiplyPlanes8)(dest, source, colours, count);
@@ -182,9 +186,6 @@ void MixRows16(void * const * dest, UprightRow const & upper, UprightRow const &
 void MixRowsFloat(void * const * dest, UprightRow const & upper, UprightRow const & lower,
                   UprightColumns const & columns, float fy, int colours) {
     HWY_DYNAMIC_DISPATCH(MixRowsFloat)(dest, upper, lower, columns, fy, colours);
-}
-void SpreadRow(UprightRow & row, float const * const * planes, UprightColumns const & columns, int colours) {
-    HWY_DYNAMIC_DISPATCH(SpreadRow)(row, planes, columns, colours);
 }
 }
 #endif
