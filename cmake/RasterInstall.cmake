@@ -20,15 +20,23 @@ set(privateHeaders
     files/png/PNGReader.h
     files/png/PNGSession.h
     files/png/PNGWriter.h
+    geometry/SimplifyPoints.h
+    kernel/ArchiveItemSource.h
     kernel/DispatchArena.h
+    kernel/ItemCodec.h
     kernel/PredictedInStream.h
+    kernel/PropertyStream.h
+    kernel/TagRegistry.h
     pixel/transfer/BlendRules.h
     pixel/transfer/Coverage.h
     pixel/transfer/SampleRules.h
+    pixel/transfer/Sampler.h
     pixel/transfer/TileTransfer.h
+    pixel/transfer/UprightSampler.h
     storage/BackstoreFile.h
     storage/BitmapAccessorInstances.h
     storage/PrivateFile.h
+    storage/PushedStrategy.h
     storage/ReduceLevel.h
     storage/ReductionRules.h
     storage/SlabMemory.h

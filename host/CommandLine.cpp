@@ -17,6 +17,10 @@ using namespace OptionValues;
 constexpr int largestSide = 1 << 20;
 constexpr double mostTimes = 1000; // larger, or smaller
 
+std::vector<CLI::App *> GetCommandsOf(CLI::App & app) {
+    return app.get_subcommands([](CLI::App *) { return true; }); // without a filter: those that were called
+}
+
 void AddGlobal(CLI::App * app, GlobalSettings & settings) {
     constexpr std::uint64_t mostMebibytes = std::numeric_limits<std::uint64_t>::max() >> 20; // held in bytes
     app->set_version_flag("--version", "raster " RASTER_VERSION, "print the version");
@@ -222,6 +226,40 @@ void AddDocument(CLI::App & app, DocumentSettings & settings) {
     AddClobbering(salvage, settings.writing.noClobber);
 }
 
+/// What the help of every command has in common.
+void CompleteHelp(CLI::App & app) {
+    for (auto * const option : app.get_options())
+        if (option->get_positional())
+            option->type_name(""); // the name says what it is
+    for (auto * const command : GetCommandsOf(app)) {
+        command->footer(
+            "Every command also takes the options that `raster --help` lists, such as --memory and --quiet.\n"
+            "Ends with 0 if all was done, 1 if a file failed, 2 for wrong usage. More: man raster.");
+        CompleteHelp(*command);
+    }
+}
+
+/// The parser's complaint in our words; where a command is missing, or the word for it is none, which ones there are.
+std::string Describe(CLI::App & app, CLI::ParseError const & error) {
+    std::string const words = error.what();
+    if (words.ends_with(" missing")) // "--dpi: 1 required DPI missing"
+        return words.substr(0, words.find(':')) + " needs a value";
+    auto * last = &app;
+    while (!last->get_subcommands().empty())
+        last = last->get_subcommands().front();
+    bool const lacksCommand = last->get_require_subcommand_min() != 0;
+    if (!lacksCommand || error.get_exit_code() != static_cast<int>(CLI::ExitCodes::RequiredError))
+        return words;
+    std::vector<std::string> names;
+    for (auto * const command : GetCommandsOf(*last))
+        names.push_back(command->get_name());
+    std::string const owner = last == &app ? "" : last->get_name() + ": ";
+    for (auto const & word : app.remaining(/*recurse=*/true))
+        if (!word.starts_with('-'))
+            return fmt::format("{}'{}' is no command; there are {}", owner, word, Join(names));
+    return fmt::format("{}a command is missing; there are {}", owner, Join(names));
+}
+
 /// What only makes sense together.
 void Check(Invocation const & invocation) {
     if (auto const * const resize = std::get_if<ResizeSettings>(&invocation.command))
@@ -243,6 +281,7 @@ Invocation ParseCommandLine(int argumentCount, char ** arguments) {
     CLI::App app("Looks at pictures, converts, resizes and composites them.", "raster");
     app.require_subcommand(1);
     app.fallthrough();
+    app.set_help_flag("-h,--help", "print this help");
     app.get_formatter()->column_width(34);
     app.footer("Ends with 0 if all was done, 1 if a file failed, 2 for wrong usage. More: man raster.");
 
@@ -262,13 +301,14 @@ Invocation ParseCommandLine(int argumentCount, char ** arguments) {
     AddComposite(app, composite);
     AddProfile(app, profile);
     AddDocument(app, document);
+    CompleteHelp(app);
 
     try {
         app.parse(argumentCount, arguments);
     } catch (CLI::ParseError const & end) {
         std::ostringstream out, error;
         if (app.exit(end, out, error) != 0)
-            throw UsageError(end.what());
+            throw UsageError(Describe(app, end));
         invocation.answer = out.str();
         return invocation;
     }

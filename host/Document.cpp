@@ -226,8 +226,8 @@ Kernel::Counted<Layer> Document::LoadLayer(std::string const & streamName) {
         if (!stream)
             return {};
         // One of a later version has more to it than would be saved again.
-        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(
-            *stream, *archive, /*acceptFutureVersions=*/false, Layer::GetClassProperties().GetSchemaVersion());
+        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, /*acceptFutureVersions=*/false,
+                                                                      Layer::GetClassProperties().GetSchemaVersion());
         auto layer = Kernel::MakeCounted<Layer>();
         if (!layer->Load(*parsed, *archive, parsed->GetRootVersion()))
             return {};

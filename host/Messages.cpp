@@ -3,6 +3,7 @@
 #include "host/Text.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <unistd.h>
 
@@ -65,6 +66,7 @@ void Messages::Print(char const * colour, std::string_view file, std::string_vie
         line += MakePrintable(file) + ": ";
     line += kind;
     line += MakePrintable(text);
+    std::fflush(stdout); // so that results and messages keep their order where both go to one place
     Write(line + '\n');
 }
 

@@ -49,7 +49,7 @@ std::string FollowLinks(std::string path) {
 }
 
 Failure MakeFolderFailure(std::string const & folder, int error) {
-    if (error == ENOENT)
+    if (error == ENOENT && ::access(folder.c_str(), F_OK) != 0) // folders of the system may give it too
         return Failure(fmt::format("there is no folder '{}'; make it first", folder));
     if (error == ENOTDIR)
         return Failure(fmt::format("'{}' is no folder; {}", folder, newName));

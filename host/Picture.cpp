@@ -26,6 +26,8 @@ using Raster::CompressedRasterData;
 
 /// What a user can do about a path that can't be read; nothing is thrown if the path seems fine.
 void CheckPath(std::string const & path) {
+    if (path.empty())
+        throw Failure("an empty name is no file; name a picture");
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0)
         throw Failure(fmt::format("can't be opened ({}); see that the name is right", DescribeError(errno)));

@@ -1,6 +1,5 @@
 #include "host/Statistics.h"
 
-#include "host/Text.h"
 #include "pixel/MemoryManager.h"
 
 #include <fmt/format.h>

@@ -20,11 +20,11 @@ _raster() {
                 compgen -W "RGBA8 RGBA16 IA8 IA16 CMYKA8 LABA16 A8 A16 RGBAUF AF" -- "$current")
             return ;;
         --intent) mapfile -t COMPREPLY < <(compgen -W "perceptual relative saturation absolute" -- "$current"); return ;;
-        --background) mapfile -t COMPREPLY < <(compgen -W "white black" -- "$current"); return ;;
+        --background | --colour) mapfile -t COMPREPLY < <(compgen -W "white black" -- "$current"); return ;;
         --out | --backstore) mapfile -t COMPREPLY < <(compgen -d -- "$current"); return ;;
         --profile | --assume-profile) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
         --memory | --decode-limit | --threads | --quality | --dpi | --width | --height | --size | --at | --rotate | \
-            --scale | --opacity | --layer | --rect | --colour)
+            --scale | --opacity | --layer | --rect)
             return ;;
     esac
 

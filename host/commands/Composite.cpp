@@ -9,7 +9,6 @@
 
 #include <fmt/format.h>
 
-#include <cmath>
 #include <numbers>
 
 namespace Host {

@@ -20,6 +20,9 @@ void List() {
 }
 
 std::string DescribeCurve(Raster::ICCProfile const & profile) {
+    auto const space = profile.GetColourSpace();
+    if (space == Raster::ColourSpaceCMYK || space == Raster::ColourSpaceLAB)
+        return "none"; // no single gamma says anything about inks, or about lightness with a and b
     return profile.IsLinear() ? "linear" : fmt::format("about gamma {:.2f}", profile.GetApproximateGamma());
 }
 
@@ -57,6 +60,6 @@ bool RunProfile(Session & session, ProfileSettings const & settings) {
         List();
         return true;
     }
-    return session.Try(settings.file, [&] { Show(FindProfile(settings.file)); });
+    return session.Try({}, [&] { Show(FindProfile(settings.file)); });
 }
 }

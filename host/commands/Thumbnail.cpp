@@ -8,15 +8,16 @@
 #include "host/Signals.h"
 #include "host/Text.h"
 #include "host/commands/Commands.h"
-#include "kernel/FileSystem.h"
 #include "pixel/FormatFunctions.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <map>
 #include <sys/stat.h>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -36,6 +37,13 @@ bool IsSameFile(std::string const & one, std::string const & other) {
     }, otherStatus{};
     return ::stat(one.c_str(), &oneStatus) == 0 && ::stat(other.c_str(), &otherStatus) == 0 &&
            oneStatus.st_dev == otherStatus.st_dev && oneStatus.st_ino == otherStatus.st_ino;
+}
+
+void MakeFolder(std::string const & path) {
+    std::error_code error, unknown;
+    std::filesystem::create_directories(path, error);
+    if (!std::filesystem::is_directory(path, unknown))
+        throw Failure(fmt::format("the folder can't be made ({}); choose another --out", DescribeError(error.value())));
 }
 
 class Batch {
@@ -150,8 +158,8 @@ private:
 bool RunThumbnail(Session & session, ThumbnailSettings const & settings) {
     Batch batch(session, settings);
     batch.CheckNames();
-    if (!Kernel::FileSystem::CreateDirectory(settings.folder.c_str()))
-        return session.Try(settings.folder, [] { throw Failure("the folder can't be made; choose another --out"); });
+    if (!session.Try(settings.folder, [&] { MakeFolder(settings.folder); }))
+        return false;
     session.PrepareForPixels();
     return batch.Run();
 }

@@ -47,7 +47,7 @@ void * GetContext(Messages messages) {
 }
 
 void CloseProfile::operator()(void * handle) const noexcept { cmsCloseProfile(handle); }
-void DeleteTransform::operator()(void * transform) const noexcept { cmsDeleteTransform(transform); }
+void DeleteTransform(void * transform) noexcept { cmsDeleteTransform(transform); }
 
 ProfileHandle OpenProfile(void const * data, std::uint64_t size) {
     if (!data || size == 0 || size > ICCManager::largestProfileBytes)

@@ -24,10 +24,7 @@ struct CloseProfile {
 };
 using ProfileHandle = std::unique_ptr<void, CloseProfile>;
 
-struct DeleteTransform {
-    void operator()(void * transform) const noexcept;
-};
-using TransformHandle = std::unique_ptr<void, DeleteTransform>;
+void DeleteTransform(void * transform) noexcept;
 
 /// Null for bytes that are no profile. The bytes are copied.
 ProfileHandle OpenProfile(void const * data, std::uint64_t size);

@@ -8,7 +8,6 @@
 #include <lcms2.h>
 
 #include <cmath>
-#include <string>
 
 namespace Raster {
 namespace {

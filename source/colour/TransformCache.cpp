@@ -9,7 +9,7 @@ namespace Raster {
 TransformCache::~TransformCache() {
     for (auto const & record : records)
         if (record->transform)
-            ColourEngine::DeleteTransform()(record->transform);
+            ColourEngine::DeleteTransform(record->transform);
 }
 
 // The list is short, a few pairs for each document, and creating costs milliseconds: a linear search does.

@@ -43,8 +43,8 @@ public:
     // before stays open. A file of a known type that is broken gives true, `NoFormat`, the size 0, and a failure.
 
     /// @param path  UTF-8, taken as it is. Copied.
-    /// @param rawFirst, rawSecond  for camera files
-    /// @param convertEXR  for OpenEXR
+    /// @param rawFirst, rawSecond  for camera files; nothing to other types
+    /// @param convertEXR  for OpenEXR; nothing to other types
     bool Create(char const * path, bool rawFirst = false, bool rawSecond = false, bool convertEXR = false);
     /// Of bytes in memory, which stay as they are while the file is used. Null or empty gives false.
     bool Create(Kernel::Counted<CompressedRasterData const> data, bool rawFirst = false, bool rawSecond = false);

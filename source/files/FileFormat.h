@@ -11,7 +11,6 @@
 #include "pixel/Vocabulary.h"
 #include "storage/CompressedRasterData.h"
 
-#include <concepts>
 #include <string>
 
 namespace Raster {

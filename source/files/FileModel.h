@@ -1,12 +1,19 @@
 #pragma once
 
 #include "kernel/Countable.h"
+#include "kernel/Counted.h"
 #include "kernel/CriticalSection.h"
 
 #include <atomic>
 #include <string>
 
+namespace Kernel {
+class OutStream;
+}
+
 namespace Raster {
+class CompressedRasterData;
+
 /// What every model of a picture in a file has: a size, and the word on whether it went wrong. The pixels of a file
 /// are decoded once, by the first accessor; later ones share them.
 /// Threads: any number may read one model; a model that is written belongs to one thread.
@@ -28,6 +35,11 @@ public:
 
 protected:
     FileModel() = default;
+
+    /// What a new file, or the bytes of one in memory, is written through. Null, with the failure set, for a path that
+    /// can't be opened; null for no data.
+    Kernel::Counted<Kernel::OutStream> OpenForWriting(char const * path) const;
+    static Kernel::Counted<Kernel::OutStream> OpenForWriting(Kernel::Counted<CompressedRasterData> data);
 
     int width = 0, height = 0;
     /// Guards the decoding, and what comes of it until it is done.

@@ -61,8 +61,6 @@ public:
 
     /// Another owner of the present object, which counts as a sharer; null for a null holder.
     Counted<T const> Share() const noexcept { return object; }
-    /// The same for those who replace handles and promise to write only through a `COW`.
-    Counted<T> const & GetCounted() const noexcept { return object; }
 
     void Reset() noexcept { object.Reset(); }
     explicit operator bool() const noexcept { return static_cast<bool>(object); }

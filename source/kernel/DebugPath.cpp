@@ -1,10 +1,12 @@
 #include "kernel/DebugPath.h"
 
 #include "kernel/AppendFormat.h"
+#include "kernel/FileSystem.h"
 
+#include <algorithm>
+#include <atomic>
+#include <string>
 #include <unistd.h>
-
-#include <filesystem>
 
 namespace Kernel {
 namespace {
@@ -21,9 +23,7 @@ Path MakeDebugSavePath(StringUtf8 const & name) {
     std::replace_if(
         plain.begin(), plain.end(), [](char c) { return !IsPlain(c); }, '_');
 
-    std::error_code error;
-    auto const folder = std::filesystem::temp_directory_path(error);
-    Path path(error ? StringUtf8("/tmp") : StringUtf8(folder.c_str()));
+    Path path(FileSystem::GetTemporaryDirectory());
     return path.Append(FormatString("raster-debug-%1-%2-%3", ::getpid(), number, plain));
 }
 }

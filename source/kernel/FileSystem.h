@@ -17,7 +17,7 @@ RASTER_API bool Delete(StringUtf8 const & path);
 /// @param pattern  the name, with %1 where the unique part goes, such as "%1.tmp".
 /// @return the whole path; empty if no file could be made.
 RASTER_API StringUtf8 GetUniqueTemporaryFilename(StringUtf8 const & pattern);
-RASTER_API StringUtf8 GetTemporaryDirectory();
+RASTER_API StringUtf8 GetTemporaryDirectory(); ///< $TMPDIR, or /tmp.
 
 RASTER_API bool Exists(StringUtf8 const & path);
 RASTER_API bool IsFile(StringUtf8 const & path); ///< A regular file, or a link to one.

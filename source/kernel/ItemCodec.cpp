@@ -4,7 +4,6 @@
 
 #include <zstd.h>
 
-#include <algorithm>
 #include <memory>
 #include <new>
 #include <utility>

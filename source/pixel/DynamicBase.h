@@ -32,7 +32,7 @@ namespace Raster {
 template<class T>
 class DynamicBase {
 public:
-    /// A new wrapper around a deep copy of the object, which the caller owns; it is without a format if this one has no
+    /// A new wrapper, of count 0, around a deep copy of the object; it is without a format if this one has no
     /// pixels. Where the object can't be copied, as a file, the result has the format and no object.
     T * Clone() const;
     /// The same with an object of the same size and no content.

@@ -20,9 +20,9 @@ public:
     ~Bitmap() override;
 
     /// A bitmap of its own that shares all tiles until one of the two is written: levels, backing, profile and
-    /// inflation counts come along, and a pending bitmap gives a pending one. The caller owns it.
+    /// inflation counts come along, and a pending bitmap gives a pending one. Its count is 0.
     Bitmap * Clone() const;
-    /// The same size, mode and policy, and nothing else. The caller owns it.
+    /// The same size, mode and policy, and nothing else. Its count is 0.
     Bitmap * CloneEmpty() const;
     void CopyPlanesFrom(Bitmap const * source);
 

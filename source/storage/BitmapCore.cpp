@@ -5,7 +5,6 @@
 #include "kernel/Trace.h"
 #include "storage/CompressedRasterData.h"
 
-#include <algorithm>
 #include <stdexcept>
 #include <utility>
 

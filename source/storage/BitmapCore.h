@@ -27,7 +27,7 @@ class RasterSerialisationStrategy;
 /// What untyped code needs to know of one kind of bitmap.
 struct BitmapType {
     TupleLayout layout;
-    /// Makes another bitmap of the same tuple. The caller owns it.
+    /// Makes another bitmap of the same tuple. Its count is 0.
     BitmapCore * (*create)(int width, int height, MipmapMode, HardwareCachePolicy);
 };
 

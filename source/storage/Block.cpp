@@ -4,7 +4,6 @@
 #include "kernel/ScopedLock.h"
 #include "kernel/Trace.h"
 #include "storage/BackstoreFile.h"
-#include "storage/BackstoreReadError.h"
 #include "storage/BlockPin.h"
 #include "storage/kernels/ScanRect.h"
 

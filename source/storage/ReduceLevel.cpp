@@ -6,7 +6,6 @@
 #include "storage/TileGuard.h"
 #include "storage/kernels/ReduceArea.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 

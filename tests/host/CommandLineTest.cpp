@@ -162,6 +162,33 @@ TEST(CommandLine, SaysWhichValuesThereAre) {
     EXPECT_NE(std::string::npos, GetErrorOf({"convert", "a", "b.png", "--quality", "101"}).find("0 to 100"));
 }
 
+TEST(CommandLine, SaysWhichOptionLacksItsValue) {
+    EXPECT_EQ("--memory needs a value", GetErrorOf({"info", "a", "--memory"}));
+    EXPECT_EQ("--background needs a value", GetErrorOf({"convert", "a", "b.png", "--background"}));
+    EXPECT_EQ("--profile needs a value", GetErrorOf({"convert", "a", "b.png", "--profile"}));
+}
+
+TEST(CommandLine, SaysWhichCommandsThereAre) {
+    EXPECT_EQ("'paint' is no command; there are info, convert, resize, thumbnail, composite, profile and document",
+              GetErrorOf({"paint"}));
+    EXPECT_EQ("'paint' is no command; there are info, convert, resize, thumbnail, composite, profile and document",
+              GetErrorOf({"--quiet", "paint", "a.png", "--strict"}));
+    EXPECT_EQ("a command is missing; there are info, convert, resize, thumbnail, composite, profile and document",
+              GetErrorOf({}));
+    EXPECT_EQ("profile: 'lst' is no command; there are list and show", GetErrorOf({"profile", "lst"}));
+    EXPECT_EQ("document: a command is missing; there are create, info, extract, fill, stamp, flatten, compact, verify "
+              "and salvage",
+              GetErrorOf({"document"}));
+    EXPECT_EQ("FILE is required", GetErrorOf({"profile", "show"}));
+}
+
+TEST(CommandLine, SaysInTheHelpOfCommandsWhereTheOtherOptionsAre) {
+    auto const help = Parse({"document", "extract", "--help"}).answer;
+    EXPECT_NE(std::string::npos, help.find("such as --memory and --quiet")) << help;
+    EXPECT_EQ(std::string::npos, help.find("TEXT")) << help;
+    EXPECT_EQ(std::string::npos, Parse({"--help"}).answer.find("such as --memory")); // it lists them itself
+}
+
 TEST(CommandLine, AnswersQuestionsAboutItself) {
     EXPECT_EQ(0u, Parse({"--version"}).answer.find("raster "));
     EXPECT_NE(std::string::npos, Parse({"--help"}).answer.find("thumbnail"));

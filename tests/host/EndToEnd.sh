@@ -346,6 +346,7 @@ Prints "sRGB built-in"
 Run 0 profile show in/inks.icc
 Prints "space    CMYK"
 Prints "fits     CMYKA8"
+Prints "curve    none"
 Run 0 profile show 'sRGB built-in'
 Prints "RGBA8 and RGBA16"
 Run 1 profile show $photo

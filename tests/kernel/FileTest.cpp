@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <set>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -5,13 +5,10 @@
 #include "files/jpeg/JPEGReader.h"
 #include "files/jpeg/JPEGWriter.h"
 #include "kernel/AppendFormat.h"
-#include "kernel/FastFileOutStream.h"
 #include "kernel/ScopedLock.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <exception>
-#include <system_error>
 #include <utility>
 
 namespace Raster {
@@ -132,23 +129,13 @@ void JPEGBase::DecodeOnce(JPEGReader & decodingReader, bool * abort, Action && a
 }
 
 void JPEGBase::InitialiseForWrite(char const * path, int newWidth, int newHeight, ExportOptions const & options) {
-    constexpr std::size_t fileBufferBytes = 0x100000;
-    Kernel::Counted<Kernel::OutStream> stream;
-    errno = 0;
-    if (path)
-        stream = Kernel::FastFileOutStream::Create(path, fileBufferBytes);
-    if (!stream)
-        SetFailure("can't be written: " + std::generic_category().message(errno));
-    InitialiseForWrite(std::move(stream), newWidth, newHeight, options);
+    InitialiseForWrite(OpenForWriting(path), newWidth, newHeight, options);
     ownsOutStream = true;
 }
 
 void JPEGBase::InitialiseForWrite(Kernel::Counted<CompressedRasterData> data, int newWidth, int newHeight,
                                   ExportOptions const & options) {
-    Kernel::Counted<Kernel::OutStream> stream;
-    if (data)
-        stream = Kernel::MakeCounted<CompressedRasterDataOutStream>(std::move(data));
-    InitialiseForWrite(std::move(stream), newWidth, newHeight, options);
+    InitialiseForWrite(OpenForWriting(std::move(data)), newWidth, newHeight, options);
     ownsOutStream = true;
 }
 

@@ -4,7 +4,6 @@
 #include "kernel/Trace.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 namespace Raster {

@@ -6,7 +6,6 @@
 #include <hwy/highway.h>
 
 #include <cstdint>
-#include <cstring>
 
 HWY_BEFORE_NAMESPACE();
 namespace Raster::HWY_NAMESPACE {

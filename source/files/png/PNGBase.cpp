@@ -5,7 +5,6 @@
 #include "files/png/PNGReader.h"
 #include "files/png/PNGWriter.h"
 #include "kernel/AppendFormat.h"
-#include "kernel/FastFileOutStream.h"
 #include "kernel/File.h"
 #include "kernel/ScopedLock.h"
 #include "kernel/Trace.h"
@@ -13,11 +12,9 @@
 #include "storage/CompressedRasterData.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <limits>
-#include <system_error>
 #include <utility>
 
 namespace Raster {
@@ -31,10 +28,6 @@ bool BeginsAsPNG(unsigned char const * bytes, std::uint64_t count) {
 bool SeekTo(Kernel::InStreamSeekable & stream, std::uint64_t position) {
     return position <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) &&
            stream.Seek(Kernel::SeekOrigin::Start, static_cast<std::int64_t>(position));
-}
-
-std::string DescribeError(int error) {
-    return error == 0 ? "it can't be opened" : std::generic_category().message(error);
 }
 }
 
@@ -187,23 +180,13 @@ void PNGBase::DecodeOnce(Kernel::InStreamSeekable & stream, Action && action) co
 }
 
 void PNGBase::InitialiseForWrite(char const * path, int newWidth, int newHeight, ExportOptions const & options) {
-    constexpr std::size_t fileBufferBytes = 0x100000;
-    Kernel::Counted<Kernel::OutStream> stream;
-    errno = 0;
-    if (path)
-        stream = Kernel::FastFileOutStream::Create(path, fileBufferBytes);
-    if (!stream)
-        SetFailure("can't be written: " + DescribeError(errno));
-    InitialiseFromStream(std::move(stream), newWidth, newHeight, options);
+    InitialiseFromStream(OpenForWriting(path), newWidth, newHeight, options);
     ownsOutStream = true;
 }
 
 void PNGBase::InitialiseForWrite(Kernel::Counted<CompressedRasterData> data, int newWidth, int newHeight,
                                  ExportOptions const & options) {
-    Kernel::Counted<Kernel::OutStream> stream;
-    if (data)
-        stream = Kernel::MakeCounted<CompressedRasterDataOutStream>(std::move(data));
-    InitialiseFromStream(std::move(stream), newWidth, newHeight, options);
+    InitialiseFromStream(OpenForWriting(std::move(data)), newWidth, newHeight, options);
     ownsOutStream = true;
 }
 

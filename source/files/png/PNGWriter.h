@@ -43,7 +43,6 @@ private:
     void RunOrThrow(void (*step)(BasePixelAccessor &));
 
     void TakePalette(DynamicPalette const & palette);
-    void TakeResolution(double dpi);
     void WriteProfile(ICCProfile const & profile);
     unsigned char const * Pack(unsigned char const * samples);
 
