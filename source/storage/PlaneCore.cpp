@@ -6,6 +6,7 @@
 #include "storage/BlockDeduplicationSupport.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
@@ -88,6 +89,7 @@ void PlaneCore::DetachVirtual() noexcept {
 }
 
 Tile const & PlaneCore::GetFullTileOfKind() const {
+    assert(Tile::GetFullTile() && "Tile::InitStaticTiles comes before bitmaps");
     return kind == ChannelKind::Integer ? *Tile::GetFullTile() : *Tile::GetFullFloatTile();
 }
 
