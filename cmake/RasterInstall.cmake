@@ -21,6 +21,7 @@ set(privateHeaders
     files/png/PNGSession.h
     files/png/PNGWriter.h
     kernel/DispatchArena.h
+    kernel/MoveToFreeName.h
     kernel/PredictedInStream.h
     pixel/transfer/BlendRules.h
     pixel/transfer/Coverage.h
