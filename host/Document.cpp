@@ -117,8 +117,8 @@ bool Document::IsDocument(std::string const & path) {
     }
 }
 
-Document Document::Create(std::string const & path) {
-    return Document(Kernel::Archive::Create(path, archiveTag, Kernel::MakeCounted<DocumentDisk>()));
+Document Document::Create(std::string const & path, Kernel::ArchiveTarget target) {
+    return Document(Kernel::Archive::Create(path, archiveTag, Kernel::MakeCounted<DocumentDisk>(target)));
 }
 
 Document Document::Open(std::string const & path) {
@@ -226,8 +226,8 @@ Kernel::Counted<Layer> Document::LoadLayer(std::string const & streamName) {
         if (!stream)
             return {};
         // One of a later version has more to it than would be saved again.
-        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(
-            *stream, *archive, /*acceptFutureVersions=*/false, Layer::GetClassProperties().GetSchemaVersion());
+        auto const parsed = Kernel::InSerialiserFile::ParseWithChecks(*stream, *archive, /*acceptFutureVersions=*/false,
+                                                                      Layer::GetClassProperties().GetSchemaVersion());
         auto layer = Kernel::MakeCounted<Layer>();
         if (!layer->Load(*parsed, *archive, parsed->GetRootVersion()))
             return {};
