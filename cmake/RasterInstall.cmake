@@ -24,6 +24,7 @@ set(privateHeaders
     kernel/ArchiveItemSource.h
     kernel/DispatchArena.h
     kernel/ItemCodec.h
+    kernel/MoveToFreeName.h
     kernel/PredictedInStream.h
     kernel/PropertyStream.h
     kernel/TagRegistry.h

@@ -117,8 +117,8 @@ bool Document::IsDocument(std::string const & path) {
     }
 }
 
-Document Document::Create(std::string const & path) {
-    return Document(Kernel::Archive::Create(path, archiveTag, Kernel::MakeCounted<DocumentDisk>()));
+Document Document::Create(std::string const & path, Kernel::ArchiveTarget target) {
+    return Document(Kernel::Archive::Create(path, archiveTag, Kernel::MakeCounted<DocumentDisk>(target)));
 }
 
 Document Document::Open(std::string const & path) {

@@ -53,8 +53,8 @@ public:
     static void RegisterClasses();
     /// Whether a file is one, if a damaged one.
     static bool IsDocument(std::string const & path);
-    /// A new one, which `Save` puts in the place of whatever lies at the path.
-    static Document Create(std::string const & path);
+    /// A new one, which `Save` puts in the place of whatever lies at the path, if that may be replaced.
+    static Document Create(std::string const & path, Kernel::ArchiveTarget target = Kernel::ArchiveTarget::Any);
     /// Reads no pixel. Throws `Failure`.
     static Document Open(std::string const & path);
     /// What can still be made of a document whose list of layers, or some layer, is gone: the layers that are whole,

@@ -2,6 +2,8 @@
 
 namespace Host {
 using Kernel::ArchiveFile;
+using Kernel::ArchiveReplaced;
+using Kernel::ArchiveTarget;
 using Kernel::Counted;
 
 Counted<ArchiveFile> DocumentDisk::OpenToRead(std::string const & path) { return GetSystem()->OpenToRead(path); }
@@ -15,11 +17,15 @@ Counted<ArchiveFile> DocumentDisk::CreateBeside(std::string const & path, std::s
     return file;
 }
 
-bool DocumentDisk::Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path) {
-    if (!GetSystem()->Replace(file, temporaryPath, path))
-        return false;
-    unfinished.reset();
-    return true;
+ArchiveReplaced DocumentDisk::Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path,
+                                      ArchiveTarget target) {
+    auto const replaced = GetSystem()->Replace(file, temporaryPath, path,
+                                               allowed == ArchiveTarget::OnlyFree ? ArchiveTarget::OnlyFree : target);
+    if (replaced == ArchiveReplaced::Done || replaced == ArchiveReplaced::Unconfirmed) {
+        unfinished.reset();
+        allowed = ArchiveTarget::Any;
+    }
+    return replaced;
 }
 
 void DocumentDisk::Remove(std::string const & temporaryPath) {

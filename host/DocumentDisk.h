@@ -8,16 +8,21 @@
 
 namespace Host {
 /// The system's disk, for documents of this program: a file that is to replace a document goes away also if a signal
-/// ends the process before it does. One save at a time.
+/// ends the process before it does, and what is there may stay. One save at a time.
 class DocumentDisk final : public Kernel::ArchiveDisk {
 public:
+    /// @param firstTarget  whether the first save may replace a file. Later ones replace what that has made.
+    explicit DocumentDisk(Kernel::ArchiveTarget firstTarget = Kernel::ArchiveTarget::Any) : allowed(firstTarget) {}
+
     Kernel::Counted<Kernel::ArchiveFile> OpenToRead(std::string const & path) override;
     Kernel::Counted<Kernel::ArchiveFile> OpenToUpdate(std::string const & path) override;
     Kernel::Counted<Kernel::ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override;
-    bool Replace(Kernel::ArchiveFile & file, std::string const & temporaryPath, std::string const & path) override;
+    Kernel::ArchiveReplaced Replace(Kernel::ArchiveFile & file, std::string const & temporaryPath,
+                                    std::string const & path, Kernel::ArchiveTarget target) override;
     void Remove(std::string const & temporaryPath) override;
 
 private:
+    Kernel::ArchiveTarget allowed;
     std::optional<UnfinishedFile> unfinished;
 };
 }

@@ -91,17 +91,19 @@ public:
     Kernel::Counted<Kernel::ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override {
         return Wrap(disk->CreateBeside(path, temporaryPath));
     }
-    bool Replace(Kernel::ArchiveFile & file, std::string const & temporaryPath, std::string const & path) override {
-        return Time(counts.syncSeconds,
-                    [&] { return disk->Replace(*static_cast<CountingFile &>(file).file, temporaryPath, path); });
+    Kernel::ArchiveReplaced Replace(Kernel::ArchiveFile & file, std::string const & temporaryPath,
+                                    std::string const & path, Kernel::ArchiveTarget target) override {
+        return Time(counts.syncSeconds, [&] {
+            return disk->Replace(*static_cast<CountingFile &>(file).file, temporaryPath, path, target);
+        });
     }
     void Remove(std::string const & temporaryPath) override { disk->Remove(temporaryPath); }
 
 private:
     template<class Work>
-    static bool Time(double & seconds, Work && work) {
+    static auto Time(double & seconds, Work && work) {
         double const before = Fastest::GetSeconds(CLOCK_MONOTONIC);
-        bool const result = work();
+        auto const result = work();
         seconds += Fastest::GetSeconds(CLOCK_MONOTONIC) - before;
         return result;
     }

@@ -62,6 +62,10 @@ Kernel::Counted<Layer> Place(Session & session, std::string const & path) {
     return layer;
 }
 
+Kernel::ArchiveTarget GetTarget(bool noClobber) {
+    return noClobber ? Kernel::ArchiveTarget::OnlyFree : Kernel::ArchiveTarget::Any;
+}
+
 /// That nothing but a document is replaced by one: who forgets its name would lose the first picture.
 void CheckTarget(std::string const & path, bool noClobber) {
     OutputFile::Check(path, noClobber ? Existing::Keep : Existing::Replace);
@@ -82,7 +86,7 @@ void CheckPictureTarget(std::string const & path) {
 bool Create(Session & session, DocumentSettings const & settings) {
     return session.Try(settings.document, [&] {
         CheckTarget(settings.document, settings.noClobber);
-        auto document = Document::Create(settings.document);
+        auto document = Document::Create(settings.document, GetTarget(settings.noClobber));
         for (auto const & path : settings.files) {
             Signals::ThrowIfAborted();
             auto const layer = Blaming(path, [&] { return Place(session, path); });
@@ -335,9 +339,9 @@ bool Salvage(Session & session, DocumentSettings const & settings) {
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(1);
         try {
-            auto const saved =
-                Kernel::SalvageArchive(settings.document, settings.out, Signals::GetAbortFlag(), ShowFraction,
-                                       &progress, Kernel::MakeCounted<DocumentDisk>(), Document::archiveTag);
+            auto const disk = Kernel::MakeCounted<DocumentDisk>(GetTarget(settings.writing.noClobber));
+            auto const saved = Kernel::SalvageArchive(settings.document, settings.out, Signals::GetAbortFlag(),
+                                                      ShowFraction, &progress, disk, Document::archiveTag);
             session.GetMessages().Note(settings.document,
                                        fmt::format("{} items saved, {}; {} lost{}", saved.itemsSaved,
                                                    FormatBytes(saved.bytesSaved), saved.itemsLost,

@@ -71,7 +71,8 @@ class RASTER_API Archive final : public FileStore {
 public:
     using CreateResult = Counted<Archive>; ///< what makes or opens a document gives it, never null
 
-    /// A document that is not on disk until its first save has been committed. What lies at the path is replaced then.
+    /// A document that is not on disk until its first save has been committed. What lies at the path when
+    /// that begins is replaced then; what somebody else has put there since stays, and the save fails as `Changed`.
     /// @param disk  null is the system's.
     static CreateResult Create(std::string path, IDTag archiveTag, Counted<ArchiveDisk> disk = nullptr);
     /// Opens a document in its last whole state. Reads its list of contents and no item. Throws `ArchiveError`.

@@ -1,6 +1,7 @@
 #include "kernel/ArchiveDisk.h"
 
 #include "kernel/File.h"
+#include "kernel/MoveToFreeName.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -36,19 +37,23 @@ bool SetLock(int descriptor, short type) {
 
 bool TryLock(int descriptor) { return SetLock(descriptor, F_WRLCK); }
 
-bool SyncDirectory(fs::path const & directory) {
-    int const descriptor = open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0)
-        return false;
-    bool const isSynced = fsync(descriptor) == 0;
-    close(descriptor);
-    return isSynced;
+// Has the names in a directory on the disk, by way of all of its file system where the directory can't be read.
+bool SyncDirectory(fs::path const & directory, int fileInIt) {
+    File const opened(open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!opened.IsOpen())
+        return syncfs(fileInIt) == 0;
+    // Some file systems have no such thing, which is no failure of theirs.
+    return fsync(opened.GetDescriptor()) == 0 || errno == EINVAL || errno == ENOTSUP || errno == ENOSYS;
 }
 
-// Where a path leads in the end, so that a link stays a link.
+// Where a path leads in the end, so that a link stays a link, also one whose target isn't there yet.
 fs::path Resolve(std::string const & path) {
+    constexpr int mostLinks = 40; // as the system itself
     std::error_code error;
-    auto const resolved = fs::weakly_canonical(path, error);
+    fs::path end = path;
+    for (int i = 0; i < mostLinks && fs::is_symlink(fs::symlink_status(end, error)); ++i)
+        end = end.parent_path() / fs::read_symlink(end, error);
+    auto const resolved = fs::weakly_canonical(end, error);
     return error ? fs::path(path) : resolved;
 }
 
@@ -131,6 +136,36 @@ public:
     Counted<ArchiveFile> OpenToUpdate(std::string const & path) override { return Open(path, "r+b"); }
 
     Counted<ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override {
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            auto file = CreateLocked(path, temporaryPath);
+            // Another saver may take a file that isn't locked yet for one of a saver that died, and remove it.
+            if (!file || file->IsAt(temporaryPath))
+                return file;
+        }
+        errno = EBUSY;
+        return {};
+    }
+
+    ArchiveReplaced Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path,
+                            ArchiveTarget wanted) override {
+        auto const target = Resolve(path);
+        int const descriptor = static_cast<SystemFile &>(file).GetDescriptor();
+        if (!PassOnOwner(target, descriptor) || fsync(descriptor) != 0)
+            return ArchiveReplaced::Failed;
+        if (wanted == ArchiveTarget::OnlyFree) {
+            if (!MoveToFreeName(temporaryPath.c_str(), target.c_str()))
+                return errno == EEXIST ? ArchiveReplaced::Occupied : ArchiveReplaced::Failed;
+        } else if (rename(temporaryPath.c_str(), target.c_str()) != 0) {
+            return ArchiveReplaced::Failed;
+        }
+        // The new document stands from here on; whether its name survives a power cut is what this is about.
+        return SyncDirectory(target.parent_path(), descriptor) ? ArchiveReplaced::Done : ArchiveReplaced::Unconfirmed;
+    }
+
+    void Remove(std::string const & temporaryPath) override { unlink(temporaryPath.c_str()); }
+
+private:
+    static Counted<SystemFile> CreateLocked(std::string const & path, std::string & temporaryPath) {
         auto const target = Resolve(path);
         std::string prefix = ".";
         prefix += target.filename().string();
@@ -142,34 +177,25 @@ public:
         File file = CreateNew((target.parent_path() / prefix).string(), fs::exists(target, error) ? 0600 : 0666, name);
         if (!file.IsOpen())
             return {};
-        if (!TryLock(file.GetDescriptor())) {
-            int const reason = errno;
-            unlink(name.c_str());
-            errno = reason;
-            return {};
-        }
         temporaryPath = name;
-        return Counted<ArchiveFile>(new SystemFile(std::move(file)));
+        auto const created = MakeCounted<SystemFile>(std::move(file));
+        if (created->Lock())
+            return created;
+        int const reason = errno;
+        unlink(name.c_str());
+        errno = reason;
+        return {};
     }
 
-    bool Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path) override {
-        auto const target = Resolve(path);
-        int const descriptor = static_cast<SystemFile &>(file).GetDescriptor();
+    // Gives a file what the one has whose place it takes.
+    static bool PassOnOwner(fs::path const & target, int descriptor) {
         struct stat old;
-        if (stat(target.c_str(), &old) == 0) {
-            // The owner first: a change of owner clears bits of the mode. Only root can give a file away.
-            static_cast<void>(fchown(descriptor, old.st_uid, old.st_gid) == 0);
-            if (fchmod(descriptor, old.st_mode & 07777) != 0)
-                return false;
-        }
-        if (fsync(descriptor) != 0 || rename(temporaryPath.c_str(), target.c_str()) != 0)
-            return false;
-        // The new document stands from here on; whether its name survives a power cut is what this is about.
-        SyncDirectory(target.parent_path());
-        return true;
+        if (stat(target.c_str(), &old) != 0)
+            return true;
+        // The owner first: a change of owner clears bits of the mode. Only root can give a file away.
+        static_cast<void>(fchown(descriptor, old.st_uid, old.st_gid) == 0);
+        return fchmod(descriptor, old.st_mode & 07777) == 0;
     }
-
-    void Remove(std::string const & temporaryPath) override { unlink(temporaryPath.c_str()); }
 };
 }
 

@@ -8,6 +8,17 @@
 #include <string>
 
 namespace Kernel {
+/// Whether a file that is there may be replaced.
+enum class ArchiveTarget { Any, OnlyFree };
+
+/// What became of the wish to put a file in its place.
+enum class ArchiveReplaced {
+    Done,
+    Unconfirmed, ///< it is there, but after a power cut the one before may be
+    Occupied,    ///< not done: there is a file already, which was to stay
+    Failed       ///< not done, with errno set
+};
+
 /// A file of a document, open by position. Threads: any number may read it; one writes.
 class RASTER_API ArchiveFile : public virtual Countable {
 public:
@@ -46,7 +57,8 @@ public:
     virtual Counted<ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) = 0;
     /// Puts a file from `CreateBeside`, all of it synced, in the place of the one that the path leads to, in one step,
     /// with its mode and owner where there was one.
-    virtual bool Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path) = 0;
+    virtual ArchiveReplaced Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path,
+                                    ArchiveTarget target) = 0;
     virtual void Remove(std::string const & temporaryPath) = 0;
 };
 }

@@ -14,7 +14,7 @@ public:
         NotArchive,  ///< the file is something else
         Future,      ///< written by a later version
         Damaged,     ///< bytes don't match their checksums, or are missing
-        Changed,     ///< another program has saved the document since it was opened
+        Changed,     ///< another program has saved the document since it was opened, or put one there
         Busy,        ///< another program is saving it at this moment
         WriteFailed, ///< nothing was committed: the document is as it was
         Unknown      ///< the last sync failed: the document is the old or the new one

@@ -44,6 +44,10 @@ std::uint64_t GetRandom() {
     throw ArchiveError(kind, path + ": " + what);
 }
 
+[[noreturn]] void FailOccupied(std::string const & path) {
+    Fail(ArchiveError::Kind::Changed, path, "another program has saved a file there; nothing was saved");
+}
+
 [[noreturn]] void FailWrite(std::string const & path, char const * what) {
     std::string const reason = errno != 0 ? std::string(": ") + std::strerror(errno) : std::string();
     throw ArchiveError(ArchiveError::Kind::WriteFailed, path + ": " + what + reason + "; nothing was saved");
@@ -140,11 +144,25 @@ void ArchiveSession::Begin() {
         FailWrite(archive->GetPath(), "what an earlier save left unfinished can't be removed");
 }
 
+/// What lies where a new document is to be, locked; null if that is nothing, and then nothing is to be replaced.
+Counted<ArchiveFile> ArchiveSession::LockTarget() {
+    auto const & path = archive->GetPath();
+    auto const opened = archive->disk->OpenToUpdate(path);
+    if (!opened) {
+        if (errno == ENOENT)
+            target = ArchiveTarget::OnlyFree;
+        return {};
+    }
+    if (!opened->Lock())
+        Fail(ArchiveError::Kind::Busy, path, "another program is saving it");
+    if (!opened->IsAt(path)) // who held the lock has put another one there
+        FailOccupied(path);
+    return opened;
+}
+
 void ArchiveSession::OpenAnew() {
     // A document that is replaced by another one is kept from others too, so that no save of theirs is lost unseen.
-    locked = base ? LockBase() : archive->disk->OpenToUpdate(archive->GetPath());
-    if (!base && locked && !locked->Lock())
-        Fail(ArchiveError::Kind::Busy, archive->GetPath(), "another program is saving it");
+    locked = base ? LockBase() : LockTarget();
     file = archive->disk->CreateBeside(archive->GetPath(), temporaryPath);
     if (!file)
         FailWrite(archive->GetPath(), "no file can be made beside it");
@@ -641,7 +659,11 @@ void ArchiveSession::CommitFooter(Footer const & footer) {
         file->Unlock();
         return;
     }
-    if (!isSynced || !archive->disk->Replace(*file, temporaryPath, path))
+    auto const replaced =
+        isSynced ? archive->disk->Replace(*file, temporaryPath, path, target) : ArchiveReplaced::Failed;
+    if (replaced == ArchiveReplaced::Occupied)
+        FailOccupied(path);
+    if (replaced == ArchiveReplaced::Failed)
         FailWrite(path, "it could not be put in the place of the old one");
     isOpen = false;
     archive->unconfirmedCommit = 0; // that was in the old file

@@ -75,6 +75,7 @@ private:
 
     std::uint32_t GetLastNumber() const;
     Counted<ArchiveFile> LockBase() const;
+    Counted<ArchiveFile> LockTarget();
     void OpenForUpdate();
     void OpenAnew();
     void Begin();
@@ -121,8 +122,9 @@ private:
     bool keepsDamaged = false;
     bool hasBegun = false;
     Counted<ArchiveFile> file;
-    Counted<ArchiveFile> locked; // the file that is replaced, while other savers are kept out of it
-    std::string temporaryPath;   // of a file that is written anew
+    Counted<ArchiveFile> locked;               // the file that is replaced, while other savers are kept out of it
+    ArchiveTarget target = ArchiveTarget::Any; // of a file that is written anew
+    std::string temporaryPath;                 // of a file that is written anew
     ArchiveLayout::Header header;
     std::uint64_t start = 0;    // of an update, where its first bytes go; 0 before there is one
     std::uint64_t position = 0; // where the next bytes go

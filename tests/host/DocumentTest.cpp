@@ -56,6 +56,29 @@ TEST_F(DocumentTest, LayersThatAddUpToMoreTilesThanABitmapMayHaveAreRefused) {
     }
 }
 
+// Who said --no-clobber is not to lose what came after that was looked at, whatever it is.
+TEST_F(DocumentTest, FileThatCameMeanwhileStays) {
+    Make(1, 5, 5);
+    auto const document = [&] {
+        auto made = Document::Create(GetPath(), Kernel::ArchiveTarget::OnlyFree);
+        made.width = 77;
+        return made;
+    };
+    try {
+        document().Save({});
+        ADD_FAILURE() << "replaced";
+    } catch (Failure const & failure) {
+        EXPECT_THAT(failure.what(), ::testing::HasSubstr("another program has saved a file there"));
+    }
+    EXPECT_EQ(Document::Open(GetPath()).layers.size(), 1u);
+
+    std::filesystem::remove(GetPath());
+    auto made = document();
+    made.Save({});
+    made.Save({Kernel::ArchiveSaveMode::Compact}); // replaces its own
+    EXPECT_EQ(Document::Open(GetPath()).width, 77);
+}
+
 // One that was left out on loading would be gone with the next save.
 TEST_F(DocumentTest, MoreLayersThanItLoadsAreNotSaved) {
     Make(10000, 1, 1);

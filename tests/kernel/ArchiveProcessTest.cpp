@@ -147,3 +147,55 @@ TEST_F(ArchiveProcess, NoSaveOfTwoProcessesIsLostSilently) {
     EXPECT_EQ(GetState(archive), 2u * savesOfEach) << "every save added one";
     EXPECT_THAT(VerifyArchive(GetPath()).problems, testing::IsEmpty());
 }
+
+// Each finds nothing at the path; all commit at once.
+TEST_F(ArchiveProcess, OneOfManyThatMakeADocumentAtOnceSucceeds) {
+    constexpr int savers = 6, rounds = 20;
+    for (int round = 0; round < rounds; ++round) {
+        int ready[2], start[2];
+        ASSERT_EQ(pipe(ready), 0);
+        ASSERT_EQ(pipe(start), 0);
+        std::vector<pid_t> children;
+        for (int child = 0; child < savers; ++child) {
+            pid_t const pid = fork();
+            ASSERT_GE(pid, 0);
+            if (pid == 0) {
+                char byte = 0;
+                auto const number = static_cast<std::uint32_t>(child + 1);
+                try {
+                    auto const archive = Archive::Create(GetPath(), "Test");
+                    auto session = archive->CreateSession();
+                    session->StoreStream("State", &number, sizeof number);
+                    close(start[1]);
+                    if (write(ready[1], &byte, 1) != 1 || read(start[0], &byte, 1) != 0) // until it is closed
+                        _exit(200);
+                    archive->CloseSession(std::move(session));
+                } catch (ArchiveError const & error) {
+                    _exit(error.GetKind() == ArchiveError::Kind::Changed ? 100 : 201);
+                }
+                _exit(child + 1);
+            }
+            children.push_back(pid);
+        }
+        close(ready[1]);
+        char byte = 0;
+        for (int child = 0; child < savers; ++child)
+            ASSERT_EQ(read(ready[0], &byte, 1), 1);
+        close(ready[0]);
+        close(start[0]);
+        close(start[1]);
+        std::vector<int> results;
+        for (pid_t const child : children) {
+            int status = 0;
+            waitpid(child, &status, 0);
+            results.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+        }
+        std::sort(results.begin(), results.end());
+        auto const state = GetState(Archive::Open(GetPath(), "Test"));
+        EXPECT_EQ(results.front(), static_cast<int>(state)) << "the one that was told so is there";
+        EXPECT_EQ(results[1], 100);
+        EXPECT_EQ(results.back(), 100) << "the others were told that there is another";
+        std::filesystem::remove(GetPath());
+        EXPECT_TRUE(std::filesystem::is_empty(directory.GetPath())) << "something is left behind";
+    }
+}

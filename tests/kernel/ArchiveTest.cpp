@@ -11,6 +11,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <functional>
+#include <iterator>
+#include <utility>
 
 using namespace Kernel;
 using namespace AlbumForTests;
@@ -522,6 +526,62 @@ TEST_F(ArchiveTest, GivesANewFileTheModeOfNewFilesAndHidesThatOfAPrivateOne) {
     ASSERT_EQ(stat(beside.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600u);
     ArchiveDisk::GetSystem()->Remove(beside);
+}
+
+TEST_F(ArchiveTest, NewDocumentIsMadeWhereALinkLeadsThatLeadsNowhere) {
+    std::filesystem::create_directory(directory.GetPath("there"));
+    std::filesystem::create_symlink("there/target.doc", GetPath());
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    EXPECT_TRUE(std::filesystem::is_symlink(GetPath()));
+    ExpectSame(Load(Archive::Open(directory.GetPath("there/target.doc"), "Test")), MakeAlbum(1));
+}
+
+namespace {
+// Does something when a saver has found out what lies at the path.
+class MeanwhileDisk final : public ArchiveDisk {
+public:
+    explicit MeanwhileDisk(std::function<void()> somebodyElse) : meanwhile(std::move(somebodyElse)) {}
+
+    Counted<ArchiveFile> OpenToRead(std::string const & path) override { return disk->OpenToRead(path); }
+    Counted<ArchiveFile> OpenToUpdate(std::string const & path) override {
+        auto const file = disk->OpenToUpdate(path);
+        int const reason = errno;
+        meanwhile();
+        errno = reason;
+        return file;
+    }
+    Counted<ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override {
+        return disk->CreateBeside(path, temporaryPath);
+    }
+    ArchiveReplaced Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path,
+                            ArchiveTarget target) override {
+        return disk->Replace(file, temporaryPath, path, target);
+    }
+    void Remove(std::string const & temporaryPath) override { disk->Remove(temporaryPath); }
+
+private:
+    Counted<ArchiveDisk> const disk = GetSystem();
+    std::function<void()> const meanwhile;
+};
+}
+
+// Of two programs that make a document at one path, the later one doesn't replace what it has never seen.
+TEST_F(ArchiveTest, NewDocumentDoesNotReplaceOneThatCameMeanwhile) {
+    auto const first = MakeAlbum(2, 1), second = MakeAlbum(3, 50);
+    for (bool const isReplacing : {false, true}) {
+        if (isReplacing)
+            Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1, 80));
+        auto const disk = MakeCounted<MeanwhileDisk>([&] { Save(Archive::Create(GetPath(), "Test"), first); });
+        try {
+            Save(Archive::Create(GetPath(), "Test", disk), second);
+            ADD_FAILURE() << "the first document is lost, replacing " << isReplacing;
+        } catch (ArchiveError const & error) {
+            EXPECT_EQ(error.GetKind(), ArchiveError::Kind::Changed) << error.what();
+        }
+        ExpectSame(Load(Archive::Open(GetPath(), "Test")), first);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.GetPath()), {}), 1)
+            << "something is left behind";
+    }
 }
 
 TEST_F(ArchiveTest, WritesTheSameItemsForAnyNumberOfThreads) {

@@ -106,16 +106,20 @@ public:
         Succeed(true);
         return Open(temporary);
     }
-    bool Replace(Kernel::ArchiveFile & file, std::string const & temporary, std::string const & path) override {
+    Kernel::ArchiveReplaced Replace(Kernel::ArchiveFile & file, std::string const & temporary, std::string const & path,
+                                    Kernel::ArchiveTarget target) override {
+        using Kernel::ArchiveReplaced;
         if (!file.Sync())
-            return false;
-        if (IsFailing())
-            return Succeed(false);
+            return ArchiveReplaced::Failed;
+        if (target == Kernel::ArchiveTarget::OnlyFree && inodes.count(path) != 0)
+            return ArchiveReplaced::Occupied;
+        if (!Succeed(!IsFailing()))
+            return ArchiveReplaced::Failed;
         inodes[path] = inodes[temporary];
         inodes[path]->path = path;
         inodes.erase(temporary);
         steps.push_back({Step::Kind::Rename, temporary, path, 0, 0, {}});
-        return Succeed(true);
+        return ArchiveReplaced::Done;
     }
     void Remove(std::string const & temporary) override {
         inodes.erase(temporary);
