@@ -2,18 +2,16 @@
 
 #include "files/DynamicFile.h"
 #include "host/Damage.h"
-#include "host/DocumentDisk.h"
 #include "host/Failure.h"
 #include "host/Formats.h"
-#include "host/JsonReport.h"
 #include "host/OutputFile.h"
 #include "host/Picture.h"
 #include "host/PictureWriter.h"
 #include "host/Signals.h"
 #include "host/Text.h"
 #include "host/commands/Commands.h"
+#include "host/commands/DocumentCommands.h"
 #include "kernel/AffineTransform.h"
-#include "kernel/ArchiveCheck.h"
 #include "pixel/transfer/BitmapTransfer.h"
 #include "pixel/transfer/Fill.h"
 #include "storage/CompressedRasterData.h"
@@ -21,21 +19,27 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdio>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
 namespace Host {
+Kernel::ArchiveTarget GetTarget(bool noClobber) {
+    return noClobber ? Kernel::ArchiveTarget::OnlyFree : Kernel::ArchiveTarget::Any;
+}
+
+void CheckTarget(std::string const & path, bool noClobber) {
+    OutputFile::Check(path, noClobber ? Existing::Keep : Existing::Replace);
+    std::error_code error;
+    bool const isFile = std::filesystem::is_regular_file(path, error);
+    bool const isOther = !isFile && std::filesystem::exists(path, error);
+    if (isOther || (isFile && std::filesystem::file_size(path, error) != 0 && !Document::IsDocument(path)))
+        throw Failure("is there already and is no document; name the new document first");
+}
+
 namespace {
 using Raster::CompressedRasterData;
-
-void Print(std::string const & text) { std::fputs(text.c_str(), stdout); }
-
-/// Progress of work that goes through a document.
-void ShowFraction(void * context, double fraction) { static_cast<Progress *>(context)->Show(fraction); }
 
 /// Opens a picture's header: what is no picture fails here.
 SourceFile OpenPicture(Session & session, std::string const & path, ReadSettings const & reading = {}) {
@@ -60,20 +64,6 @@ Kernel::Counted<Layer> Place(Session & session, std::string const & path) {
     layer->name = std::filesystem::path(path).filename().string().c_str();
     layer->dpi = file.GetDPI();
     return layer;
-}
-
-Kernel::ArchiveTarget GetTarget(bool noClobber) {
-    return noClobber ? Kernel::ArchiveTarget::OnlyFree : Kernel::ArchiveTarget::Any;
-}
-
-/// That nothing but a document is replaced by one: who forgets its name would lose the first picture.
-void CheckTarget(std::string const & path, bool noClobber) {
-    OutputFile::Check(path, noClobber ? Existing::Keep : Existing::Replace);
-    std::error_code error;
-    bool const isFile = std::filesystem::is_regular_file(path, error);
-    bool const isOther = !isFile && std::filesystem::exists(path, error);
-    if (isOther || (isFile && std::filesystem::file_size(path, error) != 0 && !Document::IsDocument(path)))
-        throw Failure("is there already and is no document; name the new document first");
 }
 
 /// That no document is replaced by a picture: `extract DOC 1 DOC` would leave one layer of all.
@@ -288,221 +278,6 @@ bool Compact(Session & session, DocumentSettings const & settings) {
     });
 }
 
-Kernel::ArchiveReport VerifyWithProgress(Session & session, std::string const & path) {
-    Progress progress(session.GetMessages(), path);
-    progress.BeginStep(1);
-    try {
-        auto report = Kernel::VerifyArchive(path, Signals::GetAbortFlag(), ShowFraction, &progress);
-        Signals::ThrowIfAborted();
-        return report;
-    } catch (Kernel::ArchiveError const & error) {
-        throw Document::MakeFailure(error, path);
-    }
-}
-
-bool Verify(Session & session, DocumentSettings const & settings) {
-    bool isWhole = false;
-    return session.Try(settings.document, [&] {
-        auto const report = VerifyWithProgress(session, settings.document);
-        for (auto const & problem : report.problems)
-            Print(fmt::format("{}: {}{}\n", MakePrintable(settings.document),
-                              MakePrintable(Document::WithoutPath(problem.what, settings.document)),
-                              problem.isInUse ? "" : " (no longer in use)"));
-        isWhole = report.problems.empty();
-        Print(fmt::format("{}: {} items, {} checked, {}{}\n", MakePrintable(settings.document), report.itemsChecked,
-                          FormatBytes(report.bytesChecked),
-                          isWhole ? "whole" : fmt::format("{} damaged", report.problems.size()),
-                          report.unfinishedBytes ? ", an unfinished save behind the end" : ""));
-    }) && isWhole;
-}
-
-/// Makes a document that opens of one that lacks its list of layers, or a layer.
-void RepairLayers(Session & session, std::string const & path) {
-    try {
-        static_cast<void>(Document::Open(path));
-    } catch (LaterVersion const &) { // which will know what to make of it
-    } catch (Failure const &) {
-        session.PrepareForPixels();
-        auto document = Document::OpenRemains(path);
-        document.Save({Kernel::ArchiveSaveMode::Update, /*keepDamaged=*/true});
-        session.GetMessages().Warn(path, fmt::format("layers were lost; what is there makes {}, placed files included",
-                                                     document.layers.size()));
-    }
-}
-
-bool Salvage(Session & session, DocumentSettings const & settings) {
-    return session.Try(settings.document, [&] {
-        Blaming(settings.out, [&] { CheckTarget(settings.out, settings.writing.noClobber); });
-        std::error_code none;
-        if (std::filesystem::equivalent(settings.document, settings.out, none))
-            throw Failure("OUT is the damaged document itself; name another file");
-        Progress progress(session.GetMessages(), settings.document);
-        progress.BeginStep(1);
-        try {
-            auto const disk = Kernel::MakeCounted<DocumentDisk>(GetTarget(settings.writing.noClobber));
-            auto const saved = Kernel::SalvageArchive(settings.document, settings.out, Signals::GetAbortFlag(),
-                                                      ShowFraction, &progress, disk, Document::archiveTag);
-            session.GetMessages().Note(settings.document,
-                                       fmt::format("{} items saved, {}; {} lost{}", saved.itemsSaved,
-                                                   FormatBytes(saved.bytesSaved), saved.itemsLost,
-                                                   saved.hasScanned ? "; looked for in all of the file" : ""));
-        } catch (Kernel::ArchiveError const & error) {
-            Signals::ThrowIfAborted();
-            auto failure =
-                Failure(Document::WithoutPath(Document::WithoutPath(error.what(), settings.document), settings.out));
-            if (std::string_view(error.what()).starts_with(settings.out + ": "))
-                failure.SetFile(settings.out);
-            throw failure;
-        }
-        Blaming(settings.out, [&] { RepairLayers(session, settings.out); });
-    });
-}
-
-struct TileCounts {
-    std::uint64_t own = 0, solid = 0, pending = 0;
-};
-
-TileCounts CountTiles(Raster::BitmapCore const & core) {
-    TileCounts counts;
-    for (int plane = 0; plane < core.GetPlaneCount(); ++plane)
-        for (std::size_t i = 0; i < core.GetPlane(plane).GetTileCount(); ++i) {
-            auto const & tile = core.GetPlane(plane).GetTile(i);
-            bool const isSolid = tile.IsZeroTileBuffer() || tile.IsFullTileBuffer() || tile.IsFullFloatTileBuffer();
-            counts.solid += isSolid;
-            counts.own += !isSolid && tile.IsAllocated();
-            counts.pending += tile.IsPendingDelayLoad();
-        }
-    return counts;
-}
-
-/// The items of one type.
-struct ItemCounts {
-    std::uint64_t count = 0, rawBytes = 0, storedBytes = 0;
-};
-
-/// What there is in a document of each kind that people know, in this order.
-constexpr std::array<std::pair<Kernel::IDTag, char const *>, 4> itemKinds{
-    {{"Data", "files"}, {"DatI", "tiles"}, {"ShOb", "shared"}, {"Strm", "streams"}}};
-
-ItemCounts CountItems(Kernel::ArchiveInfo const & info, Kernel::IDTag type) {
-    ItemCounts counts;
-    for (auto const & item : info.items)
-        if (item.type == type) {
-            ++counts.count;
-            counts.rawBytes += item.rawSize;
-            counts.storedBytes += item.storedSize;
-        }
-    return counts;
-}
-
-/// A document, and what checking it has found.
-struct Inspection {
-    Document document;
-    Kernel::ArchiveInfo info;
-    std::size_t damaged;
-};
-
-Inspection Inspect(Session & session, std::string const & path) {
-    auto const report = VerifyWithProgress(session, path);
-    auto document = Document::Open(path);
-    auto info = document.GetArchive().GetInfo();
-    auto const damaged = std::count_if(report.problems.begin(), report.problems.end(),
-                                       [](Kernel::ArchiveProblem const & problem) { return problem.isInUse; });
-    return {std::move(document), std::move(info), static_cast<std::size_t>(damaged)};
-}
-
-void PrintInfo(Inspection const & inspection) {
-    auto const & [document, info, damaged] = inspection;
-    Print(fmt::format("{}\n  canvas       {} x {} pixels\n  file         {}, of which {} dead, commit {}\n"
-                      "  items        {}, {} damaged{}\n",
-                      MakePrintable(document.GetPath()), document.width, document.height, FormatBytes(info.fileBytes),
-                      FormatBytes(info.deadBytes), info.commitNumber, info.items.size(), damaged,
-                      damaged ? " (`raster document verify` tells which)" : ""));
-    for (auto const & [type, name] : itemKinds)
-        if (auto const counts = CountItems(info, type); counts.count != 0)
-            Print(fmt::format("  {:<12} {}, {}{}\n", name, counts.count, FormatBytes(counts.storedBytes),
-                              counts.rawBytes != counts.storedBytes
-                                  ? fmt::format(" for {}", FormatBytes(counts.rawBytes))
-                                  : std::string()));
-    for (std::size_t i = 0; i < document.layers.size(); ++i) {
-        auto const & layer = *document.layers[i];
-        auto const tiles = CountTiles(*layer.bitmap.GetCore());
-        Print(fmt::format("  layer {:<6} {} ({} x {} {}, at {},{}, opacity {:g}), {}\n", i + 1,
-                          MakePrintable(layer.name.GetCharacters()), layer.bitmap.GetWidth(), layer.bitmap.GetHeight(),
-                          GetFormatName(layer.bitmap.GetFormat()), layer.offset.x, layer.offset.y, layer.opacity,
-                          layer.bitmap.IsPendingDelayLoad()
-                              ? std::string("pending: as its file")
-                              : fmt::format("{} tiles of its own, {} solid", tiles.own, tiles.solid)));
-    }
-}
-
-void WriteLayer(JsonWriter & json, Layer const & layer) {
-    auto const number = [&](char const * name, double value) {
-        json.Name(name);
-        json.Number(value);
-    };
-    auto const count = [&](char const * name, std::uint64_t value) {
-        json.Name(name);
-        json.Number(value);
-    };
-    auto const tiles = CountTiles(*layer.bitmap.GetCore());
-    json.BeginObject();
-    json.Name("name");
-    json.Text(layer.name.GetCharacters());
-    count("width", static_cast<std::uint64_t>(layer.bitmap.GetWidth()));
-    count("height", static_cast<std::uint64_t>(layer.bitmap.GetHeight()));
-    json.Name("format");
-    json.Text(GetFormatName(layer.bitmap.GetFormat()));
-    number("x", layer.offset.x);
-    number("y", layer.offset.y);
-    number("opacity", static_cast<double>(layer.opacity));
-    json.Name("isPending");
-    json.Boolean(layer.bitmap.IsPendingDelayLoad());
-    count("ownTiles", tiles.own);
-    count("solidTiles", tiles.solid);
-    count("pendingTiles", tiles.pending);
-    json.EndObject();
-}
-
-void WriteInfo(JsonWriter & json, Inspection const & inspection) {
-    auto const & [document, info, damaged] = inspection;
-    auto const number = [&](char const * name, std::uint64_t value) {
-        json.Name(name);
-        json.Number(value);
-    };
-    number("width", static_cast<std::uint64_t>(document.width));
-    number("height", static_cast<std::uint64_t>(document.height));
-    number("fileBytes", info.fileBytes);
-    number("deadBytes", info.deadBytes);
-    number("commit", info.commitNumber);
-    number("items", info.items.size());
-    number("damaged", damaged);
-    json.Name("kinds");
-    json.BeginObject();
-    for (auto const & [type, name] : itemKinds) {
-        auto const counts = CountItems(info, type);
-        json.Name(name);
-        json.BeginObject();
-        number("count", counts.count);
-        number("bytes", counts.rawBytes);
-        number("storedBytes", counts.storedBytes);
-        json.EndObject();
-    }
-    json.EndObject();
-    json.Name("layers");
-    json.BeginArray();
-    for (auto const & layer : document.layers)
-        WriteLayer(json, *layer);
-    json.EndArray();
-}
-
-bool Info(Session & session, DocumentSettings const & settings) {
-    if (settings.json)
-        return PrintJsonReport(session, {settings.document}, [&](JsonWriter & json, std::string const & path) {
-            WriteInfo(json, Inspect(session, path));
-        });
-    return session.Try(settings.document, [&] { PrintInfo(Inspect(session, settings.document)); });
-}
 }
 
 bool RunDocument(Session & session, DocumentSettings const & settings) {
@@ -511,7 +286,7 @@ bool RunDocument(Session & session, DocumentSettings const & settings) {
     case DocumentAction::Create:
         return Create(session, settings);
     case DocumentAction::Info:
-        return Info(session, settings);
+        return ShowDocument(session, settings);
     case DocumentAction::Extract:
         return Extract(session, settings);
     case DocumentAction::Fill:
@@ -523,9 +298,9 @@ bool RunDocument(Session & session, DocumentSettings const & settings) {
     case DocumentAction::Compact:
         return Compact(session, settings);
     case DocumentAction::Verify:
-        return Verify(session, settings);
+        return VerifyDocument(session, settings);
     case DocumentAction::Salvage:
-        return Salvage(session, settings);
+        return SalvageDocument(session, settings);
     }
     return false;
 }
