@@ -99,7 +99,7 @@ public:
     ArchiveSessionHandle CreateSession(ArchiveSaveMode mode = ArchiveSaveMode::Update);
     /// Commits. On success the items that were stored are no longer dirty, unless they were changed meanwhile, and can
     /// be loaded from here; items of this document that the save left out are no longer part of it.
-    /// Throws `ArchiveError`; `Unknown` says that the disk did not confirm the last step.
+    /// Throws `ArchiveError`; `Unknown` says that the disk did not confirm the last step. Save again then.
     ArchiveSaveCounts CloseSession(ArchiveSessionHandle session);
 
 private:
@@ -131,5 +131,6 @@ private:
     Counted<ArchiveSnapshot const> previous; // guarded by snapshotLock; the one before the last save of this archive
     std::unique_ptr<HolderTable> const holders;
     std::atomic<std::uint32_t> unconfirmedCommit{0}; // of the last save whose last sync failed
+    std::atomic<bool> isNameUnconfirmed{false};      // the last save's, whose file took the place of another one
 };
 }

@@ -17,7 +17,7 @@ public:
         Changed,     ///< another program has saved the document since it was opened, or put one there
         Busy,        ///< another program is saving it at this moment
         WriteFailed, ///< nothing was committed: the document is as it was
-        Unknown      ///< the last sync failed: the document is the old or the new one
+        Unknown      ///< the last sync failed: the document is the old or the new one, now or after a power cut
     };
 
     ArchiveError(Kind errorKind, std::string const & what);

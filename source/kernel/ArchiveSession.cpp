@@ -59,7 +59,9 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
     auto const dead = base ? base->GetDeadBytes() : 0;
     bool const isMostlyDead = dead > leastDeadBytes && dead > base->GetEnd() / 2;
     bool const hasNumbersLeft = GetLastNumber() != lastNumber; // a new file counts from 1 again
-    isUpdate = base && mode == ArchiveSaveMode::Update && !isMostlyDead && hasNumbersLeft;
+    // A file whose name the disk did not confirm gets it anew: what is appended to it would go with it.
+    bool const hasName = !archive->isNameUnconfirmed;
+    isUpdate = base && mode == ArchiveSaveMode::Update && !isMostlyDead && hasNumbersLeft && hasName;
     if (base) {
         auto const count = base->GetEntries().size();
         entries.reserve(count);
@@ -636,14 +638,19 @@ void ArchiveSession::Commit() {
     errno = 0;
     if (!file->Sync())
         FailWrite(archive->GetPath(), "the disk did not take it");
-    CommitFooter(footer);
+    bool const isConfirmed = CommitFooter(footer);
 
     archive->SetSnapshot(MakeCounted<ArchiveSnapshot>(archive->GetPath(), isUpdate ? base->GetFile() : file, header,
                                                       footer, std::move(entries)));
     AfterCommit();
+    if (!isConfirmed)
+        Fail(ArchiveError::Kind::Unknown, archive->GetPath(),
+             "saved, but the disk did not confirm its name: after a power cut the old document may be there. Save "
+             "again");
 }
 
-void ArchiveSession::CommitFooter(Footer const & footer) {
+/// @return false if the document is the new one, and may be the old one after a power cut.
+bool ArchiveSession::CommitFooter(Footer const & footer) {
     auto const & path = archive->GetPath();
     auto const bytes = footer.Encode();
     Append({bytes.begin(), bytes.end()});
@@ -657,7 +664,7 @@ void ArchiveSession::CommitFooter(Footer const & footer) {
                  "the disk did not confirm the last step; the document is the old or the new one. Save again");
         }
         file->Unlock();
-        return;
+        return true;
     }
     auto const replaced =
         isSynced ? archive->disk->Replace(*file, temporaryPath, path, target) : ArchiveReplaced::Failed;
@@ -667,7 +674,9 @@ void ArchiveSession::CommitFooter(Footer const & footer) {
         FailWrite(path, "it could not be put in the place of the old one");
     isOpen = false;
     archive->unconfirmedCommit = 0; // that was in the old file
+    archive->isNameUnconfirmed = replaced == ArchiveReplaced::Unconfirmed;
     file->Unlock();
+    return replaced == ArchiveReplaced::Done;
 }
 
 // Holders whose items were taken load from here from now on.

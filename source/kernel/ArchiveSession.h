@@ -111,7 +111,7 @@ private:
     void KeepUnread();
     [[noreturn]] void FailUnread() const;
     void Commit();
-    void CommitFooter(ArchiveLayout::Footer const & footer);
+    bool CommitFooter(ArchiveLayout::Footer const & footer);
     void Undo() noexcept;
     void AfterCommit();
 

@@ -292,13 +292,48 @@ cp a.doc full.doc
 Says "nothing was saved"
 Same full.doc a.doc
 
-# --- Nor does one that nothing may be written to.
-if [ "$(id -u)" -ne 0 ]; then
-    chmod 444 full.doc
-    Run 1 fill full.doc --layer 1 --rect 0,0,5,5 --colour white
-    Says "Permission denied"
-    Same full.doc a.doc
+# --- Nor does one that nothing may be written to. Root may always, so it becomes somebody else, in a place that is open to
+# all: this folder may lie where nobody but its owner gets to.
+own=$raster place=$(mktemp -d)
+trap 'chmod -R u+rwx "$place"; rm -rf "$place"' EXIT
+mkdir "$place/open" "$place/shut" "$place/blind"
+for folder in open shut blind; do
+    cp a.doc "$place/$folder/a.doc"
+done
+if [ "$(id -u)" -eq 0 ]; then
+    chown -R 65534:65534 "$place"
+    cp "$own" "$place/program"
+    printf '#!/bin/sh\nexec setpriv --reuid 65534 --regid 65534 --clear-groups "%s" "$@"\n' "$place/program" >"$place/raster"
+    chmod 755 "$place/program" "$place/raster"
+    raster=$place/raster
 fi
+chmod 444 "$place/open/a.doc"
+chmod 555 "$place/shut"
+chmod 333 "$place/blind"
+# LeavesNothing FOLDER: there is nothing in it but the document.
+LeavesNothing() { [ "$(ls -A "$place/$1")" = a.doc ] || Fail "$last: leaves something behind"; }
+if "$raster" --version >stdout.txt 2>&1; then
+    Run 1 fill "$place/open/a.doc" --layer 1 --rect 0,0,5,5 --colour white
+    Says "Permission denied"
+    Run 1 compact "$place/open/a.doc"
+    Says "Permission denied"
+    Same "$place/open/a.doc" a.doc
+    LeavesNothing open
+    Run 1 create "$place/shut/b.doc" $badge
+    Says "nothing can be written to the folder"
+    Run 1 compact "$place/shut/a.doc"
+    Says "no file can be made beside it: Permission denied; nothing was saved"
+    Same "$place/shut/a.doc" a.doc
+    Run 0 fill "$place/shut/a.doc" --layer 1 --rect 0,0,5,5 --colour white # which needs no other file
+    LeavesNothing shut
+    Run 0 compact "$place/blind/a.doc"
+    Run 0 verify "$place/blind/a.doc"
+    chmod 755 "$place/blind"
+    LeavesNothing blind
+else
+    echo "not tested: what a user who isn't root may not write to"
+fi
+raster=$own
 
 # --- Ended by a signal, nothing is left behind, and soon.
 for number in 1 2 3 4 5 6 7 8; do

@@ -432,6 +432,47 @@ TEST(ArchiveUpdate, CutIsSyncedBeforeTheNextSaveWrites) {
             }
 }
 
+// The file is there, and the next one is as safe as any: it doesn't grow under a name that may be gone.
+TEST(ArchiveFile, NameThatTheDiskDidNotConfirmIsToldOfAndGivenAnew) {
+    for (auto const & before : {MemoryDisk::Files(), MakeDocument()}) {
+        auto const save = [&](std::uint64_t failing) {
+            auto const disk = MakeCounted<MemoryDisk>(before);
+            auto const archive =
+                before.empty() ? Archive::Create(path, "Test", disk) : Archive::Open(path, "Test", disk);
+            auto album = MakeSmallAlbum(3, 60);
+            disk->FailAt(failing);
+            try {
+                Save(archive, album, ArchiveSaveMode::Compact);
+                EXPECT_EQ(failing, 0u) << "the saver wasn't told";
+            } catch (ArchiveError const & error) {
+                EXPECT_EQ(error.GetKind(), ArchiveError::Kind::Unknown) << error.what();
+                EXPECT_NE(failing, 0u);
+            }
+            EXPECT_THAT(ContentOf(disk->GetFiles()), SizeIs(3));
+            EXPECT_THAT(disk->GetFiles(), SizeIs(1));
+            EXPECT_EQ(ContentOf(archive), ContentOf(disk->GetFiles())) << "it is what is loaded from";
+            auto const steps = disk->GetOperationCount();
+
+            disk->FailAt(0);
+            Change(album.blobs[1], MakeBytes(70, 300));
+            Save(archive, album);
+            bool const isAnew = std::count_if(disk->steps.begin(), disk->steps.end(), [](auto const & step) {
+                                    return step.kind == MemoryDisk::Step::Kind::Rename;
+                                }) == 2;
+            EXPECT_EQ(isAnew, failing != 0);
+            std::mt19937 random(3);
+            auto const left = CrashedDisk(before, disk->steps, disk->steps.size(), CrashedDisk::Rest::Lost, random);
+            EXPECT_EQ(ContentOf(left.files)[1], MakeBytes(70, 300));
+            auto const written = disk->steps.size();
+            Save(archive, album); // and grows from then on
+            for (std::size_t i = written; i < disk->steps.size(); ++i)
+                EXPECT_NE(disk->steps[i].kind, MemoryDisk::Step::Kind::Create);
+            return steps;
+        };
+        save(save(0)); // the last step
+    }
+}
+
 // What is whole of a later state could be salvaged until a save cuts it off.
 TEST(ArchiveUpdate, IsRefusedBehindALaterStateThatIsDamaged) {
     auto const end = MakeDocument(4, 2).at(path).size();

@@ -20,7 +20,7 @@ public:
 
     /// One step that reached the disk, or its cache.
     struct Step {
-        enum class Kind { Write, Truncate, Sync, Create, Rename, Remove } kind;
+        enum class Kind { Write, Truncate, Sync, Create, Rename, SyncNames, Remove } kind;
         std::string path, target;
         std::uint64_t offset = 0, size = 0;
         Content bytes;
@@ -119,6 +119,9 @@ public:
         inodes[path]->path = path;
         inodes.erase(temporary);
         steps.push_back({Step::Kind::Rename, temporary, path, 0, 0, {}});
+        if (!Succeed(!IsFailing()))
+            return ArchiveReplaced::Unconfirmed;
+        steps.push_back({Step::Kind::SyncNames, path, {}, 0, 0, {}});
         return ArchiveReplaced::Done;
     }
     void Remove(std::string const & temporary) override {
@@ -178,8 +181,7 @@ public:
         using Kind = MemoryDisk::Step::Kind;
         for (std::size_t i = 0; i < count; ++i) {
             auto const & step = steps[i];
-            bool const isSafe = step.kind == Kind::Create || step.kind == Kind::Rename || step.kind == Kind::Remove ||
-                                IsSynced(steps, i, count);
+            bool const isSafe = step.kind == Kind::Create || step.kind == Kind::Remove || IsSynced(steps, i, count);
             if (isSafe || rest == Rest::Kept)
                 Apply(step, 0, step.bytes.size());
             else if (rest == Rest::Torn)
@@ -195,8 +197,11 @@ private:
     using Step = MemoryDisk::Step;
 
     static bool IsSynced(std::vector<Step> const & steps, std::size_t i, std::size_t count) {
+        bool const isRename = steps[i].kind == Step::Kind::Rename;
+        auto const syncing = isRename ? Step::Kind::SyncNames : Step::Kind::Sync;
+        auto const & path = isRename ? steps[i].target : steps[i].path;
         for (std::size_t j = i + 1; j < count; ++j)
-            if (steps[j].kind == Step::Kind::Sync && steps[j].path == steps[i].path)
+            if (steps[j].kind == syncing && steps[j].path == path)
                 return true;
         return false;
     }
@@ -238,6 +243,7 @@ private:
             break;
         }
         case Step::Kind::Sync:
+        case Step::Kind::SyncNames:
             break;
         }
     }
