@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <limits>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -101,7 +102,7 @@ public:
 
 private:
     template<class Work>
-    static auto Time(double & seconds, Work && work) {
+    static std::invoke_result_t<Work> Time(double & seconds, Work && work) {
         double const before = Fastest::GetSeconds(CLOCK_MONOTONIC);
         auto const result = work();
         seconds += Fastest::GetSeconds(CLOCK_MONOTONIC) - before;

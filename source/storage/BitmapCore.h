@@ -14,6 +14,7 @@
 #include "storage/PlaneCore.h"
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -153,8 +154,30 @@ public:
     /// empty rect changes nothing.
     void InvalidateMipmaps(Kernel::RectT<int> changed);
     /// What every operation that wrote pixels does in the end: records the change, and with mipmap mode 1 brings the
-    /// levels up to date at once.
+    /// levels up to date at once. A save between the first write and this call stores levels that don't show what was
+    /// written, and passes them off as valid: take a `WriteInProgress` where others may save meanwhile.
     void RecordWrite(Kernel::RectT<int> changed, bool * abort);
+    /// Says, as long as it lives, that pixels are being written that `RecordWrite` wasn't told of yet. A save that
+    /// meets one builds the levels that it stores from the pixels that it stores. The library's own operations have
+    /// one; so should who writes through guards or accessors while others may save, from before the first write until
+    /// the write was recorded. Costs next to nothing, and nothing at all without levels. Threads: any number at once.
+    class WriteInProgress {
+    public:
+        explicit WriteInProgress(BitmapCore & written) noexcept
+            : bitmap(written.mipmapMode != MipmapModeNone ? &written : nullptr) {
+            if (bitmap)
+                bitmap->writesBegun.fetch_add(1, std::memory_order_relaxed);
+        }
+        WriteInProgress(WriteInProgress const &) = delete;
+        WriteInProgress & operator=(WriteInProgress const &) = delete;
+        ~WriteInProgress() {
+            if (bitmap)
+                bitmap->writesEnded.fetch_add(1, std::memory_order_release);
+        }
+
+    private:
+        BitmapCore * const bitmap; // not owned; null if there are no levels
+    };
     /// Brings the levels up to `level` + 1, or all of them if it is 0, up to date with the pixels. A pending bitmap
     /// stays as it is.
     void UpdateMipmaps(int level, bool * abort) const;
@@ -211,6 +234,9 @@ private:
     mutable std::atomic<bool> pendingDelayLoad{false}; // cleared with release order once the planes are filled
     // The thread that is in the loader now; written under delayLoadLock.
     mutable std::atomic<std::thread::id> loadingThread{};
+    // A write that a copy of the planes shows has let go of a tile before, so that whoever took the copy sees that the
+    // write has begun; and one that is seen to have ended has been recorded.
+    std::atomic<std::uint64_t> writesBegun{0}, writesEnded{0};
     Kernel::Counted<Kernel::DelayLoadHolder> backing;
     Kernel::Counted<Kernel::Countable const> profile;
 

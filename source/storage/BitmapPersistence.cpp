@@ -62,6 +62,9 @@ void BitmapCore::SaveInline(Kernel::OutSerialiser & serialiser) const {
         ForceDelayLoad(nullptr);
     if (hasLevels)
         UpdateMipmaps(0, nullptr);
+    // In this order: if all that have begun have ended, and none begins until the levels are copied, none is under way.
+    auto const writesBefore = writesBegun.load(std::memory_order_relaxed);
+    bool const isBeingWritten = writesEnded.load(std::memory_order_acquire) != writesBefore;
     auto const levels = mipmaps.GetLevels();
     // Whatever is loaded or painted from here on, this is what is saved.
     auto const saved = CloneWithoutLevels();
@@ -82,7 +85,9 @@ void BitmapCore::SaveInline(Kernel::OutSerialiser & serialiser) const {
     if (!hasLevels)
         return;
     saved->CopyLevelsFrom(*this);
-    if (!saved->mipmaps.HasSameChanges(levels)) { // they may show what was painted after the planes were taken
+    // They may show what was painted after the planes were taken, or not show what was painted before.
+    if (isBeingWritten || writesBegun.load(std::memory_order_relaxed) != writesBefore ||
+        !saved->mipmaps.HasSameChanges(levels)) {
         saved->InvalidateMipmaps();
         saved->UpdateMipmaps(0, nullptr);
     }

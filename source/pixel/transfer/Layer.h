@@ -42,6 +42,7 @@ inline Kernel::RectT<int> GetWorkRect(Kernel::RectT<int> const & bounds, Transfe
 /// too, since it stays.
 template<class Work>
 void WriteRecorded(BitmapCore & dest, Kernel::RectT<int> const & changed, bool * abort, Work && work) {
+    BitmapCore::WriteInProgress const mark(dest);
     try {
         work();
     } catch (...) {
