@@ -4,7 +4,6 @@
 #include "kernel/Dispatch.h"
 #include "kernel/MemoryOutStream.h"
 #include "kernel/OutSerialiserFile.h"
-#include "pixel/transfer/Fill.h"
 #include "pixel/transfer/Layer.h"
 #include "storage/BackstoreFile.h"
 #include "storage/BackstoreReadError.h"
@@ -16,7 +15,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <iterator>
 #include <optional>
 #include <thread>
 
@@ -273,36 +271,6 @@ TEST_F(DocumentEditingTest, LevelsThatAreSavedWhileAWriteBeginsFitThePlanes) {
                  });
     EXPECT_TRUE(HasProperty(document, "Bckg"));
     EXPECT_FALSE(HasProperty(document, "MT11"));
-}
-
-TEST_F(DocumentEditingTest, LevelsThatAreSavedWhileManyPaintFitThePlanes) {
-    auto bitmap = MakeBitmap(600, 600, RGBA8);
-    FillAll(bitmap, 1);
-    Allow(RasterSerialisationStrategy::SaveMipmaps);
-    std::atomic<bool> isOver{false};
-    std::vector<std::thread> painters;
-    for (int painter = 0; painter < 2; ++painter)
-        painters.emplace_back([&, painter] {
-            PixelOf<RGBA8Tuple> pixel{};
-            for (int i = 0; !isOver; ++i) {
-                std::fill(std::begin(pixel.channels), std::end(pixel.channels),
-                          static_cast<std::uint8_t>(40 * i + painter));
-                int const left = painter == 0 ? 0 : 256; // tiles of its own
-                Fill(bitmap, {left, 0, left + 256, 600}, DynamicPixel(pixel), 1.0f);
-            }
-        });
-    int stored = 0;
-    for (int i = 0; i < saves; ++i) {
-        auto const document = Create();
-        Save(document, bitmap);
-        bool const hasLevels = HasProperty(document, "MT11"); // they may have gone out of date in the last moment
-        EXPECT_TRUE(!hasLevels || HasFittingLevel(Load(Open()))) << "save " << i;
-        stored += hasLevels;
-    }
-    EXPECT_GT(stored, 0);
-    isOver = true;
-    for (auto & painter : painters)
-        painter.join();
 }
 
 TEST_F(DocumentEditingTest, PictureThatIsDecodedAndPaintedWhileItIsSavedIsStillItsFile) {
