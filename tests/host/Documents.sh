@@ -9,6 +9,9 @@ mkdir -p "$3/in"
 cd "$3" || exit 1
 failures=0
 
+# Where the first item of a type begins in a file; types lie in it backwards. Its id is random, line ends included.
+FindItem() { perl -0777 -ne "print \$-[0] if /Item.{20}$2/s" "$1"; }
+
 Fail() {
     printf 'FAILED: %s\n' "$*"
     failures=$((failures + 1))
@@ -238,7 +241,7 @@ done
 
 # --- A damaged profile isn't left out of the next save unawares.
 cp a.doc broken.doc
-Flip broken.doc $(($(LC_ALL=C grep -obUaP 'Item.{20}bOhS' a.doc | head -1 | cut -d: -f1) + 200))
+Flip broken.doc $(($(FindItem a.doc bOhS) + 200))
 Run 1 verify broken.doc
 Prints "of type ShOb"
 cp broken.doc untouched.doc
@@ -268,7 +271,7 @@ Run 0 fill broken.doc --layer 1 --rect 0,0,9,9 --colour white --keep-damaged
 
 # --- A damaged tile is told of, and isn't painted on unawares.
 cp a.doc broken.doc
-Flip broken.doc $(($(LC_ALL=C grep -obUaP 'Item.{20}ItaD' a.doc | head -1 | cut -d: -f1) + 300))
+Flip broken.doc $(($(FindItem a.doc ItaD) + 300))
 Run 1 verify broken.doc
 Prints "of type DatI"
 Run 0 info broken.doc

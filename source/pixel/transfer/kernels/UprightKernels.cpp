@@ -51,7 +51,7 @@ struct Neighbours {
 
 // Calls a function with what finds the neighbours of the columns from `i` on in a plane. The columns of one vector lie
 // close together as a rule: then their samples are looked up in a table of one vector or of two. A matrix that shrinks
-// further has them collected one by one.
+// further has them gathered from all over the plane.
 template<class Function>
 HWY_INLINE void VisitLookUp(UprightColumns const & columns, int i, Function const & function) {
     Columns const d;
@@ -59,7 +59,8 @@ HWY_INLINE void VisitLookUp(UprightColumns const & columns, int i, Function cons
     auto const lanes = static_cast<int>(hn::Lanes(d));
     auto const ends = std::minmax(columns.cells[i], columns.cells[i + lanes - 1]); // cells never turn back
     std::int32_t const first = ends.first, distance = ends.second + 1 - first;
-    auto const left = hn::Sub(hn::LoadU(whole, columns.cells + i), hn::Set(whole, first));
+    auto const cells = hn::LoadU(whole, columns.cells + i);
+    auto const left = hn::Sub(cells, hn::Set(whole, first));
     auto const right = hn::Add(left, hn::Set(whole, 1));
     if (distance < lanes) {
         auto const leftIndices = hn::IndicesFromVec(d, left), rightIndices = hn::IndicesFromVec(d, right);
@@ -83,12 +84,7 @@ HWY_INLINE void VisitLookUp(UprightColumns const & columns, int i, Function cons
         });
     } else {
         function([&](float const * plane) -> Neighbours {
-            HWY_ALIGN float lefts[hn::MaxLanes(d)], rights[hn::MaxLanes(d)];
-            for (int lane = 0; lane < lanes; ++lane) {
-                lefts[lane] = plane[columns.cells[i + lane]];
-                rights[lane] = plane[columns.cells[i + lane] + 1];
-            }
-            return {hn::Load(d, lefts), hn::Load(d, rights)};
+            return {hn::GatherIndex(d, plane, cells), hn::GatherIndex(d, plane + 1, cells)};
         });
     }
 }
