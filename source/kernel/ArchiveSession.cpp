@@ -125,10 +125,22 @@ void ArchiveSession::OpenForUpdate() {
     isOpen = true;
 }
 
-// Before the first byte is written, when it is known what to do with damage.
+// Before the first byte is written. A save that could not begin never does: it has no place to write to.
 void ArchiveSession::Begin() {
+    if (refusal)
+        std::rethrow_exception(refusal);
     if (!base || std::exchange(hasBegun, true))
         return;
+    try {
+        FindStart();
+    } catch (...) {
+        refusal = std::current_exception();
+        throw;
+    }
+}
+
+// Now that it is known what to do with damage.
+void ArchiveSession::FindStart() {
     // Our own last save, if the disk did not confirm it, is what is saved now.
     bool const isBeforeDamage = archive->unconfirmedCommit <= base->GetNewestFooter() && base->IsFollowedByDamage();
     if (isBeforeDamage && !keepsDamaged)

@@ -7,6 +7,7 @@
 #include "kernel/FileStoreOut.h"
 #include "kernel/PositionTable.h"
 
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -79,6 +80,7 @@ private:
     void OpenForUpdate();
     void OpenAnew();
     void Begin();
+    void FindStart();
     ItemID Refer(ItemID id);
     std::vector<ItemID> TakeReferences();
     void TakeStreamName(std::string const & name);
@@ -121,6 +123,7 @@ private:
     bool isOpen = false;                       // there is something to undo
     bool keepsDamaged = false;
     bool hasBegun = false;
+    std::exception_ptr refusal; // why it could not begin
     Counted<ArchiveFile> file;
     Counted<ArchiveFile> locked;               // the file that is replaced, while other savers are kept out of it
     ArchiveTarget target = ArchiveTarget::Any; // of a file that is written anew
