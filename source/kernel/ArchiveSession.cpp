@@ -27,6 +27,7 @@ namespace {
 constexpr std::uint64_t batchBytes = 16 << 20;
 constexpr std::uint64_t leastDeadBytes = 16 << 20; // below that a file is never written anew
 constexpr std::uint32_t lastNumber = 0xffffffff;   // of a commit
+constexpr int mostOfOneHash = 8; // of different content with one hash there is more only in a file that was made so
 constexpr FileStoreCompressionHintGeneral const * noHint = nullptr;
 
 // Of streams and shared objects: small, and read whenever the document is opened.
@@ -467,6 +468,9 @@ void ArchiveSession::AddEntry(Entry entry) {
 }
 
 void ArchiveSession::RememberHash(std::uint64_t hash, ItemID id) {
+    int known = 0;
+    if (itemByHash.Find(hash, 0, [&](std::size_t i) { return hashes[i].first == hash && ++known == mostOfOneHash; }))
+        return; // nobody would look at it
     itemByHash.Add(hash, 0, hashes.size());
     hashes.emplace_back(hash, id);
 }
@@ -494,7 +498,7 @@ std::optional<ItemID> ArchiveSession::FindEqual(Pending const & item) {
         bool const isSame = entry && entry->rawHash == hash && IsEqual(item, entry->id);
         return isSame ? std::optional(KeepItem(*base, entry->id, Content::Kept)) : std::nullopt;
     }
-    int attempts = 8; // of different content with one hash there is more only in a file that was made so
+    int attempts = mostOfOneHash;
     auto const found = itemByHash.Find(hash, 0, [&](std::size_t i) {
         return hashes[i].first == hash && attempts-- > 0 && IsEqual(item, hashes[i].second);
     });

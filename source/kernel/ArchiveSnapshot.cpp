@@ -52,7 +52,7 @@ ArchiveSnapshot::ArchiveSnapshot(std::string snapshotPath, Counted<ArchiveFile c
     for (std::size_t i = 0; i < entries.size(); ++i) {
         if (!Find(entries[i].id))
             byID.Add(entries[i].id.commit, entries[i].id.number, i);
-        if (entries[i].type == ArchiveTags::stream)
+        if (entries[i].type == ArchiveTags::stream && !FindStream(entries[i].name))
             streamsByName.Add(Hash64(entries[i].name.data(), entries[i].name.size()), 0, i);
     }
 }

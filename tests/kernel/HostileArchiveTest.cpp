@@ -16,6 +16,7 @@
 #include <zstd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 #include <unordered_set>
 
@@ -544,4 +545,24 @@ TEST(HostileArchive, IdsCannotBeChosenToCollide) {
     for (std::size_t i = 0; i < ids.bucket_count(); ++i)
         fullest = std::max(fullest, ids.bucket_size(i));
     EXPECT_LT(fullest, 40u);
+}
+
+// Tables of positions have one place for one key: each further item under it would be looked for behind all others.
+TEST(HostileArchive, ManyItemsOfOneNameAndOneHashTakeNoLongerThanOthers) {
+    using Clock = std::chrono::steady_clock;
+#ifdef RASTER_SANITIZED
+    constexpr std::uint64_t count = 100000;
+#else
+    constexpr std::uint64_t count = 300000;
+#endif
+    HostileFile file;
+    for (std::uint64_t i = 1; i <= count; ++i)
+        file.AddStream(i);
+    file.AddCommit();
+    auto const begin = Clock::now();
+    auto const archive = Archive::Open("hostile.doc", "Test", MakeDisk(file.bytes));
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10)) << "to open it";
+    auto const opened = Clock::now();
+    EXPECT_TRUE(archive->CreateSession());
+    EXPECT_LT(Clock::now() - opened, std::chrono::seconds(10)) << "to begin a save";
 }
