@@ -515,10 +515,23 @@ ArchiveSession::Pending const * ArchiveSession::FindPending(ItemID id) const {
     return found != pending.end() ? &*found : nullptr;
 }
 
+namespace {
+bool AreSame(std::vector<ItemID> some, std::vector<ItemID> others) {
+    if (some == others) // mostly in the same order too
+        return true;
+    std::sort(some.begin(), some.end());
+    std::sort(others.begin(), others.end());
+    return some == others;
+}
+}
+
+// What is equal stands for the item in all that it does: content, and what its header has to stay with it, of which the
+// content may say nothing.
 bool ArchiveSession::IsEqual(Pending const & item, ItemID other) const {
     if (auto const * const waiting = FindPending(other)) {
         bool const isSameName = item.header.type != ArchiveTags::stream || waiting->header.name == item.header.name;
-        return waiting->header.type == item.header.type && isSameName && waiting->raw == item.raw;
+        return waiting->header.type == item.header.type && isSameName && waiting->raw == item.raw &&
+               AreSame(waiting->header.references, item.header.references);
     }
     auto const * const known = FindEntry(other);
     auto const * const entry = known ? known : base ? base->Find(other) : nullptr;
@@ -529,8 +542,12 @@ bool ArchiveSession::IsEqual(Pending const & item, Entry const & entry, ArchiveF
     bool const isSameName = item.header.type != ArchiveTags::stream || entry.name == item.header.name;
     if (entry.type != item.header.type || entry.rawSize != item.raw.size() || !isSameName)
         return false;
+    ArchiveItemReader const reader(place, archive->GetPath());
     try {
-        return ArchiveItemReader(place, archive->GetPath()).ReadRaw(entry) == item.raw;
+        auto const & needed = item.header.references;
+        if ((!needed.empty() || entry.HasReferences()) && !AreSame(reader.ReadHeader(entry).references, needed))
+            return false;
+        return reader.ReadRaw(entry) == item.raw;
     } catch (ArchiveError const &) {
         return false; // a damaged one is no stand-in
     }

@@ -306,6 +306,29 @@ TEST_F(ArchiveTest, KeepsAStreamThatIsNotStoredAnew) {
     ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(3));
 }
 
+// The items that a stream names without holding them are part of what it is.
+TEST_F(ArchiveTest, StreamOfTheSameContentThatNamesOtherItemsIsAnotherOne) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto const store = [&](Album const & album) {
+        auto session = archive->CreateSession();
+        session->StoreProperties("Note", "Note", 1, [&](OutSerialiser & out) {
+            out.SaveType("Valu", 5);
+            out.SaveObjectEnumeratePathsOnlyI(album);
+        });
+        return archive->CloseSession(std::move(session)).itemsAdded;
+    };
+    auto const first = MakeAlbum(1), second = MakeAlbum(3, 30);
+    store(first);
+    EXPECT_EQ(store(first), 0u);
+    store(second);
+    EXPECT_EQ(store(second), 0u);
+    auto session = archive->CreateSession();
+    session->KeepStream("Note");
+    archive->CloseSession(std::move(session));
+    EXPECT_EQ(archive->GetInfo().items.size(), 5u) << "the stream, a label, three blobs";
+    EXPECT_THAT(VerifyArchive(GetPath()).problems, IsEmpty());
+}
+
 TEST_F(ArchiveTest, HasOneStreamOfANameAndNoNamesThatAreTooLong) {
     auto const archive = Archive::Create(GetPath(), "Test");
     auto session = archive->CreateSession();
