@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +22,8 @@
 namespace Kernel {
 ArchiveFile::~ArchiveFile() = default;
 ArchiveDisk::~ArchiveDisk() = default;
+
+std::optional<std::uint64_t> ArchiveFile::GetFreeBytes() const { return {}; }
 
 namespace {
 namespace fs = std::filesystem;
@@ -65,6 +68,12 @@ public:
         return file.ReadAt(offset, dest, size);
     }
     std::optional<std::uint64_t> GetSize() const override { return file.GetSize(); }
+    std::optional<std::uint64_t> GetFreeBytes() const override {
+        struct statvfs there;
+        if (fstatvfs(file.GetDescriptor(), &there) != 0)
+            return {};
+        return std::uint64_t(there.f_bavail) * there.f_frsize;
+    }
     bool Write(std::uint64_t offset, void const * bytes, std::uint64_t size) override {
         return file.WriteAt(offset, bytes, size) == size;
     }

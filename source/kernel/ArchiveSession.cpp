@@ -62,7 +62,9 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
     bool const hasNumbersLeft = GetLastNumber() != lastNumber; // a new file counts from 1 again
     // A file whose name the disk did not confirm gets it anew: what is appended to it would go with it.
     bool const hasName = !archive->isNameUnconfirmed;
-    isUpdate = base && mode == ArchiveSaveMode::Update && !isMostlyDead && hasNumbersLeft && hasName;
+    bool const canUpdate = base && mode == ArchiveSaveMode::Update && hasNumbersLeft && hasName;
+    isOwnWish = canUpdate && isMostlyDead && !archive->isBestAppendedTo;
+    isUpdate = canUpdate && !isOwnWish;
     if (base) {
         auto const count = base->GetEntries().size();
         entries.reserve(count);
@@ -73,7 +75,7 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
             RememberHash(entry.rawHash, entry.id);
     }
     try {
-        isUpdate ? OpenForUpdate() : OpenAnew();
+        isOwnWish ? OpenAnewOrForUpdate() : isUpdate ? OpenForUpdate() : OpenAnew();
     } catch (...) {
         Undo();
         throw;
@@ -187,9 +189,30 @@ void ArchiveSession::OpenAnew() {
     Append({bytes.begin(), bytes.end()});
 }
 
+// Where no file can be made beside it, or has no room there, a document can still be saved.
+void ArchiveSession::OpenAnewOrForUpdate() {
+    try {
+        OpenAnew();
+        auto const room = file->GetFreeBytes();
+        if (!room || *room >= base->GetEnd() - base->GetDeadBytes() + batchBytes)
+            return;
+    } catch (ArchiveError const & error) {
+        if (error.GetKind() != ArchiveError::Kind::WriteFailed)
+            throw;
+    }
+    Undo();
+    locked.Reset(); // whose lock is taken again
+    isOwnWish = false;
+    isUpdate = true;
+    position = bytesWritten = 0;
+    OpenForUpdate();
+}
+
 void ArchiveSession::Undo() noexcept {
     if (!std::exchange(isOpen, false))
         return;
+    if (isOwnWish && hasBegun)
+        archive->isBestAppendedTo = true;
     if (!isUpdate)
         archive->disk->Remove(temporaryPath);
     else if (start != 0)
@@ -707,6 +730,7 @@ bool ArchiveSession::CommitFooter(Footer const & footer) {
         FailWrite(path, "it could not be put in the place of the old one");
     isOpen = false;
     archive->unconfirmedCommit = 0; // that was in the old file
+    archive->isBestAppendedTo = false;
     archive->isNameUnconfirmed = replaced == ArchiveReplaced::Unconfirmed;
     file->Unlock();
     return replaced == ArchiveReplaced::Done;

@@ -79,6 +79,7 @@ private:
     Counted<ArchiveFile> LockTarget();
     void OpenForUpdate();
     void OpenAnew();
+    void OpenAnewOrForUpdate();
     void Begin();
     void FindStart();
     ItemID Refer(ItemID id);
@@ -120,6 +121,7 @@ private:
     Counted<Archive> const archive;
     Counted<ArchiveSnapshot const> const base; // what is updated, or null
     bool isUpdate = false;                     // the base's file grows; otherwise a new one takes its place
+    bool isOwnWish = false;                    // to write it anew, though an update was asked for and could be had
     bool isOpen = false;                       // there is something to undo
     bool keepsDamaged = false;
     bool hasBegun = false;

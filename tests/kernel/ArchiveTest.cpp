@@ -588,6 +588,99 @@ private:
 };
 }
 
+namespace {
+// Fails where it is told to.
+class UnwillingDisk final : public ArchiveDisk {
+public:
+    int updateError = 0, createError = 0, replaceError = 0; // 0: works
+
+    Counted<ArchiveFile> OpenToRead(std::string const & path) override { return disk->OpenToRead(path); }
+    Counted<ArchiveFile> OpenToUpdate(std::string const & path) override {
+        if (updateError == 0)
+            return disk->OpenToUpdate(path);
+        errno = updateError;
+        return {};
+    }
+    Counted<ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override {
+        if (createError == 0)
+            return disk->CreateBeside(path, temporaryPath);
+        errno = createError;
+        return {};
+    }
+    ArchiveReplaced Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path,
+                            ArchiveTarget target) override {
+        if (replaceError == 0)
+            return disk->Replace(file, temporaryPath, path, target);
+        errno = replaceError;
+        return ArchiveReplaced::Failed;
+    }
+    void Remove(std::string const & temporaryPath) override { disk->Remove(temporaryPath); }
+
+private:
+    Counted<ArchiveDisk> const disk = GetSystem();
+};
+
+ArchiveError::Kind KindOfFailure(std::function<void()> const & fail) {
+    try {
+        fail();
+    } catch (ArchiveError const & error) {
+        return error.GetKind();
+    }
+    ADD_FAILURE() << "nothing failed";
+    return {};
+}
+}
+
+// To be written anew is the document's own wish: whoever can't do that, and could append, must be able to save.
+TEST_F(ArchiveTest, GrowsOnWhereItCannotBeWrittenAnew) {
+    auto const disk = MakeCounted<UnwillingDisk>();
+    auto const archive = Archive::Create(GetPath(), "Test", disk);
+    auto album = MakeAlbum(2);
+    Change(album.blobs[0], MakeBytes(50, 40 << 20));
+    Save(archive, album);
+    Change(album.blobs[0], MakeBytes(51));
+    Save(archive, album); // by now most of it is dead
+    disk->createError = EACCES;
+    for (unsigned i = 60; i < 62; ++i) {
+        Change(album.blobs[1], MakeBytes(i));
+        Save(archive, album);
+        ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
+    }
+    EXPECT_EQ(KindOfFailure([&] { Save(archive, album, ArchiveSaveMode::Compact); }), ArchiveError::Kind::WriteFailed);
+    disk->createError = 0;
+    disk->replaceError = EDQUOT; // which comes after everything was stored: the save fails, and the next one appends
+    EXPECT_EQ(KindOfFailure([&] { Save(archive, album); }), ArchiveError::Kind::WriteFailed);
+    Change(album.blobs[1], MakeBytes(70));
+    Save(archive, album);
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
+    EXPECT_EQ(List(), std::vector<std::string>{"album.doc"});
+    disk->replaceError = 0;
+    Save(archive, album, ArchiveSaveMode::Compact);
+    EXPECT_LT(archive->GetInfo().deadBytes, 100000u);
+}
+
+TEST_F(ArchiveTest, GrowsOnWhereThereIsNoRoomBesideIt) {
+    auto const disk = MakeCounted<MemoryDisk>();
+    auto const archive = Archive::Create("album.doc", "Test", disk);
+    auto album = MakeAlbum(1);
+    Change(album.blobs[0], MakeBytes(50, 40 << 20));
+    Save(archive, album);
+    Change(album.blobs[0], MakeBytes(51, 1 << 20));
+    Save(archive, album);
+    auto const countRenames = [&] {
+        return std::count_if(disk->steps.begin(), disk->steps.end(),
+                             [](auto const & step) { return step.kind == MemoryDisk::Step::Kind::Rename; });
+    };
+    disk->freeBytes = 500000; // less than the blob takes
+    Save(archive, album);
+    EXPECT_EQ(countRenames(), 1) << "that of the first save";
+    EXPECT_THAT(disk->GetFiles(), SizeIs(1));
+    disk->freeBytes = 500 << 20;
+    Save(archive, album);
+    EXPECT_EQ(countRenames(), 2);
+    ExpectSame(Load(Archive::Open("album.doc", "Test", disk)), album);
+}
+
 // Of two programs that make a document at one path, the later one doesn't replace what it has never seen.
 TEST_F(ArchiveTest, NewDocumentDoesNotReplaceOneThatCameMeanwhile) {
     auto const first = MakeAlbum(2, 1), second = MakeAlbum(3, 50);
