@@ -97,6 +97,10 @@ public:
         return fstat(file.GetDescriptor(), &here) == 0 && stat(path.c_str(), &there) == 0 &&
                here.st_dev == there.st_dev && here.st_ino == there.st_ino;
     }
+    bool IsRegular() const {
+        struct stat status;
+        return fstat(file.GetDescriptor(), &status) == 0 && S_ISREG(status.st_mode);
+    }
     int GetDescriptor() const { return file.GetDescriptor(); }
 
 private:
@@ -142,7 +146,13 @@ void RemoveStale(fs::path const & directory, std::string const & prefix) {
 class SystemDisk final : public ArchiveDisk {
 public:
     Counted<ArchiveFile> OpenToRead(std::string const & path) override { return Open(path, "rb"); }
-    Counted<ArchiveFile> OpenToUpdate(std::string const & path) override { return Open(path, "r+b"); }
+    Counted<ArchiveFile> OpenToUpdate(std::string const & path) override {
+        auto const file = Open(path, "r+b");
+        if (!file || static_cast<SystemFile const &>(*file).IsRegular())
+            return file;
+        errno = ENOTSUP; // a device can be written as any file, and is nothing to be replaced
+        return {};
+    }
 
     Counted<ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override {
         for (int attempt = 0; attempt < 100; ++attempt) {

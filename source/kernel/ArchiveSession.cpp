@@ -166,8 +166,9 @@ Counted<ArchiveFile> ArchiveSession::LockTarget() {
     auto const & path = archive->GetPath();
     auto const opened = archive->disk->OpenToUpdate(path);
     if (!opened) {
-        if (errno == ENOENT)
-            target = ArchiveTarget::OnlyFree;
+        if (errno != ENOENT) // a file that may not be written, a folder, a pipe: nothing that a document takes away
+            FailWrite(path, "can't be opened to be replaced");
+        target = ArchiveTarget::OnlyFree;
         return {};
     }
     if (!opened->Lock())

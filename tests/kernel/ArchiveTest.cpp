@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -679,6 +680,27 @@ TEST_F(ArchiveTest, GrowsOnWhereThereIsNoRoomBesideIt) {
     Save(archive, album);
     EXPECT_EQ(countRenames(), 2);
     ExpectSame(Load(Archive::Open("album.doc", "Test", disk)), album);
+}
+
+// What can't be opened for writing is nothing that a new document replaces.
+TEST_F(ArchiveTest, NewDocumentReplacesNothingThatItMayNotWrite) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    auto const before = ReadFile();
+    auto const disk = MakeCounted<UnwillingDisk>();
+    disk->updateError = EACCES;
+    auto const archive = Archive::Create(GetPath(), "Test", disk);
+    EXPECT_EQ(KindOfFailure([&] { Save(archive, MakeAlbum(1, 50)); }), ArchiveError::Kind::WriteFailed);
+    EXPECT_EQ(ReadFile(), before);
+
+    ASSERT_EQ(mkfifo(GetPath("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(KindOfFailure([&] { Save(Archive::Create(GetPath("pipe"), "Test"), MakeAlbum(1)); }),
+              ArchiveError::Kind::WriteFailed);
+    EXPECT_TRUE(std::filesystem::is_fifo(GetPath("pipe")));
+    if (mknod(GetPath("null").c_str(), S_IFCHR | 0600, makedev(1, 3)) == 0) {
+        EXPECT_EQ(KindOfFailure([&] { Save(Archive::Create(GetPath("null"), "Test"), MakeAlbum(1)); }),
+                  ArchiveError::Kind::WriteFailed);
+        EXPECT_TRUE(std::filesystem::is_character_file(GetPath("null")));
+    }
 }
 
 // Of two programs that make a document at one path, the later one doesn't replace what it has never seen.
