@@ -29,6 +29,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char const * temporaryMark = ".saving-";
+constexpr std::size_t numberDigits = 8; // of the random number that comes after it
 
 // An open-file-description lock: it belongs to the descriptor, so that other parts of this process are kept out too.
 bool SetLock(int descriptor, short type) {
@@ -118,7 +119,7 @@ File CreateNew(std::string const & prefix, mode_t mode, std::string & name) {
         std::uint32_t number = 0;
         if (getrandom(&number, sizeof number, 0) != sizeof number)
             break;
-        char digits[9];
+        char digits[numberDigits + 1];
         std::snprintf(digits, sizeof digits, "%08x", number);
         name = prefix;
         name += digits;
@@ -129,13 +130,17 @@ File CreateNew(std::string const & prefix, mode_t mode, std::string & name) {
     return {};
 }
 
+bool IsTemporaryName(std::string const & name, std::string const & prefix) {
+    return name.size() == prefix.size() + numberDigits && name.compare(0, prefix.size(), prefix) == 0 &&
+           name.find_first_not_of("0123456789abcdef", prefix.size()) == name.npos;
+}
+
 // Temporary files of savers that died: nobody holds their lock.
 void RemoveStale(fs::path const & directory, std::string const & prefix) {
     std::error_code error;
     for (fs::directory_iterator i(directory.empty() ? "." : directory, error), end; !error && i != end;
          i.increment(error)) {
-        auto const name = i->path().filename().string();
-        if (name.compare(0, prefix.size(), prefix) != 0)
+        if (!IsTemporaryName(i->path().filename().string(), prefix))
             continue;
         File file(open(i->path().c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
         if (file.IsOpen() && TryLock(file.GetDescriptor()))

@@ -703,6 +703,16 @@ TEST_F(ArchiveTest, NewDocumentReplacesNothingThatItMayNotWrite) {
     }
 }
 
+// A save removes what savers that died have left, and nothing of the user's.
+TEST_F(ArchiveTest, LeavesFilesAloneThatOnlyBeginLikeItsOwn) {
+    PutFile(GetPath(".album.doc.saving-notes"), "of the user");
+    PutFile(GetPath(".album.doc.saving-0123abcd.txt"), "of the user");
+    PutFile(GetPath(".album.doc.saving-0123abcd"), "of a saver that died");
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    EXPECT_THAT(List(), testing::UnorderedElementsAre("album.doc", ".album.doc.saving-notes",
+                                                      ".album.doc.saving-0123abcd.txt"));
+}
+
 // Of two programs that make a document at one path, the later one doesn't replace what it has never seen.
 TEST_F(ArchiveTest, NewDocumentDoesNotReplaceOneThatCameMeanwhile) {
     auto const first = MakeAlbum(2, 1), second = MakeAlbum(3, 50);
