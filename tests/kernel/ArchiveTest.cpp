@@ -713,6 +713,20 @@ TEST_F(ArchiveTest, LeavesFilesAloneThatOnlyBeginLikeItsOwn) {
                                                       ".album.doc.saving-0123abcd.txt"));
 }
 
+// The document that a holder comes from may be open by that holder alone, and has objects that take locks to go.
+TEST_F(ArchiveTest, LastHolderOfADocumentMovesToAnotherOne) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    auto archive = Archive::Open(GetPath(), "Test");
+    auto album = Load(archive);
+    ASSERT_TRUE(album.label);
+    album.label.Reset();
+    archive.Reset();
+    Change(album.blobs[0], MakeBytes(5));
+    auto const other = Archive::Create(GetPath("other.doc"), "Test");
+    Save(other, album);
+    EXPECT_EQ(BytesOf(album.blobs[0]), MakeBytes(5));
+}
+
 // Of two programs that make a document at one path, the later one doesn't replace what it has never seen.
 TEST_F(ArchiveTest, NewDocumentDoesNotReplaceOneThatCameMeanwhile) {
     auto const first = MakeAlbum(2, 1), second = MakeAlbum(3, 50);
