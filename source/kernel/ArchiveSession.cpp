@@ -8,6 +8,7 @@
 #include "kernel/ItemCodec.h"
 #include "kernel/MemoryOutStream.h"
 #include "kernel/OutSerialiserFile.h"
+#include "kernel/PropertyStream.h"
 #include "kernel/ScopedLock.h"
 #include "kernel/SharedSerialisable.h"
 
@@ -319,13 +320,18 @@ void ArchiveSession::KeepEverything(ArchiveSnapshot const & source) {
         KeepItem(source, entry.id);
 }
 
+// One that is stored again within itself has no end.
+void ArchiveSession::CheckDepth() const {
+    if (references.size() >= std::size_t(PropertyStream::deepest))
+        Fail(ArchiveError::Kind::WriteFailed, archive->GetPath(), "items of it refer to each other too deeply");
+}
+
 ItemID ArchiveSession::StoreSharedObject(SharedSerialisable const & object) {
     Counted<SharedSerialisable const> const key(&object);
     auto const found = storedShared.find(key);
     if (found != storedShared.end())
         return Refer(found->second);
-    if (references.size() >= 64)
-        Fail(ArchiveError::Kind::WriteFailed, archive->GetPath(), "shared objects refer to each other too deeply");
+    CheckDepth();
     auto const & properties = object.GetObjectClassProperties();
     auto const id = AddNestable(ArchiveTags::sharedObject, "s/" + std::to_string(itemsAdded), [&](OutStream & stream) {
         OutSerialiserFile serialiser(stream, *this, properties.GetClassUID(), properties.GetSchemaVersion());
@@ -367,6 +373,7 @@ ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGener
 // The bytes are taken now; what is written to the item after this keeps it dirty.
 ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
                                 FileStoreOutPathGenerator const & itemPath, FileStoreCompressionHint const * hint) {
+    CheckDepth();
     auto const generation = item.GetState().GetDirtyGeneration();
     auto const stream = MakeCounted<MemoryOutStream>(TakeSpare());
     references.emplace_back();

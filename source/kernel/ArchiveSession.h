@@ -82,6 +82,7 @@ private:
     void OpenAnewOrForUpdate();
     void Begin();
     void FindStart();
+    void CheckDepth() const;
     ItemID Refer(ItemID id);
     std::vector<ItemID> TakeReferences();
     void TakeStreamName(std::string const & name);

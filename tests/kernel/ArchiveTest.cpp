@@ -727,6 +727,42 @@ TEST_F(ArchiveTest, LastHolderOfADocumentMovesToAnotherOne) {
     EXPECT_EQ(BytesOf(album.blobs[0]), MakeBytes(5));
 }
 
+namespace {
+// An item that refers to another one, which may be itself.
+class Ring final : public FileStoreItem {
+public:
+    Counted<DelayLoadHolder> next;
+
+    static FileStoreItemType const & GetType() {
+        static FileStoreItemType const type("Ring", ItemNesting::Nestable, ItemRecovery::NotRecoverable,
+                                            [] { return Counted<FileStoreItem>(new Ring); });
+        return type;
+    }
+    FileStoreItemType const & GetObjectFileStoreItemType() const override { return GetType(); }
+    void Save(OutStream & stream, FileStoreOut & store) const override {
+        OutSerialiserFile serialiser(stream, store, "Ring", 1);
+        serialiser.SaveDelayLoadObject("Next", next.Get(), FileStoreOutIndexedPathGenerator("", "r/"), nullptr);
+        serialiser.Close();
+    }
+    bool Load(InStream &, FileStore &) override { return true; }
+};
+}
+
+TEST_F(ArchiveTest, ItemsThatReferToThemselvesFailTheSave) {
+    auto const ring = MakeCounted<Ring>();
+    ring->next = DelayLoadHolder::Create(Ring::GetType(), ring);
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto session = archive->CreateSession();
+    EXPECT_EQ(KindOfFailure([&] {
+                  session->StoreProperties("Ring", "Root", 1, [&](OutSerialiser & out) {
+                      out.SaveDelayLoadObject("Ring", ring->next.Get(), FileStoreOutIndexedPathGenerator("", "r/"),
+                                              nullptr);
+                  });
+              }),
+              ArchiveError::Kind::WriteFailed);
+    ring->next.Reset();
+}
+
 // Of two programs that make a document at one path, the later one doesn't replace what it has never seen.
 TEST_F(ArchiveTest, NewDocumentDoesNotReplaceOneThatCameMeanwhile) {
     auto const first = MakeAlbum(2, 1), second = MakeAlbum(3, 50);
