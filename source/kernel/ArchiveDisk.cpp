@@ -216,9 +216,15 @@ private:
         struct stat old;
         if (stat(target.c_str(), &old) != 0)
             return true;
-        // The owner first: a change of owner clears bits of the mode. Only root can give a file away.
-        static_cast<void>(fchown(descriptor, old.st_uid, old.st_gid) == 0);
-        return fchmod(descriptor, old.st_mode & 07777) == 0;
+        // The owner first: a change of owner clears bits of the mode. Only root can give a file away, others to a group
+        // of theirs.
+        constexpr uid_t asItIs = ~uid_t(0);
+        bool const hasGroup = fchown(descriptor, old.st_uid, old.st_gid) == 0 ||
+                              fchown(descriptor, asItIs, old.st_gid) == 0;
+        mode_t mode = old.st_mode & 07777;
+        if (!hasGroup) // another group may do no more than everybody
+            mode &= ~mode_t(S_IRWXG) | (mode & S_IRWXO) << 3;
+        return fchmod(descriptor, mode) == 0;
     }
 };
 }

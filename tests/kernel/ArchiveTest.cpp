@@ -7,8 +7,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <grp.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -535,6 +537,49 @@ TEST_F(ArchiveTest, KeepsModeAndLinkOfTheFileThatIsReplaced) {
     ASSERT_EQ(stat(GetPath().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640u);
     ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(1, 9));
+}
+
+// Who can't give a file its owner can still give it its group, if it is one of theirs. No other group takes that place.
+TEST_F(ArchiveTest, KeepsTheGroupOfTheFileThatIsReplacedOrWhatIsHiddenFromOthers) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "files can't be given away";
+    constexpr uid_t user = 65534;
+    constexpr gid_t ownGroup = 65534, sharedGroup = 2000, strangeGroup = 3000;
+    struct Case {
+        uid_t owner;
+        gid_t group, groupAfter;
+        mode_t mode, modeAfter;
+    };
+    Dispatch::SetThreadCount(1); // a child of a process has no threads but one
+    ASSERT_EQ(chmod(directory.GetPath().c_str(), 0777), 0);
+    for (auto const & [owner, group, groupAfter, mode, modeAfter] :
+         {Case{0, sharedGroup, sharedGroup, 0660, 0660}, Case{user, strangeGroup, ownGroup, 0664, 0644},
+          Case{user, strangeGroup, ownGroup, 0660, 0600}}) {
+        Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+        ASSERT_EQ(chown(GetPath().c_str(), owner, group), 0);
+        ASSERT_EQ(chmod(GetPath().c_str(), mode), 0);
+        pid_t const child = fork();
+        if (child == 0)
+            try {
+                if (setgroups(1, &sharedGroup) != 0 || setgid(ownGroup) != 0 || setuid(user) != 0)
+                    _exit(2);
+                Save(Archive::Open(GetPath(), "Test"), MakeAlbum(1, 9), ArchiveSaveMode::Compact);
+                _exit(0);
+            } catch (...) {
+                _exit(1);
+            }
+        int how = 0;
+        ASSERT_EQ(waitpid(child, &how, 0), child);
+        ASSERT_EQ(how, 0);
+        ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(1, 9));
+        struct stat status;
+        ASSERT_EQ(stat(GetPath().c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, user);
+        EXPECT_EQ(status.st_gid, groupAfter);
+        EXPECT_EQ(status.st_mode & 07777, modeAfter);
+        ASSERT_EQ(unlink(GetPath().c_str()), 0);
+    }
+    Dispatch::SetThreadCount(0);
 }
 
 TEST_F(ArchiveTest, GivesANewFileTheModeOfNewFilesAndHidesThatOfAPrivateOne) {
