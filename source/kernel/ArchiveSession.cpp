@@ -702,10 +702,11 @@ void ArchiveSession::Commit() {
     errno = 0;
     if (!file->Sync())
         FailWrite(archive->GetPath(), "the disk did not take it");
+    // Before the last step: behind it nothing may fail, or the next save would take this one for somebody else's.
+    auto saved = MakeCounted<ArchiveSnapshot>(archive->GetPath(), isUpdate ? base->GetFile() : file, header, footer,
+                                              std::move(entries));
     bool const isConfirmed = CommitFooter(footer);
-
-    archive->SetSnapshot(MakeCounted<ArchiveSnapshot>(archive->GetPath(), isUpdate ? base->GetFile() : file, header,
-                                                      footer, std::move(entries)));
+    archive->SetSnapshot(std::move(saved));
     AfterCommit();
     if (!isConfirmed)
         Fail(ArchiveError::Kind::Unknown, archive->GetPath(),
