@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <functional>
 #include <iterator>
+#include <thread>
 #include <utility>
 
 using namespace Kernel;
@@ -103,6 +104,23 @@ TEST_F(ArchiveTest, HasOneHolderForAnItem) {
     EXPECT_EQ(first.blobs[0], second.blobs[0]);
     EXPECT_EQ(first.blobs[0], album.blobs[0]) << "the one that was stored stands for it";
     EXPECT_NE(first.blobs[0], first.blobs[1]);
+}
+
+TEST_F(ArchiveTest, HoldersMayGoWhileOthersAskForThem) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    auto const archive = Archive::Open(GetPath(), "Test");
+    auto const id = archive->GetInfo().items.front().id;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int n = 0; n < 2000; ++n)
+                EXPECT_TRUE(archive->GetHolder(id, Blob::GetType()));
+        });
+    for (auto & thread : threads)
+        thread.join();
+    auto const holder = archive->GetHolder(id, Blob::GetType());
+    EXPECT_EQ(BytesOf(holder), MakeBytes(1));
+    EXPECT_EQ(archive->GetHolder(id, Blob::GetType()), holder);
 }
 
 TEST_F(ArchiveTest, DropsWhatCanBeLoadedAgain) {
