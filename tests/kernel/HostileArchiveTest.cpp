@@ -40,6 +40,7 @@ public:
         size = std::min<std::uint64_t>(size, bytes.size() - offset);
         std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), size, static_cast<std::uint8_t *>(dest));
         bytesRead += size;
+        ++reads;
         return size;
     }
     std::optional<std::uint64_t> GetSize() const override { return bytes.size(); }
@@ -50,7 +51,7 @@ public:
     void Unlock() override {}
     bool IsAt(std::string const &) const override { return false; }
 
-    mutable std::uint64_t bytesRead = 0;
+    mutable std::uint64_t bytesRead = 0, reads = 0;
 
 private:
     std::vector<std::uint8_t> bytes;
@@ -517,6 +518,19 @@ TEST(HostileArchive, VerifyDoesNotGoThroughEndlessListsBehindTheEnd) {
         file.bytes.resize(AlignUp(file.bytes.size(), footerBytes));
     }
     EXPECT_THAT(Verify(MakeDisk(file.bytes)), Contains(HasSubstr("end of the last commit")));
+}
+
+// What a large save left that was cut off is gone through before the next one, while others wait.
+TEST(HostileArchive, LongTailIsReadInFewPieces) {
+    HostileFile file;
+    file.AddStream();
+    file.AddCommit();
+    auto const end = file.bytes.size();
+    file.bytes.resize(end + (20 << 20), std::uint8_t(7));
+    auto const disk = MakeCounted<CountingFile>(file.bytes);
+    EXPECT_FALSE(ArchiveSnapshot::FindFooterPlace(*disk, end));
+    EXPECT_LT(disk->reads, 100u);
+    EXPECT_LT(disk->bytesRead, 21u << 20);
 }
 
 TEST(HostileArchive, CommitNumbersBeginAnewAfterTheLast) {
