@@ -42,8 +42,22 @@ struct LoadingShared {
 
 /// The holders that load from this document, by item. The table holds no count: a holder takes itself out.
 struct Archive::HolderTable {
+    // A listed holder may be in its destructor, which waits in ForgetHolder, and the way to a virtual base then changes
+    // under the reader: so the base is found once, while the holder is whole.
+    struct Listed {
+        DelayLoadHolder * holder = nullptr;
+        Countable const * counter = nullptr;
+
+        Listed() = default;
+        explicit Listed(DelayLoadHolder & listed) : holder(&listed), counter(&listed) {}
+        /// Null if it is about to go.
+        Counted<DelayLoadHolder> Hold() const {
+            return counter && counter->RetainIfHeld() ? Counted<DelayLoadHolder>::Adopt(holder) : nullptr;
+        }
+    };
+
     CriticalSectionSpin lock{LockRank::Leaf};
-    std::unordered_map<ItemID, DelayLoadHolder *> byID;
+    std::unordered_map<ItemID, Listed> byID;
     // Shared objects that were loaded; null could not be. Null, and one that refers to items and so may hold this
     // archive in the end, by a holder, is kept only while somebody loads: long enough that none is loaded for every
     // path to it.
@@ -153,10 +167,9 @@ Counted<DelayLoadHolder> Archive::GetHolder(ItemID id, FileStoreItemType const &
     {
         ScopedLock const guard(holders->lock);
         auto & place = holders->byID[id];
-        if (place && place->RetainIfHeld())
-            found = Counted<DelayLoadHolder>::Adopt(place);
-        else
-            place = made.Get();
+        found = place.Hold();
+        if (!found)
+            place = HolderTable::Listed(*made);
     }
     if (!found)
         return made;
@@ -166,14 +179,18 @@ Counted<DelayLoadHolder> Archive::GetHolder(ItemID id, FileStoreItemType const &
 void Archive::ForgetHolder(ItemID id, DelayLoadHolder const & holder) const noexcept {
     ScopedLock const guard(holders->lock);
     auto const found = holders->byID.find(id);
-    if (found != holders->byID.end() && found->second == &holder)
+    if (found != holders->byID.end() && found->second.holder == &holder)
         holders->byID.erase(found);
 }
 
 void Archive::RememberHolder(ItemID id, DelayLoadHolder & holder) {
     holder.MarkAsListed();
+    Counted<DelayLoadHolder> present; // goes after the lock, for which it asks
     ScopedLock const guard(holders->lock);
-    holders->byID.emplace(id, &holder);
+    auto & place = holders->byID[id];
+    present = place.Hold();
+    if (!present)
+        place = HolderTable::Listed(holder);
 }
 
 void Archive::MoveHolders() {
@@ -181,9 +198,9 @@ void Archive::MoveHolders() {
     {
         ScopedLock const guard(holders->lock);
         held.reserve(holders->byID.size());
-        for (auto const & [id, holder] : holders->byID)
-            if (holder->RetainIfHeld())
-                held.emplace_back(id, Counted<DelayLoadHolder>::Adopt(holder));
+        for (auto const & [id, listed] : holders->byID)
+            if (auto holder = listed.Hold())
+                held.emplace_back(id, std::move(holder));
     }
     auto const current = GetSnapshot();
     for (auto const & [id, holder] : held) {

@@ -131,6 +131,7 @@ private:
     Counted<ArchiveSnapshot const> previous; // guarded by snapshotLock; the one before the last save of this archive
     std::unique_ptr<HolderTable> const holders;
     std::atomic<std::uint32_t> unconfirmedCommit{0}; // of the last save whose last sync failed
+    std::atomic<bool> isBestAppendedTo{false};       // to write it anew came to nothing
     std::atomic<bool> isNameUnconfirmed{false};      // the last save's, whose file took the place of another one
 };
 }

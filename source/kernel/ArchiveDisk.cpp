@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,10 +23,13 @@ namespace Kernel {
 ArchiveFile::~ArchiveFile() = default;
 ArchiveDisk::~ArchiveDisk() = default;
 
+std::optional<std::uint64_t> ArchiveFile::GetFreeBytes() const { return {}; }
+
 namespace {
 namespace fs = std::filesystem;
 
 constexpr char const * temporaryMark = ".saving-";
+constexpr std::size_t numberDigits = 8; // of the random number that comes after it
 
 // An open-file-description lock: it belongs to the descriptor, so that other parts of this process are kept out too.
 bool SetLock(int descriptor, short type) {
@@ -65,6 +69,12 @@ public:
         return file.ReadAt(offset, dest, size);
     }
     std::optional<std::uint64_t> GetSize() const override { return file.GetSize(); }
+    std::optional<std::uint64_t> GetFreeBytes() const override {
+        struct statvfs there;
+        if (fstatvfs(file.GetDescriptor(), &there) != 0)
+            return {};
+        return std::uint64_t(there.f_bavail) * there.f_frsize;
+    }
     bool Write(std::uint64_t offset, void const * bytes, std::uint64_t size) override {
         return file.WriteAt(offset, bytes, size) == size;
     }
@@ -88,6 +98,10 @@ public:
         return fstat(file.GetDescriptor(), &here) == 0 && stat(path.c_str(), &there) == 0 &&
                here.st_dev == there.st_dev && here.st_ino == there.st_ino;
     }
+    bool IsRegular() const {
+        struct stat status;
+        return fstat(file.GetDescriptor(), &status) == 0 && S_ISREG(status.st_mode);
+    }
     int GetDescriptor() const { return file.GetDescriptor(); }
 
 private:
@@ -105,7 +119,7 @@ File CreateNew(std::string const & prefix, mode_t mode, std::string & name) {
         std::uint32_t number = 0;
         if (getrandom(&number, sizeof number, 0) != sizeof number)
             break;
-        char digits[9];
+        char digits[numberDigits + 1];
         std::snprintf(digits, sizeof digits, "%08x", number);
         name = prefix;
         name += digits;
@@ -116,13 +130,17 @@ File CreateNew(std::string const & prefix, mode_t mode, std::string & name) {
     return {};
 }
 
+bool IsTemporaryName(std::string const & name, std::string const & prefix) {
+    return name.size() == prefix.size() + numberDigits && name.compare(0, prefix.size(), prefix) == 0 &&
+           name.find_first_not_of("0123456789abcdef", prefix.size()) == name.npos;
+}
+
 // Temporary files of savers that died: nobody holds their lock.
 void RemoveStale(fs::path const & directory, std::string const & prefix) {
     std::error_code error;
     for (fs::directory_iterator i(directory.empty() ? "." : directory, error), end; !error && i != end;
          i.increment(error)) {
-        auto const name = i->path().filename().string();
-        if (name.compare(0, prefix.size(), prefix) != 0)
+        if (!IsTemporaryName(i->path().filename().string(), prefix))
             continue;
         File file(open(i->path().c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
         if (file.IsOpen() && TryLock(file.GetDescriptor()))
@@ -133,7 +151,13 @@ void RemoveStale(fs::path const & directory, std::string const & prefix) {
 class SystemDisk final : public ArchiveDisk {
 public:
     Counted<ArchiveFile> OpenToRead(std::string const & path) override { return Open(path, "rb"); }
-    Counted<ArchiveFile> OpenToUpdate(std::string const & path) override { return Open(path, "r+b"); }
+    Counted<ArchiveFile> OpenToUpdate(std::string const & path) override {
+        auto const file = Open(path, "r+b");
+        if (!file || static_cast<SystemFile const &>(*file).IsRegular())
+            return file;
+        errno = ENOTSUP; // a device can be written as any file, and is nothing to be replaced
+        return {};
+    }
 
     Counted<ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override {
         for (int attempt = 0; attempt < 100; ++attempt) {
@@ -192,9 +216,15 @@ private:
         struct stat old;
         if (stat(target.c_str(), &old) != 0)
             return true;
-        // The owner first: a change of owner clears bits of the mode. Only root can give a file away.
-        static_cast<void>(fchown(descriptor, old.st_uid, old.st_gid) == 0);
-        return fchmod(descriptor, old.st_mode & 07777) == 0;
+        // The owner first: a change of owner clears bits of the mode. Only root can give a file away, others to a group
+        // of theirs.
+        constexpr uid_t asItIs = ~uid_t(0);
+        bool const hasGroup = fchown(descriptor, old.st_uid, old.st_gid) == 0 ||
+                              fchown(descriptor, asItIs, old.st_gid) == 0;
+        mode_t mode = old.st_mode & 07777;
+        if (!hasGroup) // another group may do no more than everybody
+            mode &= ~mode_t(S_IRWXG) | (mode & S_IRWXO) << 3;
+        return fchmod(descriptor, mode) == 0;
     }
 };
 }

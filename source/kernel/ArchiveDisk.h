@@ -28,6 +28,9 @@ public:
     virtual std::uint64_t Read(std::uint64_t offset, void * dest, std::uint64_t size) const = 0;
     virtual std::optional<std::uint64_t> GetSize() const = 0;
 
+    /// How much room there is where the file is, as far as that can be had.
+    virtual std::optional<std::uint64_t> GetFreeBytes() const;
+
     // For a file that was opened to be written. False is a failure, with errno set.
     virtual bool Write(std::uint64_t offset, void const * bytes, std::uint64_t size) = 0;
     virtual bool Truncate(std::uint64_t size) = 0;

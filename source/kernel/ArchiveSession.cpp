@@ -8,6 +8,7 @@
 #include "kernel/ItemCodec.h"
 #include "kernel/MemoryOutStream.h"
 #include "kernel/OutSerialiserFile.h"
+#include "kernel/PropertyStream.h"
 #include "kernel/ScopedLock.h"
 #include "kernel/SharedSerialisable.h"
 
@@ -27,6 +28,7 @@ namespace {
 constexpr std::uint64_t batchBytes = 16 << 20;
 constexpr std::uint64_t leastDeadBytes = 16 << 20; // below that a file is never written anew
 constexpr std::uint32_t lastNumber = 0xffffffff;   // of a commit
+constexpr int mostOfOneHash = 8; // of different content with one hash there is more only in a file that was made so
 constexpr FileStoreCompressionHintGeneral const * noHint = nullptr;
 
 // Of streams and shared objects: small, and read whenever the document is opened.
@@ -61,7 +63,9 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
     bool const hasNumbersLeft = GetLastNumber() != lastNumber; // a new file counts from 1 again
     // A file whose name the disk did not confirm gets it anew: what is appended to it would go with it.
     bool const hasName = !archive->isNameUnconfirmed;
-    isUpdate = base && mode == ArchiveSaveMode::Update && !isMostlyDead && hasNumbersLeft && hasName;
+    bool const canUpdate = base && mode == ArchiveSaveMode::Update && hasNumbersLeft && hasName;
+    isOwnWish = canUpdate && isMostlyDead && !archive->isBestAppendedTo;
+    isUpdate = canUpdate && !isOwnWish;
     if (base) {
         auto const count = base->GetEntries().size();
         entries.reserve(count);
@@ -72,7 +76,7 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
             RememberHash(entry.rawHash, entry.id);
     }
     try {
-        isUpdate ? OpenForUpdate() : OpenAnew();
+        isOwnWish ? OpenAnewOrForUpdate() : isUpdate ? OpenForUpdate() : OpenAnew();
     } catch (...) {
         Undo();
         throw;
@@ -125,10 +129,22 @@ void ArchiveSession::OpenForUpdate() {
     isOpen = true;
 }
 
-// Before the first byte is written, when it is known what to do with damage.
+// Before the first byte is written. A save that could not begin never does: it has no place to write to.
 void ArchiveSession::Begin() {
+    if (refusal)
+        std::rethrow_exception(refusal);
     if (!base || std::exchange(hasBegun, true))
         return;
+    try {
+        FindStart();
+    } catch (...) {
+        refusal = std::current_exception();
+        throw;
+    }
+}
+
+// Now that it is known what to do with damage.
+void ArchiveSession::FindStart() {
     // Our own last save, if the disk did not confirm it, is what is saved now.
     bool const isBeforeDamage = archive->unconfirmedCommit <= base->GetNewestFooter() && base->IsFollowedByDamage();
     if (isBeforeDamage && !keepsDamaged)
@@ -151,8 +167,9 @@ Counted<ArchiveFile> ArchiveSession::LockTarget() {
     auto const & path = archive->GetPath();
     auto const opened = archive->disk->OpenToUpdate(path);
     if (!opened) {
-        if (errno == ENOENT)
-            target = ArchiveTarget::OnlyFree;
+        if (errno != ENOENT) // a file that may not be written, a folder, a pipe: nothing that a document takes away
+            FailWrite(path, "can't be opened to be replaced");
+        target = ArchiveTarget::OnlyFree;
         return {};
     }
     if (!opened->Lock())
@@ -174,9 +191,30 @@ void ArchiveSession::OpenAnew() {
     Append({bytes.begin(), bytes.end()});
 }
 
+// Where no file can be made beside it, or has no room there, a document can still be saved.
+void ArchiveSession::OpenAnewOrForUpdate() {
+    try {
+        OpenAnew();
+        auto const room = file->GetFreeBytes();
+        if (!room || *room >= base->GetEnd() - base->GetDeadBytes() + batchBytes)
+            return;
+    } catch (ArchiveError const & error) {
+        if (error.GetKind() != ArchiveError::Kind::WriteFailed)
+            throw;
+    }
+    Undo();
+    locked.Reset(); // whose lock is taken again
+    isOwnWish = false;
+    isUpdate = true;
+    position = bytesWritten = 0;
+    OpenForUpdate();
+}
+
 void ArchiveSession::Undo() noexcept {
     if (!std::exchange(isOpen, false))
         return;
+    if (isOwnWish && hasBegun)
+        archive->isBestAppendedTo = true;
     if (!isUpdate)
         archive->disk->Remove(temporaryPath);
     else if (start != 0)
@@ -282,13 +320,18 @@ void ArchiveSession::KeepEverything(ArchiveSnapshot const & source) {
         KeepItem(source, entry.id);
 }
 
+// One that is stored again within itself has no end.
+void ArchiveSession::CheckDepth() const {
+    if (references.size() >= std::size_t(PropertyStream::deepest))
+        Fail(ArchiveError::Kind::WriteFailed, archive->GetPath(), "items of it refer to each other too deeply");
+}
+
 ItemID ArchiveSession::StoreSharedObject(SharedSerialisable const & object) {
     Counted<SharedSerialisable const> const key(&object);
     auto const found = storedShared.find(key);
     if (found != storedShared.end())
         return Refer(found->second);
-    if (references.size() >= 64)
-        Fail(ArchiveError::Kind::WriteFailed, archive->GetPath(), "shared objects refer to each other too deeply");
+    CheckDepth();
     auto const & properties = object.GetObjectClassProperties();
     auto const id = AddNestable(ArchiveTags::sharedObject, "s/" + std::to_string(itemsAdded), [&](OutStream & stream) {
         OutSerialiserFile serialiser(stream, *this, properties.GetClassUID(), properties.GetSchemaVersion());
@@ -330,6 +373,7 @@ ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGener
 // The bytes are taken now; what is written to the item after this keeps it dirty.
 ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
                                 FileStoreOutPathGenerator const & itemPath, FileStoreCompressionHint const * hint) {
+    CheckDepth();
     auto const generation = item.GetState().GetDirtyGeneration();
     auto const stream = MakeCounted<MemoryOutStream>(TakeSpare());
     references.emplace_back();
@@ -455,6 +499,9 @@ void ArchiveSession::AddEntry(Entry entry) {
 }
 
 void ArchiveSession::RememberHash(std::uint64_t hash, ItemID id) {
+    int known = 0;
+    if (itemByHash.Find(hash, 0, [&](std::size_t i) { return hashes[i].first == hash && ++known == mostOfOneHash; }))
+        return; // nobody would look at it
     itemByHash.Add(hash, 0, hashes.size());
     hashes.emplace_back(hash, id);
 }
@@ -482,7 +529,7 @@ std::optional<ItemID> ArchiveSession::FindEqual(Pending const & item) {
         bool const isSame = entry && entry->rawHash == hash && IsEqual(item, entry->id);
         return isSame ? std::optional(KeepItem(*base, entry->id, Content::Kept)) : std::nullopt;
     }
-    int attempts = 8; // of different content with one hash there is more only in a file that was made so
+    int attempts = mostOfOneHash;
     auto const found = itemByHash.Find(hash, 0, [&](std::size_t i) {
         return hashes[i].first == hash && attempts-- > 0 && IsEqual(item, hashes[i].second);
     });
@@ -499,10 +546,23 @@ ArchiveSession::Pending const * ArchiveSession::FindPending(ItemID id) const {
     return found != pending.end() ? &*found : nullptr;
 }
 
+namespace {
+bool AreSame(std::vector<ItemID> some, std::vector<ItemID> others) {
+    if (some == others) // mostly in the same order too
+        return true;
+    std::sort(some.begin(), some.end());
+    std::sort(others.begin(), others.end());
+    return some == others;
+}
+}
+
+// What is equal stands for the item in all that it does: content, and what its header has to stay with it, of which the
+// content may say nothing.
 bool ArchiveSession::IsEqual(Pending const & item, ItemID other) const {
     if (auto const * const waiting = FindPending(other)) {
         bool const isSameName = item.header.type != ArchiveTags::stream || waiting->header.name == item.header.name;
-        return waiting->header.type == item.header.type && isSameName && waiting->raw == item.raw;
+        return waiting->header.type == item.header.type && isSameName && waiting->raw == item.raw &&
+               AreSame(waiting->header.references, item.header.references);
     }
     auto const * const known = FindEntry(other);
     auto const * const entry = known ? known : base ? base->Find(other) : nullptr;
@@ -513,8 +573,12 @@ bool ArchiveSession::IsEqual(Pending const & item, Entry const & entry, ArchiveF
     bool const isSameName = item.header.type != ArchiveTags::stream || entry.name == item.header.name;
     if (entry.type != item.header.type || entry.rawSize != item.raw.size() || !isSameName)
         return false;
+    ArchiveItemReader const reader(place, archive->GetPath());
     try {
-        return ArchiveItemReader(place, archive->GetPath()).ReadRaw(entry) == item.raw;
+        auto const & needed = item.header.references;
+        if ((!needed.empty() || entry.HasReferences()) && !AreSame(reader.ReadHeader(entry).references, needed))
+            return false;
+        return reader.ReadRaw(entry) == item.raw;
     } catch (ArchiveError const &) {
         return false; // a damaged one is no stand-in
     }
@@ -638,10 +702,11 @@ void ArchiveSession::Commit() {
     errno = 0;
     if (!file->Sync())
         FailWrite(archive->GetPath(), "the disk did not take it");
+    // Before the last step: behind it nothing may fail, or the next save would take this one for somebody else's.
+    auto saved = MakeCounted<ArchiveSnapshot>(archive->GetPath(), isUpdate ? base->GetFile() : file, header, footer,
+                                              std::move(entries));
     bool const isConfirmed = CommitFooter(footer);
-
-    archive->SetSnapshot(MakeCounted<ArchiveSnapshot>(archive->GetPath(), isUpdate ? base->GetFile() : file, header,
-                                                      footer, std::move(entries)));
+    archive->SetSnapshot(std::move(saved));
     AfterCommit();
     if (!isConfirmed)
         Fail(ArchiveError::Kind::Unknown, archive->GetPath(),
@@ -674,6 +739,7 @@ bool ArchiveSession::CommitFooter(Footer const & footer) {
         FailWrite(path, "it could not be put in the place of the old one");
     isOpen = false;
     archive->unconfirmedCommit = 0; // that was in the old file
+    archive->isBestAppendedTo = false;
     archive->isNameUnconfirmed = replaced == ArchiveReplaced::Unconfirmed;
     file->Unlock();
     return replaced == ArchiveReplaced::Done;
@@ -687,7 +753,9 @@ void ArchiveSession::AfterCommit() {
     storedHolders.clear();
     storedHolderByAddress.Clear();
     for (auto & [holder, item, generation, id] : taken) {
+        Counted<FileStoreItemSource const> before; // goes after the lock, and may be the last that has its document open
         ScopedLock const guard(*holder);
+        before = holder->GetSource();
         holder->SetSource(MakeCounted<ArchiveItemSource>(archive, current, id));
         archive->RememberHolder(id, *holder);
         item->GetState().MarkAsStored(generation);

@@ -7,6 +7,7 @@
 #include "kernel/FileStoreOut.h"
 #include "kernel/PositionTable.h"
 
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -78,7 +79,10 @@ private:
     Counted<ArchiveFile> LockTarget();
     void OpenForUpdate();
     void OpenAnew();
+    void OpenAnewOrForUpdate();
     void Begin();
+    void FindStart();
+    void CheckDepth() const;
     ItemID Refer(ItemID id);
     std::vector<ItemID> TakeReferences();
     void TakeStreamName(std::string const & name);
@@ -118,9 +122,11 @@ private:
     Counted<Archive> const archive;
     Counted<ArchiveSnapshot const> const base; // what is updated, or null
     bool isUpdate = false;                     // the base's file grows; otherwise a new one takes its place
+    bool isOwnWish = false;                    // to write it anew, though an update was asked for and could be had
     bool isOpen = false;                       // there is something to undo
     bool keepsDamaged = false;
     bool hasBegun = false;
+    std::exception_ptr refusal; // why it could not begin
     Counted<ArchiveFile> file;
     Counted<ArchiveFile> locked;               // the file that is replaced, while other savers are kept out of it
     ArchiveTarget target = ArchiveTarget::Any; // of a file that is written anew

@@ -52,7 +52,7 @@ ArchiveSnapshot::ArchiveSnapshot(std::string snapshotPath, Counted<ArchiveFile c
     for (std::size_t i = 0; i < entries.size(); ++i) {
         if (!Find(entries[i].id))
             byID.Add(entries[i].id.commit, entries[i].id.number, i);
-        if (entries[i].type == ArchiveTags::stream)
+        if (entries[i].type == ArchiveTags::stream && !FindStream(entries[i].name))
             streamsByName.Add(Hash64(entries[i].name.data(), entries[i].name.size()), 0, i);
     }
 }
@@ -77,8 +77,16 @@ std::optional<Footer> ArchiveSnapshot::FindFooter(ArchiveFile const & file, File
 std::optional<std::uint64_t> ArchiveSnapshot::FindFooterPlace(ArchiveFile const & file, std::uint64_t end) {
     std::uint64_t const size = file.GetSize().value_or(0);
     std::uint64_t budget = 4 * size + (4 << 20); // a hostile tail could have the same bytes looked at for ever
+    constexpr std::uint64_t windowBytes = 1 << 20;
+    std::vector<std::uint8_t> window;
+    std::uint64_t windowEnd = end;
     for (auto at = end; at + footerBytes <= size; at += footerBytes) {
-        auto const begin = ReadUpTo(file, at, indexHeaderBytes);
+        if (at >= windowEnd) {
+            window = ReadUpTo(file, at, std::min(size - at, windowBytes));
+            windowEnd = at + windowBytes;
+        }
+        auto const offset = std::min<std::uint64_t>(at - (windowEnd - windowBytes), window.size());
+        auto const begin = Bytes(window).subspan(offset); // none where the disk gave none
         auto const indexSize = GetIndexSize(begin);
         if (!indexSize || *indexSize > size - at)
             continue;

@@ -91,7 +91,8 @@ void OutSerialiser::SaveObject(IDTag tag, Serialisable const & object) {
 void OutSerialiser::SaveObjectI(Serialisable const & object) {
     if (!IsWriting())
         return SaveContent(object);
-    assert(!scopes.empty() && scopes.back().isArray && scopes.back().objectsLeft != 0);
+    if (scopes.empty() || !scopes.back().isArray)
+        throw std::logic_error("an object is saved outside of an array, or is one more than it was said to have");
     std::size_t const array = scopes.size() - 1;
     Append(std::uint64_t(0));
     Open(/*isArray=*/false, 0);
@@ -160,8 +161,16 @@ void OutSerialiser::StartClassBeginI(ClassUID uid, unsigned short version) {
 }
 
 void OutSerialiser::EndPropClassI() {
-    if (IsWriting())
-        CloseScope();
+    if (!IsWriting())
+        return;
+    if (scopes.empty() || scopes.back().isArray)
+        throw std::logic_error("a value of class type is ended that was not begun");
+    CloseScope();
+}
+
+void OutSerialiser::CheckAllIsEnded() const {
+    if (IsWriting() && !scopes.empty())
+        throw std::logic_error("an array or a value of class type was begun and not ended");
 }
 
 bool OutSerialiser::StartObjectArrayTestI(IDTag tag) {

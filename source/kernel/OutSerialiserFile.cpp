@@ -16,7 +16,7 @@ OutSerialiserFile::OutSerialiserFile(OutStream & outStream, FileStoreOut & itemS
 }
 
 // Every record of the root went out when it was complete.
-void OutSerialiserFile::Close() {}
+void OutSerialiserFile::Close() { CheckAllIsEnded(); }
 
 void OutSerialiserFile::WriteOut(void const * bytes, std::uint64_t size) { stream.WriteAll(bytes, size); }
 }

@@ -513,6 +513,25 @@ TEST(ArchiveUpdate, IsRefusedBehindALaterStateThatIsDamaged) {
     }
 }
 
+// Who goes on after the first failure, layer by layer, must not get at the bytes of the document.
+TEST(ArchiveUpdate, SaveThatWasRefusedStaysRefused) {
+    auto files = MakeDocument(4, 3);
+    files.at(path).end()[-30] ^= 1;
+    auto const disk = MakeCounted<MemoryDisk>(files);
+    auto const archive = Archive::Open(path, "Test", disk);
+    auto session = archive->CreateSession();
+    std::vector<char> const large(20 << 20);
+    for (auto const * const name : {"first", "second"})
+        try {
+            session->StoreStream(name, large.data(), large.size());
+            ADD_FAILURE() << "there is no place for it";
+        } catch (ArchiveError const & error) {
+            EXPECT_EQ(error.GetKind(), ArchiveError::Kind::Damaged) << error.what();
+        }
+    EXPECT_THROW(archive->CloseSession(std::move(session)), ArchiveError);
+    EXPECT_EQ(disk->GetFiles(), files);
+}
+
 TEST(ArchiveUpdate, RemovesWhatIsLeftOfASaveWhoseFooterNeverCame) {
     auto files = MakeDocument(4, 3);
     std::fill(files.at(path).end() - 64, files.at(path).end(), std::uint8_t(0));

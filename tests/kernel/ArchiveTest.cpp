@@ -7,13 +7,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <grp.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <functional>
 #include <iterator>
+#include <thread>
 #include <utility>
 
 using namespace Kernel;
@@ -100,6 +104,23 @@ TEST_F(ArchiveTest, HasOneHolderForAnItem) {
     EXPECT_EQ(first.blobs[0], second.blobs[0]);
     EXPECT_EQ(first.blobs[0], album.blobs[0]) << "the one that was stored stands for it";
     EXPECT_NE(first.blobs[0], first.blobs[1]);
+}
+
+TEST_F(ArchiveTest, HoldersMayGoWhileOthersAskForThem) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    auto const archive = Archive::Open(GetPath(), "Test");
+    auto const id = archive->GetInfo().items.front().id;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int n = 0; n < 2000; ++n)
+                EXPECT_TRUE(archive->GetHolder(id, Blob::GetType()));
+        });
+    for (auto & thread : threads)
+        thread.join();
+    auto const holder = archive->GetHolder(id, Blob::GetType());
+    EXPECT_EQ(BytesOf(holder), MakeBytes(1));
+    EXPECT_EQ(archive->GetHolder(id, Blob::GetType()), holder);
 }
 
 TEST_F(ArchiveTest, DropsWhatCanBeLoadedAgain) {
@@ -304,6 +325,29 @@ TEST_F(ArchiveTest, KeepsAStreamThatIsNotStoredAnew) {
     archive->CloseSession(std::move(session));
     EXPECT_FALSE(archive->HasStream("Note"));
     ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(3));
+}
+
+// The items that a stream names without holding them are part of what it is.
+TEST_F(ArchiveTest, StreamOfTheSameContentThatNamesOtherItemsIsAnotherOne) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto const store = [&](Album const & album) {
+        auto session = archive->CreateSession();
+        session->StoreProperties("Note", "Note", 1, [&](OutSerialiser & out) {
+            out.SaveType("Valu", 5);
+            out.SaveObjectEnumeratePathsOnlyI(album);
+        });
+        return archive->CloseSession(std::move(session)).itemsAdded;
+    };
+    auto const first = MakeAlbum(1), second = MakeAlbum(3, 30);
+    store(first);
+    EXPECT_EQ(store(first), 0u);
+    store(second);
+    EXPECT_EQ(store(second), 0u);
+    auto session = archive->CreateSession();
+    session->KeepStream("Note");
+    archive->CloseSession(std::move(session));
+    EXPECT_EQ(archive->GetInfo().items.size(), 5u) << "the stream, a label, three blobs";
+    EXPECT_THAT(VerifyArchive(GetPath()).problems, IsEmpty());
 }
 
 TEST_F(ArchiveTest, HasOneStreamOfANameAndNoNamesThatAreTooLong) {
@@ -513,6 +557,49 @@ TEST_F(ArchiveTest, KeepsModeAndLinkOfTheFileThatIsReplaced) {
     ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(1, 9));
 }
 
+// Who can't give a file its owner can still give it its group, if it is one of theirs. No other group takes that place.
+TEST_F(ArchiveTest, KeepsTheGroupOfTheFileThatIsReplacedOrWhatIsHiddenFromOthers) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "files can't be given away";
+    constexpr uid_t user = 65534;
+    constexpr gid_t ownGroup = 65534, sharedGroup = 2000, strangeGroup = 3000;
+    struct Case {
+        uid_t owner;
+        gid_t group, groupAfter;
+        mode_t mode, modeAfter;
+    };
+    Dispatch::SetThreadCount(1); // a child of a process has no threads but one
+    ASSERT_EQ(chmod(directory.GetPath().c_str(), 0777), 0);
+    for (auto const & [owner, group, groupAfter, mode, modeAfter] :
+         {Case{0, sharedGroup, sharedGroup, 0660, 0660}, Case{user, strangeGroup, ownGroup, 0664, 0644},
+          Case{user, strangeGroup, ownGroup, 0660, 0600}}) {
+        Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+        ASSERT_EQ(chown(GetPath().c_str(), owner, group), 0);
+        ASSERT_EQ(chmod(GetPath().c_str(), mode), 0);
+        pid_t const child = fork();
+        if (child == 0)
+            try {
+                if (setgroups(1, &sharedGroup) != 0 || setgid(ownGroup) != 0 || setuid(user) != 0)
+                    _exit(2);
+                Save(Archive::Open(GetPath(), "Test"), MakeAlbum(1, 9), ArchiveSaveMode::Compact);
+                _exit(0);
+            } catch (...) {
+                _exit(1);
+            }
+        int how = 0;
+        ASSERT_EQ(waitpid(child, &how, 0), child);
+        ASSERT_EQ(how, 0);
+        ExpectSame(Load(Archive::Open(GetPath(), "Test")), MakeAlbum(1, 9));
+        struct stat status;
+        ASSERT_EQ(stat(GetPath().c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, user);
+        EXPECT_EQ(status.st_gid, groupAfter);
+        EXPECT_EQ(status.st_mode & 07777, modeAfter);
+        ASSERT_EQ(unlink(GetPath().c_str()), 0);
+    }
+    Dispatch::SetThreadCount(0);
+}
+
 TEST_F(ArchiveTest, GivesANewFileTheModeOfNewFilesAndHidesThatOfAPrivateOne) {
     auto const old = umask(027);
     Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
@@ -563,6 +650,180 @@ private:
     Counted<ArchiveDisk> const disk = GetSystem();
     std::function<void()> const meanwhile;
 };
+}
+
+namespace {
+// Fails where it is told to.
+class UnwillingDisk final : public ArchiveDisk {
+public:
+    int updateError = 0, createError = 0, replaceError = 0; // 0: works
+
+    Counted<ArchiveFile> OpenToRead(std::string const & path) override { return disk->OpenToRead(path); }
+    Counted<ArchiveFile> OpenToUpdate(std::string const & path) override {
+        if (updateError == 0)
+            return disk->OpenToUpdate(path);
+        errno = updateError;
+        return {};
+    }
+    Counted<ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override {
+        if (createError == 0)
+            return disk->CreateBeside(path, temporaryPath);
+        errno = createError;
+        return {};
+    }
+    ArchiveReplaced Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path,
+                            ArchiveTarget target) override {
+        if (replaceError == 0)
+            return disk->Replace(file, temporaryPath, path, target);
+        errno = replaceError;
+        return ArchiveReplaced::Failed;
+    }
+    void Remove(std::string const & temporaryPath) override { disk->Remove(temporaryPath); }
+
+private:
+    Counted<ArchiveDisk> const disk = GetSystem();
+};
+
+ArchiveError::Kind KindOfFailure(std::function<void()> const & fail) {
+    try {
+        fail();
+    } catch (ArchiveError const & error) {
+        return error.GetKind();
+    }
+    ADD_FAILURE() << "nothing failed";
+    return {};
+}
+}
+
+// To be written anew is the document's own wish: whoever can't do that, and could append, must be able to save.
+TEST_F(ArchiveTest, GrowsOnWhereItCannotBeWrittenAnew) {
+    auto const disk = MakeCounted<UnwillingDisk>();
+    auto const archive = Archive::Create(GetPath(), "Test", disk);
+    auto album = MakeAlbum(2);
+    Change(album.blobs[0], MakeBytes(50, 40 << 20));
+    Save(archive, album);
+    Change(album.blobs[0], MakeBytes(51));
+    Save(archive, album); // by now most of it is dead
+    disk->createError = EACCES;
+    for (unsigned i = 60; i < 62; ++i) {
+        Change(album.blobs[1], MakeBytes(i));
+        Save(archive, album);
+        ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
+    }
+    EXPECT_EQ(KindOfFailure([&] { Save(archive, album, ArchiveSaveMode::Compact); }), ArchiveError::Kind::WriteFailed);
+    disk->createError = 0;
+    disk->replaceError = EDQUOT; // which comes after everything was stored: the save fails, and the next one appends
+    EXPECT_EQ(KindOfFailure([&] { Save(archive, album); }), ArchiveError::Kind::WriteFailed);
+    Change(album.blobs[1], MakeBytes(70));
+    Save(archive, album);
+    ExpectSame(Load(Archive::Open(GetPath(), "Test")), album);
+    EXPECT_EQ(List(), std::vector<std::string>{"album.doc"});
+    disk->replaceError = 0;
+    Save(archive, album, ArchiveSaveMode::Compact);
+    EXPECT_LT(archive->GetInfo().deadBytes, 100000u);
+}
+
+TEST_F(ArchiveTest, GrowsOnWhereThereIsNoRoomBesideIt) {
+    auto const disk = MakeCounted<MemoryDisk>();
+    auto const archive = Archive::Create("album.doc", "Test", disk);
+    auto album = MakeAlbum(1);
+    Change(album.blobs[0], MakeBytes(50, 40 << 20));
+    Save(archive, album);
+    Change(album.blobs[0], MakeBytes(51, 1 << 20));
+    Save(archive, album);
+    auto const countRenames = [&] {
+        return std::count_if(disk->steps.begin(), disk->steps.end(),
+                             [](auto const & step) { return step.kind == MemoryDisk::Step::Kind::Rename; });
+    };
+    disk->freeBytes = 500000; // less than the blob takes
+    Save(archive, album);
+    EXPECT_EQ(countRenames(), 1) << "that of the first save";
+    EXPECT_THAT(disk->GetFiles(), SizeIs(1));
+    disk->freeBytes = 500 << 20;
+    Save(archive, album);
+    EXPECT_EQ(countRenames(), 2);
+    ExpectSame(Load(Archive::Open("album.doc", "Test", disk)), album);
+}
+
+// What can't be opened for writing is nothing that a new document replaces.
+TEST_F(ArchiveTest, NewDocumentReplacesNothingThatItMayNotWrite) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    auto const before = ReadFile();
+    auto const disk = MakeCounted<UnwillingDisk>();
+    disk->updateError = EACCES;
+    auto const archive = Archive::Create(GetPath(), "Test", disk);
+    EXPECT_EQ(KindOfFailure([&] { Save(archive, MakeAlbum(1, 50)); }), ArchiveError::Kind::WriteFailed);
+    EXPECT_EQ(ReadFile(), before);
+
+    ASSERT_EQ(mkfifo(GetPath("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(KindOfFailure([&] { Save(Archive::Create(GetPath("pipe"), "Test"), MakeAlbum(1)); }),
+              ArchiveError::Kind::WriteFailed);
+    EXPECT_TRUE(std::filesystem::is_fifo(GetPath("pipe")));
+    if (mknod(GetPath("null").c_str(), S_IFCHR | 0600, makedev(1, 3)) == 0) {
+        EXPECT_EQ(KindOfFailure([&] { Save(Archive::Create(GetPath("null"), "Test"), MakeAlbum(1)); }),
+                  ArchiveError::Kind::WriteFailed);
+        EXPECT_TRUE(std::filesystem::is_character_file(GetPath("null")));
+    }
+}
+
+// A save removes what savers that died have left, and nothing of the user's.
+TEST_F(ArchiveTest, LeavesFilesAloneThatOnlyBeginLikeItsOwn) {
+    PutFile(GetPath(".album.doc.saving-notes"), "of the user");
+    PutFile(GetPath(".album.doc.saving-0123abcd.txt"), "of the user");
+    PutFile(GetPath(".album.doc.saving-0123abcd"), "of a saver that died");
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    EXPECT_THAT(List(), testing::UnorderedElementsAre("album.doc", ".album.doc.saving-notes",
+                                                      ".album.doc.saving-0123abcd.txt"));
+}
+
+// The document that a holder comes from may be open by that holder alone, and has objects that take locks to go.
+TEST_F(ArchiveTest, LastHolderOfADocumentMovesToAnotherOne) {
+    Save(Archive::Create(GetPath(), "Test"), MakeAlbum(1));
+    auto archive = Archive::Open(GetPath(), "Test");
+    auto album = Load(archive);
+    ASSERT_TRUE(album.label);
+    album.label.Reset();
+    archive.Reset();
+    Change(album.blobs[0], MakeBytes(5));
+    auto const other = Archive::Create(GetPath("other.doc"), "Test");
+    Save(other, album);
+    EXPECT_EQ(BytesOf(album.blobs[0]), MakeBytes(5));
+}
+
+namespace {
+// An item that refers to another one, which may be itself.
+class Ring final : public FileStoreItem {
+public:
+    Counted<DelayLoadHolder> next;
+
+    static FileStoreItemType const & GetType() {
+        static FileStoreItemType const type("Ring", ItemNesting::Nestable, ItemRecovery::NotRecoverable,
+                                            [] { return Counted<FileStoreItem>(new Ring); });
+        return type;
+    }
+    FileStoreItemType const & GetObjectFileStoreItemType() const override { return GetType(); }
+    void Save(OutStream & stream, FileStoreOut & store) const override {
+        OutSerialiserFile serialiser(stream, store, "Ring", 1);
+        serialiser.SaveDelayLoadObject("Next", next.Get(), FileStoreOutIndexedPathGenerator("", "r/"), nullptr);
+        serialiser.Close();
+    }
+    bool Load(InStream &, FileStore &) override { return true; }
+};
+}
+
+TEST_F(ArchiveTest, ItemsThatReferToThemselvesFailTheSave) {
+    auto const ring = MakeCounted<Ring>();
+    ring->next = DelayLoadHolder::Create(Ring::GetType(), ring);
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto session = archive->CreateSession();
+    EXPECT_EQ(KindOfFailure([&] {
+                  session->StoreProperties("Ring", "Root", 1, [&](OutSerialiser & out) {
+                      out.SaveDelayLoadObject("Ring", ring->next.Get(), FileStoreOutIndexedPathGenerator("", "r/"),
+                                              nullptr);
+                  });
+              }),
+              ArchiveError::Kind::WriteFailed);
+    ring->next.Reset();
 }
 
 // Of two programs that make a document at one path, the later one doesn't replace what it has never seen.

@@ -16,6 +16,7 @@
 #include <zstd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 #include <unordered_set>
 
@@ -39,6 +40,7 @@ public:
         size = std::min<std::uint64_t>(size, bytes.size() - offset);
         std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), size, static_cast<std::uint8_t *>(dest));
         bytesRead += size;
+        ++reads;
         return size;
     }
     std::optional<std::uint64_t> GetSize() const override { return bytes.size(); }
@@ -49,7 +51,7 @@ public:
     void Unlock() override {}
     bool IsAt(std::string const &) const override { return false; }
 
-    mutable std::uint64_t bytesRead = 0;
+    mutable std::uint64_t bytesRead = 0, reads = 0;
 
 private:
     std::vector<std::uint8_t> bytes;
@@ -518,6 +520,19 @@ TEST(HostileArchive, VerifyDoesNotGoThroughEndlessListsBehindTheEnd) {
     EXPECT_THAT(Verify(MakeDisk(file.bytes)), Contains(HasSubstr("end of the last commit")));
 }
 
+// What a large save left that was cut off is gone through before the next one, while others wait.
+TEST(HostileArchive, LongTailIsReadInFewPieces) {
+    HostileFile file;
+    file.AddStream();
+    file.AddCommit();
+    auto const end = file.bytes.size();
+    file.bytes.resize(end + (20 << 20), std::uint8_t(7));
+    auto const disk = MakeCounted<CountingFile>(file.bytes);
+    EXPECT_FALSE(ArchiveSnapshot::FindFooterPlace(*disk, end));
+    EXPECT_LT(disk->reads, 100u);
+    EXPECT_LT(disk->bytesRead, 21u << 20);
+}
+
 TEST(HostileArchive, CommitNumbersBeginAnewAfterTheLast) {
     HostileFile file;
     file.AddStream();
@@ -544,4 +559,24 @@ TEST(HostileArchive, IdsCannotBeChosenToCollide) {
     for (std::size_t i = 0; i < ids.bucket_count(); ++i)
         fullest = std::max(fullest, ids.bucket_size(i));
     EXPECT_LT(fullest, 40u);
+}
+
+// Tables of positions have one place for one key: each further item under it would be looked for behind all others.
+TEST(HostileArchive, ManyItemsOfOneNameAndOneHashTakeNoLongerThanOthers) {
+    using Clock = std::chrono::steady_clock;
+#ifdef RASTER_SANITIZED
+    constexpr std::uint64_t count = 100000;
+#else
+    constexpr std::uint64_t count = 300000;
+#endif
+    HostileFile file;
+    for (std::uint64_t i = 1; i <= count; ++i)
+        file.AddStream(i);
+    file.AddCommit();
+    auto const begin = Clock::now();
+    auto const archive = Archive::Open("hostile.doc", "Test", MakeDisk(file.bytes));
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10)) << "to open it";
+    auto const opened = Clock::now();
+    EXPECT_TRUE(archive->CreateSession());
+    EXPECT_LT(Clock::now() - opened, std::chrono::seconds(10)) << "to begin a save";
 }

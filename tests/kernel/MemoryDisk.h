@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
 #include <utility>
@@ -45,6 +46,7 @@ public:
             return count;
         }
         std::optional<std::uint64_t> GetSize() const override { return inode->bytes.size(); }
+        std::optional<std::uint64_t> GetFreeBytes() const override { return disk->freeBytes; }
         bool Write(std::uint64_t offset, void const * data, std::uint64_t size) override {
             auto const * const first = static_cast<std::uint8_t const *>(data);
             std::uint64_t const count = disk->IsFailing() ? size / 2 : size; // a short write comes before the error
@@ -145,6 +147,7 @@ public:
     std::uint64_t GetOperationCount() const { return operation; }
 
     std::vector<Step> steps;
+    std::optional<std::uint64_t> freeBytes; ///< what it says that there is room for; nothing says nothing
 
 private:
     Kernel::Counted<Kernel::ArchiveFile> Open(std::string const & path) {

@@ -456,6 +456,31 @@ TEST(Serialiser, IsSilentWhileAnExceptionIsHandled) {
     EXPECT_EQ(stream->GetSize(), size);
 }
 
+// What comes after a value that was begun and not ended would be missing from the file.
+TEST(Serialiser, TellsOfWhatWasBegunAndNotEnded) {
+    EXPECT_THROW(Write([](OutSerialiser & out) {
+                     ASSERT_TRUE(out.StartClassTestI("Clas"));
+                     out.StartClassBeginI("Clss", 1);
+                     out.SaveType("Valu", 5);
+                 }),
+                 std::logic_error);
+    EXPECT_THROW(Write([](OutSerialiser & out) {
+                     ASSERT_TRUE(out.StartObjectArrayTestI("Arra"));
+                     out.StartObjectArrayBeginI(2);
+                     out.SaveObjectI(*MakeTree(0, 0));
+                 }),
+                 std::logic_error);
+    EXPECT_THROW(Write([](OutSerialiser & out) { out.SaveObjectI(*MakeTree(0, 0)); }), std::logic_error);
+    EXPECT_THROW(Write([](OutSerialiser & out) {
+                     ASSERT_TRUE(out.StartObjectArrayTestI("Arra"));
+                     out.StartObjectArrayBeginI(1);
+                     out.SaveObjectI(*MakeTree(0, 0));
+                     out.SaveObjectI(*MakeTree(0, 0));
+                 }),
+                 std::logic_error);
+    EXPECT_THROW(Write([](OutSerialiser & out) { out.EndPropClassI(); }), std::logic_error);
+}
+
 TEST(Serialiser, BeginsWithTheStrategiesOfTheStore) {
     auto const store = MakeCounted<CountingStore>();
     store->AddStrategy(CompressionPredictorStrategy::CreateForByteSize64kStriped(2));
