@@ -65,7 +65,7 @@ void Layer::Save(Kernel::OutSerialiser & serialiser) const {
     serialiser.SaveType(offsetTag, offset);
     serialiser.SaveType(opacityTag, opacity);
     serialiser.SaveType(dpiTag, dpi);
-    serialiser.SaveSharedObject(profileTag, profile.Get());
+    serialiser.SaveSharedObject(profileTag, profile.Get(), unreadProfile);
     // Not compressed: picture files are already.
     serialiser.SaveDelayLoadObject(fileTag, placedFile.Get(), Kernel::FileStoreOutIndexedPathGenerator("", "c/"),
                                    nullptr);
@@ -79,7 +79,7 @@ bool Layer::Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & st
     opacity = std::isfinite(opacity) ? std::clamp(opacity, 0.0f, 1.0f) : 1.0f;
     serialiser.LoadType(dpiTag, dpi);
     dpi = std::isfinite(dpi) && dpi > 0 ? dpi : 72;
-    isProfileLost = !serialiser.LoadSharedObject(profileTag, store, profile) && serialiser.HasProperty(profileTag);
+    serialiser.LoadSharedObject(profileTag, store, profile, unreadProfile);
     serialiser.LoadDelayLoadObject(fileTag, store, CompressedRasterData::GetTypeFileStoreItemType(), placedFile);
     Kernel::Counted<Kernel::Serialisable> loaded;
     serialiser.LoadObjectI(bitmapTag, store, loaded);

@@ -9,6 +9,7 @@
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/Point.h"
 #include "kernel/Serialisable.h"
+#include "kernel/SharedObjectReference.h"
 #include "kernel/String.h"
 #include "storage/DynamicBitmap.h"
 
@@ -28,7 +29,7 @@ public:
     double dpi = 72;
     Raster::DynamicBitmap bitmap;
     Raster::ICCManager::Profile profile;                 ///< of the file; null if it has none
-    bool isProfileLost = false;                          ///< it has one, which can't be read
+    Kernel::SharedObjectReference unreadProfile;         ///< the one that it has, if that can't be read
     Kernel::Counted<Kernel::DelayLoadHolder> placedFile; ///< a `CompressedRasterData`; null if there is none
     bool isStored = false; ///< the document on disk has it as it is: a save keeps its stream
 

@@ -106,7 +106,7 @@ void TellOfDamage(Session & session, std::string const & path, Layer const & lay
         session.GetMessages().Warn(
             path, fmt::format("{} of layer \"{}\" damaged, and left empty; `raster document verify` tells more",
                               CountInWords(damaged), layer.name.GetCharacters()));
-    if (layer.isProfileLost)
+    if (layer.unreadProfile)
         session.GetMessages().Warn(path, fmt::format("the profile of layer \"{}\" is damaged, and left out; "
                                                      "`raster document verify` tells more",
                                                      layer.name.GetCharacters()));

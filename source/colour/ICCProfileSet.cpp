@@ -8,8 +8,10 @@
 
 namespace Raster {
 void ICCManager::ICCProfileSet::SetProfile(ColourSpace space, Profile const & profile) {
-    if (space != ColourSpaceNone && space <= profiles.size())
-        profiles[space - 1] = profile;
+    if (space == ColourSpaceNone || space > profiles.size())
+        return;
+    profiles[space - 1] = profile;
+    unread[space - 1].Reset();
 }
 
 void ICCManager::ICCProfileSet::SetProfileForFormat(Format format, Profile const & profile) {
@@ -49,7 +51,7 @@ constexpr Kernel::IDTag intentTag("Intn"), compensationTag("BPCm");
 
 void ICCManager::ICCProfileSet::Save(Kernel::OutSerialiser & serialiser) const {
     for (auto const & [tag, space] : profileTags)
-        serialiser.SaveSharedObject(tag, GetProfileFor(space).Get());
+        serialiser.SaveSharedObject(tag, GetProfileFor(space).Get(), unread[space - 1]);
     serialiser.SaveEnumI(intentTag, IntentEnumSerialiser::GetInstance(), static_cast<int>(intent));
     serialiser.SaveType(compensationTag, blackPointCompensation);
 }
@@ -58,8 +60,11 @@ bool ICCManager::ICCProfileSet::Load(Kernel::InSerialiser const & serialiser, Ke
                                      unsigned short) {
     for (auto const & [tag, space] : profileTags) {
         Profile profile;
-        if (serialiser.LoadSharedObject(tag, store, profile))
-            SetProfile(space, profile);
+        Kernel::SharedObjectReference reference;
+        if (!serialiser.LoadSharedObject(tag, store, profile, reference) && !reference)
+            continue;
+        SetProfile(space, profile);
+        unread[space - 1] = reference;
     }
     int stored = 0;
     if (serialiser.LoadEnumI(intentTag, IntentEnumSerialiser::GetInstance(), stored))
@@ -71,13 +76,15 @@ bool ICCManager::ICCProfileSet::Load(Kernel::InSerialiser const & serialiser, Ke
 void ICCManager::ICCProfileSet::AccumulateHash(Kernel::HashAccumulator & accumulator) const {
     for (auto const & profile : profiles)
         accumulator.AddToHash(std::hash<Profile>()(profile));
+    for (auto const & reference : unread)
+        accumulator.AddToHash(std::hash<Kernel::ItemID>()(reference.GetID()));
     accumulator.AddToHash(intent);
     accumulator.AddToHash(blackPointCompensation);
 }
 
 bool ICCManager::ICCProfileSet::CompareMembers(Kernel::Serialisable const & other) const {
     auto const * const set = dynamic_cast<ICCProfileSet const *>(&other);
-    return set && profiles == set->profiles && intent == set->intent &&
+    return set && profiles == set->profiles && unread == set->unread && intent == set->intent &&
            blackPointCompensation == set->blackPointCompensation;
 }
 }

@@ -2,12 +2,14 @@
 
 #include "colour/ICCManager.h"
 #include "kernel/Serialisable.h"
+#include "kernel/SharedObjectReference.h"
 
 #include <array>
 
 namespace Raster {
 /// The profiles that a document works in, one for each colour space, and how it converts between them. Copies are
-/// independent. Threads: as a plain value.
+/// independent. One that could not be read from a document is null, and stays in the document when the set is saved,
+/// until `SetProfile` for its space. Threads: as a plain value.
 class RASTER_API ICCManager::ICCProfileSet : public Kernel::Serialisable {
 public:
     ICCProfileSet() noexcept = default; ///< No profiles, perceptual, no black point compensation.
@@ -31,7 +33,9 @@ public:
     bool CompareMembers(Kernel::Serialisable const & other) const override;
 
 private:
-    std::array<Profile, ColourSpaceRGBUF> profiles; // by colour space, without ColourSpaceNone
+    // By colour space, without ColourSpaceNone.
+    std::array<Profile, ColourSpaceRGBUF> profiles;
+    std::array<Kernel::SharedObjectReference, ColourSpaceRGBUF> unread; // those that are null since they can't be read
     Intent intent = Intent::Perceptual;
     bool blackPointCompensation = false;
 };

@@ -9,6 +9,7 @@
 #include "kernel/InSerialiserFile.h"
 #include "kernel/MemoryInStream.h"
 #include "kernel/ScopedLock.h"
+#include "kernel/SharedObjectReference.h"
 #include "kernel/SharedSerialisable.h"
 #include "kernel/Trace.h"
 
@@ -32,6 +33,10 @@ Counted<InSerialiserFile const> ParseItem(ArchiveItemReader const & reader, Arch
     hasReferences = !InSerialiserFile::FindReferences(raw).empty();
     auto const stream = MakeCounted<MemoryInStream>(raw.data(), raw.size());
     return InSerialiserFile::ParseWithChecks(*stream, store, /*acceptFutureVersions=*/false, 0xffff, depth);
+}
+
+bool IsBeingLoaded(ItemID id) {
+    return std::find(loadingShared.begin(), loadingShared.end(), id) != loadingShared.end();
 }
 
 struct LoadingShared {
@@ -213,16 +218,27 @@ void Archive::MoveHolders() {
 }
 
 Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
+    bool const isWithinItself = IsBeingLoaded(id);
+    auto loaded = FindSharedObject(GetSnapshotWith(id).Get(), id, depth);
+    if (!loaded && !isWithinItself) {
+        ScopedLock const guard(holders->lock);
+        holders->unread.insert(id);
+    }
+    return loaded;
+}
+
+Counted<SharedSerialisable> Archive::LoadReferredObject(ItemID id, int depth, SharedObjectReference & reference) {
     auto const current = GetSnapshotWith(id);
+    reference = {id, MakeCounted<ArchiveItemSource>(this, current, id)};
+    return FindSharedObject(current.Get(), id, depth);
+}
+
+Counted<SharedSerialisable> Archive::FindSharedObject(ArchiveSnapshot const * current, ItemID id, int depth) {
     auto const * const entry = current ? current->Find(id) : nullptr;
-    if (std::find(loadingShared.begin(), loadingShared.end(), id) != loadingShared.end())
+    if (!entry || entry->type != ArchiveTags::sharedObject || IsBeingLoaded(id))
         return {};
     {
         ScopedLock const guard(holders->lock);
-        if (!entry || entry->type != ArchiveTags::sharedObject) {
-            holders->unread.insert(id);
-            return {};
-        }
         if (auto const * const known = holders->FindShared(id))
             return *known;
     }
@@ -231,8 +247,6 @@ Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
     ScopedLock const guard(holders->lock);
     if (auto const * const known = holders->FindShared(id))
         return *known; // another thread was faster, or this object was met within itself
-    if (!loaded)
-        holders->unread.insert(id);
     // One that could not be read is tried again, but not for every path that leads to it.
     if (loaded && !hasReferences)
         holders->shared.emplace(id, loaded);

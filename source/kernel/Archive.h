@@ -91,6 +91,7 @@ public:
     /// The holder of an item that is not there, or is damaged, is one whose loads fail.
     Counted<DelayLoadHolder> GetHolder(ItemID id, FileStoreItemType const & type) override;
     Counted<SharedSerialisable> LoadSharedObject(ItemID id, int depth) override;
+    Counted<SharedSerialisable> LoadReferredObject(ItemID id, int depth, SharedObjectReference & reference) override;
     void BeginLoading() noexcept override;
     void EndLoading() noexcept override;
 
@@ -112,12 +113,14 @@ private:
 
     Counted<ArchiveSnapshot const> GetSnapshot() const;
     Counted<ArchiveSnapshot const> GetSnapshotWith(ItemID id) const;
+    Counted<SharedSerialisable> FindSharedObject(ArchiveSnapshot const * current, ItemID id, int depth);
     Counted<SharedSerialisable> ReadSharedObject(ArchiveSnapshot const & current, ArchiveLayout::Entry const & entry,
                                                  int depth, bool & hasReferences);
     void SetSnapshot(Counted<ArchiveSnapshot const> committed);
     /// Has all holders of the table load from the present snapshot's file, if their items are in it.
     void MoveHolders();
-    /// Shared objects that whoever refers to them could not load, and so would not save again.
+    /// Shared objects that whoever refers to them could not load, and has no reference to: it would not save them
+    /// again.
     std::vector<ItemID> GetUnreadObjects() const;
     void ForgetUnreadObject(ItemID id);
     void ForgetHolder(ItemID id, DelayLoadHolder const & holder) const noexcept;

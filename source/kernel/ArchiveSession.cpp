@@ -10,6 +10,7 @@
 #include "kernel/OutSerialiserFile.h"
 #include "kernel/PropertyStream.h"
 #include "kernel/ScopedLock.h"
+#include "kernel/SharedObjectReference.h"
 #include "kernel/SharedSerialisable.h"
 
 #include <sys/random.h>
@@ -342,6 +343,31 @@ ItemID ArchiveSession::StoreSharedObject(SharedSerialisable const & object) {
     return Refer(id);
 }
 
+ItemID ArchiveSession::KeepReferredObject(SharedObjectReference const & reference) {
+    auto const id = reference.GetID();
+    // An id is the same item wherever it lies: what lies here already is not looked for elsewhere.
+    auto const * const entry = base ? base->Find(id) : nullptr;
+    if (entry) {
+        if (!keepsDamaged && !IsWhole(*base->GetFile(), *entry))
+            FailUnread();
+        return Refer(KeepItem(*base, id));
+    }
+    auto const source = DynamicCast<ArchiveItemSource const>(reference.GetSource());
+    bool const isWhole = source && source->GetEntry() && IsWhole(source->GetFile(), *source->GetEntry());
+    if (!keepsDamaged && !isWhole)
+        FailUnread();
+    return Refer(source ? KeepSource(*source) : id);
+}
+
+bool ArchiveSession::IsWhole(ArchiveFile const & place, Entry const & entry) const {
+    try {
+        ArchiveItemReader(place, archive->GetPath()).ReadRaw(entry);
+        return true;
+    } catch (ArchiveError const &) {
+        return false;
+    }
+}
+
 ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGenerator const & itemPath,
                                  FileStoreCompressionHint const * hint) {
     auto const address = reinterpret_cast<std::uintptr_t>(&holder);
@@ -641,8 +667,8 @@ std::vector<std::uint8_t> ArchiveSession::TakeSpare() {
     return memory;
 }
 
-// Whoever loads a reference to a shared object that can't be read has none then, and so stores none. A stream that was
-// stored anew lacks it; where damage is kept its header goes on naming the object.
+// Whoever loads a shared object that can't be read, and keeps no reference to it, has none then, and so stores none. A
+// stream that was stored anew lacks it; where damage is kept its header goes on naming the object.
 void ArchiveSession::KeepUnread(std::string const & name, std::vector<ItemID> & stored) {
     auto const unread = archive->GetUnreadObjects();
     auto const * const entry = base && !unread.empty() ? base->FindStream(name) : nullptr;
@@ -674,7 +700,7 @@ void ArchiveSession::KeepUnread() {
 
 void ArchiveSession::FailUnread() const {
     Fail(ArchiveError::Kind::Damaged, archive->GetPath(),
-         "an object that it refers to, such as a profile, can't be read and would be lost; nothing was saved");
+         "an object that it refers to, such as a profile, can't be read; nothing was saved");
 }
 
 void ArchiveSession::Commit() {

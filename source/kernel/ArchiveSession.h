@@ -55,6 +55,9 @@ public:
     ItemID StoreItem(DelayLoadHolder & holder, FileStoreOutPathGenerator const & itemPath,
                      FileStoreCompressionHint const * hint) override;
     ItemID StoreSharedObject(SharedSerialisable const & object) override;
+    /// One that is missing or damaged fails the save, unless damage is kept. One whose bytes are whole is kept like any
+    /// other: this program may lack its class.
+    ItemID KeepReferredObject(SharedObjectReference const & reference) override;
 
 private:
     friend class Archive;
@@ -111,6 +114,7 @@ private:
     void TakeBack(Pending item);
     std::vector<std::uint8_t> TakeSpare();
     void Append(std::vector<std::uint8_t> const & bytes);
+    bool IsWhole(ArchiveFile const & place, Entry const & entry) const;
     void KeepUnread(std::string const & name, std::vector<ItemID> & stored);
     void KeepUnread();
     [[noreturn]] void FailUnread() const;

@@ -7,6 +7,7 @@
 namespace Kernel {
 class DelayLoadHolder;
 class FileStoreItemType;
+class SharedObjectReference;
 class SharedSerialisable;
 
 /// Where a stream's further items are found when objects are loaded from it.
@@ -22,6 +23,10 @@ public:
     /// @param depth  how many objects and items deep the reference stands.
     /// @return null if there is none, its class is not known, it is damaged, or it lies too deep.
     virtual Counted<SharedSerialisable> LoadSharedObject(ItemID id, int depth) = 0;
+    /// The same for whoever goes on naming an object that can't be loaded.
+    /// @param reference  receives the name of the object, loaded or not; left alone by a store that can't keep what it
+    ///                   can't load.
+    virtual Counted<SharedSerialisable> LoadReferredObject(ItemID id, int depth, SharedObjectReference & reference);
 
     // Around the life of a serialiser that loads from the store: while there is one, what it loads more than once may
     // be kept.

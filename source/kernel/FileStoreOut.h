@@ -9,6 +9,7 @@ namespace Kernel {
 class DelayLoadHolder;
 class FileStoreCompressionHint;
 class FileStoreOutPathGenerator;
+class SharedObjectReference;
 class SharedSerialisable;
 
 /// Where the items of objects that are being saved go. Belongs to one thread, that of the save.
@@ -29,6 +30,9 @@ public:
                              FileStoreCompressionHint const * hint) = 0;
     /// Takes an object that the store keeps once: equal objects are one item.
     virtual ItemID StoreSharedObject(SharedSerialisable const & object) = 0;
+    /// Keeps an object that whoever refers to it could not load, as it is. Throws if it can't be kept. By default
+    /// nothing is kept but its name.
+    virtual ItemID KeepReferredObject(SharedObjectReference const & reference);
 
 protected:
     FileStoreOut() = default;

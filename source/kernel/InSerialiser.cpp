@@ -4,6 +4,7 @@
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/FileStore.h"
 #include "kernel/PropertyStream.h"
+#include "kernel/SharedObjectReference.h"
 #include "kernel/SharedSerialisable.h"
 
 #include <algorithm>
@@ -210,6 +211,23 @@ bool InSerialiser::LoadSharedObjectI(IDTag tag, FileStore & store, ClassProperti
     auto loaded = store.LoadSharedObject(*id, depth + 1);
     if (!loaded || loaded->GetObjectClassProperties().GetClassUID() != expected.GetClassUID())
         return false;
+    object = std::move(loaded);
+    return true;
+}
+
+bool InSerialiser::LoadSharedObjectI(IDTag tag, FileStore & store, ClassPropertiesBase const & expected,
+                                     Counted<SharedSerialisable> & object, SharedObjectReference & unread) const {
+    unread.Reset();
+    auto const id = FindReference(tag, PropType::SharedObject);
+    if (!id)
+        return false;
+    SharedObjectReference reference;
+    auto loaded = store.LoadReferredObject(*id, depth + 1, reference);
+    if (!loaded || depth >= PropertyStream::deepest ||
+        loaded->GetObjectClassProperties().GetClassUID() != expected.GetClassUID()) {
+        unread = std::move(reference);
+        return false;
+    }
     object = std::move(loaded);
     return true;
 }

@@ -23,6 +23,7 @@ class DelayLoadHolder;
 class FileStore;
 class FileStoreItemType;
 class Serialisable;
+class SharedObjectReference;
 class SharedSerialisable;
 
 /// Reads the properties of one object; see kernel/PropertyStream.h for the form. Each `Load...` tells whether the
@@ -78,13 +79,18 @@ public:
     template<class T>
     bool LoadSharedObject(IDTag tag, FileStore & store, Consolidated<T> & object) const {
         Counted<SharedSerialisable> loaded;
-        if (!LoadSharedObjectI(tag, store, T::GetClassProperties(), loaded))
-            return false;
-        auto typed = DynamicCast<T>(loaded);
-        if (!typed)
-            return false;
-        object = Consolidated<T>::ConsolidateObjectSacrifice(std::move(typed));
-        return true;
+        return LoadSharedObjectI(tag, store, T::GetClassProperties(), loaded) && Consolidate(loaded, object);
+    }
+    /// The same for a class that doesn't lose an object which can't be loaded: it keeps the reference, and passes it to
+    /// `SaveSharedObject`.
+    /// @param unread  receives the reference if it is there and its object can't be loaded; else it is reset.
+    bool LoadSharedObjectI(IDTag tag, FileStore & store, ClassPropertiesBase const & expected,
+                           Counted<SharedSerialisable> & object, SharedObjectReference & unread) const;
+    template<class T>
+    bool LoadSharedObject(IDTag tag, FileStore & store, Consolidated<T> & object,
+                          SharedObjectReference & unread) const {
+        Counted<SharedSerialisable> loaded;
+        return LoadSharedObjectI(tag, store, T::GetClassProperties(), loaded, unread) && Consolidate(loaded, object);
     }
     /// The holder of an item of this type, which is not loaded by that.
     bool LoadDelayLoadObject(IDTag tag, FileStore & store, FileStoreItemType const & type,
@@ -112,6 +118,14 @@ private:
         Bytes records;
     };
 
+    template<class T>
+    static bool Consolidate(Counted<SharedSerialisable> const & loaded, Consolidated<T> & object) {
+        auto typed = DynamicCast<T>(loaded);
+        if (!typed)
+            return false;
+        object = Consolidated<T>::ConsolidateObjectSacrifice(std::move(typed));
+        return true;
+    }
     std::optional<Record> Find(IDTag tag) const;
     std::optional<Record> Find(IDTag tag, PropType type) const;
     std::optional<Nested> OpenClass(IDTag tag, ClassUID uid) const;

@@ -4,6 +4,7 @@
 #include "kernel/FileStoreOut.h"
 #include "kernel/OutSerialiserFile.h"
 #include "kernel/PropertyStream.h"
+#include "kernel/SharedObjectReference.h"
 #include "kernel/SharedSerialisable.h"
 
 #include <cassert>
@@ -130,6 +131,14 @@ void OutSerialiser::SaveContent(Serialisable const & object) {
 void OutSerialiser::SaveSharedObject(IDTag tag, SharedSerialisable const * object) {
     if (object && !isSilent)
         WriteItemReference(tag, PropType::SharedObject, store.StoreSharedObject(*object));
+}
+
+void OutSerialiser::SaveSharedObject(IDTag tag, SharedSerialisable const * object,
+                                     SharedObjectReference const & unread) {
+    if (object || !unread)
+        SaveSharedObject(tag, object);
+    else if (!isSilent)
+        WriteItemReference(tag, PropType::SharedObject, store.KeepReferredObject(unread));
 }
 
 void OutSerialiser::SaveDelayLoadObject(IDTag tag, DelayLoadHolder * holder, FileStoreOutPathGenerator const & path,

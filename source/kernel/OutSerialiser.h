@@ -21,6 +21,7 @@ class FileStoreCompressionHint;
 class FileStoreOut;
 class FileStoreOutPathGenerator;
 class Serialisable;
+class SharedObjectReference;
 class SharedSerialisable;
 
 /// Writes the properties of objects; see kernel/PropertyStream.h for the form. Belongs to one thread.
@@ -63,6 +64,9 @@ public:
     void SaveObjectEnumeratePathsOnlyI(Serialisable const & object);
     /// A reference to an object that the store keeps once. Null writes nothing.
     void SaveSharedObject(IDTag tag, SharedSerialisable const * object);
+    /// The same for one that may not have been loaded: without an object the reference is written again, if there is
+    /// one.
+    void SaveSharedObject(IDTag tag, SharedSerialisable const * object, SharedObjectReference const & unread);
     /// A reference to an item of its own, which the store takes now. Null writes nothing.
     /// @param hint  null stores the item raw.
     void SaveDelayLoadObject(IDTag tag, DelayLoadHolder * holder, FileStoreOutPathGenerator const & path,

@@ -61,6 +61,7 @@ std::unique_ptr<BitmapCore> BitmapCore::CloneWithoutLevels() const {
     clone->pendingDelayLoad.store(IsPendingDelayLoad(), std::memory_order_release);
     clone->backing = backing;
     clone->profile = profile;
+    clone->unreadProfile = unreadProfile;
     return clone;
 }
 
@@ -184,6 +185,7 @@ void BitmapCore::SetBackingAndProfile(Kernel::Counted<Kernel::DelayLoadHolder> h
                                       Kernel::Counted<Kernel::Countable const> backingProfile) {
     backing = std::move(holder);
     profile = std::move(backingProfile);
+    unreadProfile.Reset();
     for (auto & plane : planes)
         plane.SetBacking(backing);
 }

@@ -7,6 +7,7 @@
 #include "kernel/DelayLoadHolder.h"
 #include "kernel/JailCounted.h"
 #include "kernel/Rect.h"
+#include "kernel/SharedObjectReference.h"
 #include "pixel/ChannelTuple.h"
 #include "pixel/HardwareCachePolicy.h"
 #include "pixel/Vocabulary.h"
@@ -94,7 +95,7 @@ public:
     void SetBackingData(Kernel::Counted<Kernel::DelayLoadHolder> holder, std::nullptr_t) {
         SetBackingAndProfile(std::move(holder), nullptr);
     }
-    /// The profile that came with the backing; null if none did.
+    /// The profile that came with the backing; null if none did, or if it could not be read when the bitmap was loaded.
     template<class Profile = ICCProfile>
     Kernel::Consolidated<Profile> GetProfile() const {
         return Kernel::Consolidated<Profile>::FromConsolidated(dynamic_cast<Profile const *>(profile.Get()));
@@ -102,6 +103,9 @@ public:
     /// Makes a bitmap without pixels whose pixels are in `holder`: all tiles unallocated and backed.
     void SetPendingBacking(Kernel::Counted<Kernel::DelayLoadHolder> holder);
 
+    /// Names the profile that came with the backing and could not be read: a save goes on referring to it, as long as
+    /// it would store the profile, until the bitmap gets another backing. None if it has its profile, or never had one.
+    Kernel::SharedObjectReference const & GetUnreadProfile() const { return unreadProfile; }
     /// Writes the bitmap among the properties of the object that holds it. What a `RasterSerialisationStrategy` allows
     /// is stored as a reference to the backing, and levels as it says. A pending bitmap that may not be stored by
     /// reference is loaded first; if that is impossible it is stored by reference all the same, since its pixels are
@@ -253,6 +257,7 @@ private:
     std::atomic<std::uint64_t> writesBegun{0}, writesEnded{0};
     Kernel::Counted<Kernel::DelayLoadHolder> backing;
     Kernel::Counted<Kernel::Countable const> profile;
+    Kernel::SharedObjectReference unreadProfile; // what is stored in place of a profile that is null
 
     // Held while the planes are filled from the backing, and while another bitmap copies this one's tiles, so that no
     // copy sees half a load. Outermost, with mipmapLock; never both of one bitmap.

@@ -71,7 +71,7 @@ void BitmapCore::SaveInline(Kernel::OutSerialiser & serialiser) const {
     if (isByReference) {
         serialiser.SaveDelayLoadObject(backingTag, saved->backing.Get(),
                                        Kernel::FileStoreOutIndexedPathGenerator("", "c/"), nullptr);
-        serialiser.SaveSharedObject(profileTag, saved->GetProfile().Get());
+        serialiser.SaveSharedObject(profileTag, saved->GetProfile().Get(), saved->unreadProfile);
     }
     serialiser.SaveType(delayTag, true);
     serialiser.SaveEnumI(modeTag, MipmapModeEnumSerialiser::GetInstance(), static_cast<int>(mipmapMode));
@@ -109,7 +109,7 @@ bool BitmapCore::LoadInline(Kernel::InSerialiser const & serialiser, Kernel::Fil
     leftInflationTiles = std::clamp(leftInflationTiles, 0, GetGrid().tilesAcross);
     topInflationTiles = std::clamp(topInflationTiles, 0, GetGrid().tilesDown);
     Kernel::Consolidated<ICCProfile> loadedProfile;
-    if (serialiser.LoadSharedObject(profileTag, store, loadedProfile))
+    if (serialiser.LoadSharedObject(profileTag, store, loadedProfile, unreadProfile))
         profile = Kernel::Counted<Kernel::Countable const>(loadedProfile.Get());
     if (!LoadPlanes(serialiser, store, version)) {
         Kernel::Trace("The file behind a bitmap of a document can't be had: the bitmap is not loaded\n");
