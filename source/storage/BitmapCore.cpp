@@ -84,12 +84,18 @@ void BitmapCore::ShareTilesIntoNew(BitmapCore const & source) {
 void BitmapCore::CopyPlanesFrom(BitmapCore const * source) {
     if (!source || !(source->type.layout == type.layout) || !(source->GetGrid() == GetGrid()))
         return;
+    if (source != this)
+        source->LoadFor("CopyPlanesFrom"); // what has no pixels yet would look empty here, and not pending
+    if (source->IsPendingDelayLoad())
+        return;
     WriteInProgress const mark(*this);
     auto const before = source->GetWritesSeen();
     {
         Kernel::ScopedLock guard(source->delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
         CopyTilesFrom(*source);
     }
+    if (!IsLoadedByThisThread()) // a load that is still to come would write over what was copied
+        pendingDelayLoad.store(false, std::memory_order_release);
     CopyLevelsFrom(*source, before);
 }
 
