@@ -302,10 +302,8 @@ ItemID ArchiveSession::StoreSharedObject(SharedSerialisable const & object) {
 ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGenerator const & itemPath,
                                  FileStoreCompressionHint const * hint) {
     auto const address = reinterpret_cast<std::uintptr_t>(&holder);
-    auto const found =
-        storedHolderByAddress.Find(address, 0, [&](std::size_t i) { return storedHolders[i].first.Get() == &holder; });
-    if (found)
-        return Refer(storedHolders[*found].second);
+    auto const found = storedHolderByAddress.Find(
+        address, 0, [&](std::size_t i) { return storedHolders[i].holder.Get() == &holder; });
     Counted<FileStoreItem> item;
     Counted<ArchiveItemSource const> source;
     {
@@ -314,17 +312,34 @@ ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGener
         if (source || holder.LoadItemI())
             item = holder.GetItem();
     }
-    ItemID id;
-    if (source && (!item || item->GetState().CanShare()))
-        id = KeepSource(*source);
-    else if (item)
-        id = TakeItem(holder, *item, itemPath, hint);
-    else
+    if (found && !HasChangedSince(storedHolders[*found], item.Get()))
+        return Refer(storedHolders[*found].id);
+    StoredHolder stored{Counted<DelayLoadHolder>(&holder), {}, 0};
+    if (source && (!item || item->GetState().CanShare())) {
+        stored.id = KeepSource(*source);
+    } else if (item) {
+        stored.id = TakeItem(holder, *item, itemPath, hint);
+        stored.generation = taken.back().generation;
+    } else {
         Fail(ArchiveError::Kind::Damaged, archive->GetPath(),
              "an item that belongs into it can't be loaded; nothing was saved");
-    storedHolderByAddress.Add(address, 0, storedHolders.size());
-    storedHolders.emplace_back(Counted<DelayLoadHolder>(&holder), id);
+    }
+    auto const id = stored.id;
+    if (found) {
+        storedHolders[*found] = std::move(stored);
+    } else {
+        storedHolderByAddress.Add(address, 0, storedHolders.size());
+        storedHolders.push_back(std::move(stored));
+    }
     return Refer(id);
+}
+
+// An object that is stored twice in a save may change in between: each stream has it as it was then.
+bool ArchiveSession::HasChangedSince(StoredHolder const & stored, FileStoreItem const * item) {
+    if (!item)
+        return false;
+    auto const & state = item->GetState();
+    return stored.generation == 0 ? !state.CanShare() : state.GetDirtyGeneration() != stored.generation;
 }
 
 // The bytes are taken now; what is written to the item after this keeps it dirty.

@@ -70,6 +70,11 @@ private:
         std::uint64_t generation;
         ItemID id;
     };
+    struct StoredHolder {
+        Counted<DelayLoadHolder> holder;
+        ItemID id;
+        std::uint64_t generation; // of the item when it was taken; 0 if it was kept as it was stored
+    };
 
     ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode mode);
 
@@ -84,6 +89,7 @@ private:
     void TakeStreamName(std::string const & name);
     ItemID TakeItem(DelayLoadHolder & holder, FileStoreItem & item, FileStoreOutPathGenerator const & itemPath,
                     FileStoreCompressionHint const * hint);
+    static bool HasChangedSince(StoredHolder const & stored, FileStoreItem const * item);
     enum class Content { Unknown, Kept }; ///< whether all that an item's content refers to has been kept or stored
     ItemID KeepItem(ArchiveSnapshot const & source, ItemID id, Content content = Content::Unknown);
     ItemID KeepSource(ArchiveItemSource const & source);
@@ -135,7 +141,7 @@ private:
     std::vector<std::pair<std::uint64_t, ItemID>> hashes; // of the base's items, and of those that were added
     PositionTable itemByHash;                             // positions in `hashes`
     std::unordered_set<std::string> streamNames;
-    std::vector<std::pair<Counted<DelayLoadHolder>, ItemID>> storedHolders;
+    std::vector<StoredHolder> storedHolders;
     PositionTable storedHolderByAddress;
     std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;
     std::vector<Taken> taken;

@@ -229,6 +229,26 @@ TEST_F(DocumentEditingTest, BackstoreThatFailsFailsTheSaveAndLosesNothing) {
     EXPECT_TRUE(BytesOf(Load(Open())) == expected);
 }
 
+// What one save stores twice is what it is each time, not what it was first.
+TEST_F(DocumentEditingTest, BitmapThatIsPaintedOnBetweenTwoStreamsOfASaveIsInEachAsItWas) {
+    auto bitmap = MakeStamped();
+    for (unsigned i = 0; i < tileCount; ++i)
+        Stamp(GetTile(bitmap, 0, i), 100 + i);
+    auto const before = BytesOf(bitmap);
+    auto const document = Create();
+    SaveWith(document, [&](auto & session) {
+        session.StoreObject("Bitmap.dat", bitmap);
+        Stamp(GetTile(bitmap, 0, 3), 0);
+        session.StoreObject("Other.dat", bitmap);
+    });
+    EXPECT_TRUE(BytesOf(Load(Open())) == before);
+    auto const second = Load(Open(), "Other.dat");
+    EXPECT_EQ(second.GetCore()->GetPlane(0).GetTile(3).GetDataRect(), Kernel::RectT<int>());
+    EXPECT_TRUE(BytesOf(second) == BytesOf(bitmap));
+    EXPECT_EQ(Save(document, bitmap), 1u) << "the stream that has changed";
+    EXPECT_TRUE(BytesOf(Load(Open())) == BytesOf(bitmap));
+}
+
 TEST_F(DocumentEditingTest, LevelsThatAreSavedFitThePlanesThatAreSaved) {
     auto bitmap = MakeBitmap(600, 600, A8);
     FillWith(bitmap, 3);
