@@ -69,9 +69,11 @@ private:
         Counted<FileStoreItem> item;
         std::uint64_t generation;
         ItemID id;
+        std::size_t stored; // its position in `storedHolders`
     };
     struct StoredHolder {
-        Counted<DelayLoadHolder> holder;
+        std::uintptr_t address;          // that of `holder`; one that is gone may have given it to the next
+        Counted<DelayLoadHolder> holder; // null once nobody else has it
         ItemID id;
         std::uint64_t generation; // of the item when it was taken; 0 if it was kept as it was stored
     };
@@ -90,6 +92,7 @@ private:
     ItemID TakeItem(DelayLoadHolder & holder, FileStoreItem & item, FileStoreOutPathGenerator const & itemPath,
                     FileStoreCompressionHint const * hint);
     static bool HasChangedSince(StoredHolder const & stored, FileStoreItem const * item);
+    void LetGoOfUnused();
     enum class Content { Unknown, Kept }; ///< whether all that an item's content refers to has been kept or stored
     ItemID KeepItem(ArchiveSnapshot const & source, ItemID id, Content content = Content::Unknown);
     ItemID KeepSource(ArchiveItemSource const & source);
@@ -142,9 +145,10 @@ private:
     PositionTable itemByHash;                             // positions in `hashes`
     std::unordered_set<std::string> streamNames;
     std::vector<StoredHolder> storedHolders;
-    PositionTable storedHolderByAddress;
+    PositionTable storedHolderByAddress; // one for each address
     std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;
     std::vector<Taken> taken;
+    std::uint64_t takenBytes = 0; // since `taken` was looked through
     std::vector<ItemID> givenUp; // shared objects that could not be read, to which nothing refers any more
     std::vector<Pending> pending;
     std::uint64_t pendingBytes = 0;

@@ -9,6 +9,7 @@
 #include "storage/BackstoreFile.h"
 #include "storage/BackstoreReadError.h"
 #include "storage/DocumentEnvironment.h"
+#include "storage/SlabAllocator.h"
 
 #include <gmock/gmock.h>
 
@@ -247,6 +248,30 @@ TEST_F(DocumentEditingTest, BitmapThatIsPaintedOnBetweenTwoStreamsOfASaveIsInEac
     EXPECT_TRUE(BytesOf(second) == BytesOf(bitmap));
     EXPECT_EQ(Save(document, bitmap), 1u) << "the stream that has changed";
     EXPECT_TRUE(BytesOf(Load(Open())) == BytesOf(bitmap));
+}
+
+// Who imports a long document stores one bitmap after the other, and keeps none.
+TEST_F(DocumentEditingTest, BitmapsThatAreGoneTakeNoMemoryFromTheirSave) {
+    auto const & slabs = SlabAllocator::Instance();
+    auto const before = slabs.GetUsedCount();
+    constexpr std::size_t bitmaps = 24, tiles = 64, batchTiles = 256;
+    std::size_t most = 0;
+    auto const document = Create();
+    SaveWith(document, [&](auto & session) {
+        for (std::size_t i = 0; i < bitmaps; ++i) {
+            auto bitmap = MakeBitmap(256 * tiles, 256, A8, MipmapModeNone);
+            FillAll(bitmap, static_cast<unsigned>(i));
+            session.StoreObject("Bitmap" + std::to_string(i) + ".dat", bitmap);
+            most = std::max(most, slabs.GetUsedCount() - before);
+        }
+    });
+    EXPECT_LE(most, batchTiles + 2 * tiles);
+    EXPECT_EQ(CountItems(document, "DatI"), bitmaps * tiles);
+    for (std::size_t i = 0; i < bitmaps; i += 7) {
+        auto expected = MakeBitmap(256 * tiles, 256, A8, MipmapModeNone);
+        FillAll(expected, static_cast<unsigned>(i));
+        EXPECT_TRUE(BytesOf(Load(document, ("Bitmap" + std::to_string(i) + ".dat").c_str())) == BytesOf(expected));
+    }
 }
 
 TEST_F(DocumentEditingTest, LevelsThatAreSavedFitThePlanesThatAreSaved) {
