@@ -102,14 +102,13 @@ bool ICCManager::CreateProfileRawData(ICCProfile & profile) {
 bool ICCManager::DeserialiseICCProfile(ICCProfile & profile) {
     auto const bytes = profile.GetRawData();
     auto handle = ColourEngine::OpenProfile(bytes.data(), bytes.size());
+    // One that was added under a name of its own may have no description: a document of it must open all the same.
     auto name = handle ? ColourEngine::ReadDescription(handle.get()) : std::nullopt;
-    if (!name)
-        handle.reset();
     ColourEngine::ProfileHandle const former(std::exchange(profile.handle, handle.release()));
     profile.isLinear = false;
     if (!profile.handle)
         return false;
-    profile.name = *std::move(name);
+    profile.name = std::move(name).value_or(Kernel::StringUtf8());
     if (auto const facts = EstimateToneFacts(profile.handle, profile.name)) {
         profile.isLinear = facts->isLinear;
         profile.gamma = facts->gamma;

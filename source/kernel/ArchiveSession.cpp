@@ -372,9 +372,7 @@ ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGener
                                  FileStoreCompressionHint const * hint) {
     auto const address = reinterpret_cast<std::uintptr_t>(&holder);
     auto const found =
-        storedHolderByAddress.Find(address, 0, [&](std::size_t i) { return storedHolders[i].first.Get() == &holder; });
-    if (found)
-        return Refer(storedHolders[*found].second);
+        storedHolderByAddress.Find(address, 0, [&](std::size_t i) { return storedHolders[i].address == address; });
     Counted<FileStoreItem> item;
     Counted<ArchiveItemSource const> source;
     {
@@ -383,17 +381,50 @@ ItemID ArchiveSession::StoreItem(DelayLoadHolder & holder, FileStoreOutPathGener
         if (source || holder.LoadItemI())
             item = holder.GetItem();
     }
-    ItemID id;
-    if (source && (!item || item->GetState().CanShare()))
-        id = KeepSource(*source);
-    else if (item)
-        id = TakeItem(holder, *item, itemPath, hint);
-    else
+    if (found && storedHolders[*found].holder && !HasChangedSince(storedHolders[*found], item.Get()))
+        return Refer(storedHolders[*found].id);
+    StoredHolder stored{address, Counted<DelayLoadHolder>(&holder), {}, 0};
+    if (source && (!item || item->GetState().CanShare())) {
+        stored.id = KeepSource(*source);
+    } else if (item) {
+        stored.id = TakeItem(holder, *item, itemPath, hint);
+        taken.back().stored = found.value_or(storedHolders.size());
+        stored.generation = taken.back().generation;
+    } else {
         Fail(ArchiveError::Kind::Damaged, archive->GetPath(),
              "an item that belongs into it can't be loaded; nothing was saved");
-    storedHolderByAddress.Add(address, 0, storedHolders.size());
-    storedHolders.emplace_back(Counted<DelayLoadHolder>(&holder), id);
+    }
+    auto const id = stored.id;
+    if (found) {
+        storedHolders[*found] = std::move(stored);
+    } else {
+        storedHolderByAddress.Add(address, 0, storedHolders.size());
+        storedHolders.push_back(std::move(stored));
+    }
     return Refer(id);
+}
+
+// An object that is stored twice in a save may change in between: each stream has it as it was then.
+bool ArchiveSession::HasChangedSince(StoredHolder const & stored, FileStoreItem const * item) {
+    if (!item)
+        return false;
+    auto const & state = item->GetState();
+    return stored.generation == 0 ? !state.CanShare() : state.GetDirtyGeneration() != stored.generation;
+}
+
+// Whoever stores one object after the other and keeps none is not to find them all in memory in the end. What only this
+// session has is of no further use: its bytes have been taken, and nobody is left to load it again.
+void ArchiveSession::LetGoOfUnused() {
+    if (takenBytes < batchBytes) // so that looking at all of them is done seldom
+        return;
+    takenBytes = 0;
+    std::erase_if(taken, [&](Taken const & each) {
+        // The holder is in two lists here, the item in one of them and in the holder.
+        bool const isWanted = each.holder->GetCount() > 2 || each.item->GetCount() > 2;
+        if (!isWanted)
+            storedHolders[each.stored].holder.Reset();
+        return !isWanted;
+    });
 }
 
 // The bytes are taken now; what is written to the item after this keeps it dirty.
@@ -414,10 +445,11 @@ ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
     added.header.name = itemPath.GetPath(itemsAdded).substr(0, longestName);
     added.header.references = TakeReferences();
     added.raw = stream->TakeData();
+    takenBytes += added.raw.size();
     if (hint)
         added.hint.emplace(hint->GetLevel(), hint->GetPredictor(), hint->GetStriping());
     auto const id = AddItem(std::move(added));
-    taken.push_back({Counted<DelayLoadHolder>(&holder), Counted<FileStoreItem>(&item), generation, id});
+    taken.push_back({Counted<DelayLoadHolder>(&holder), Counted<FileStoreItem>(&item), generation, id, 0});
     return id;
 }
 
@@ -642,6 +674,7 @@ void ArchiveSession::Flush() {
     pendingBytes = 0;
     for (auto & entry : added)
         AddEntry(std::move(entry));
+    LetGoOfUnused();
 }
 
 void ArchiveSession::Compress(Pending & item, ItemCodec::Encoded & encoded) const {
@@ -778,7 +811,7 @@ void ArchiveSession::AfterCommit() {
     auto const current = archive->GetSnapshot();
     storedHolders.clear();
     storedHolderByAddress.Clear();
-    for (auto & [holder, item, generation, id] : taken) {
+    for (auto & [holder, item, generation, id, stored] : taken) {
         Counted<FileStoreItemSource const> before; // goes after the lock, and may be the last that has its document open
         ScopedLock const guard(*holder);
         before = holder->GetSource();

@@ -73,6 +73,13 @@ private:
         Counted<FileStoreItem> item;
         std::uint64_t generation;
         ItemID id;
+        std::size_t stored; // its position in `storedHolders`
+    };
+    struct StoredHolder {
+        std::uintptr_t address;          // that of `holder`; one that is gone may have given it to the next
+        Counted<DelayLoadHolder> holder; // null once nobody else has it
+        ItemID id;
+        std::uint64_t generation; // of the item when it was taken; 0 if it was kept as it was stored
     };
 
     ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode mode);
@@ -91,6 +98,8 @@ private:
     void TakeStreamName(std::string const & name);
     ItemID TakeItem(DelayLoadHolder & holder, FileStoreItem & item, FileStoreOutPathGenerator const & itemPath,
                     FileStoreCompressionHint const * hint);
+    static bool HasChangedSince(StoredHolder const & stored, FileStoreItem const * item);
+    void LetGoOfUnused();
     enum class Content { Unknown, Kept }; ///< whether all that an item's content refers to has been kept or stored
     ItemID KeepItem(ArchiveSnapshot const & source, ItemID id, Content content = Content::Unknown);
     ItemID KeepSource(ArchiveItemSource const & source);
@@ -145,10 +154,11 @@ private:
     std::vector<std::pair<std::uint64_t, ItemID>> hashes; // of the base's items, and of those that were added
     PositionTable itemByHash;                             // positions in `hashes`
     std::unordered_set<std::string> streamNames;
-    std::vector<std::pair<Counted<DelayLoadHolder>, ItemID>> storedHolders;
-    PositionTable storedHolderByAddress;
+    std::vector<StoredHolder> storedHolders;
+    PositionTable storedHolderByAddress; // one for each address
     std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;
     std::vector<Taken> taken;
+    std::uint64_t takenBytes = 0; // since `taken` was looked through
     std::vector<ItemID> givenUp; // shared objects that could not be read, to which nothing refers any more
     std::vector<Pending> pending;
     std::uint64_t pendingBytes = 0;

@@ -85,8 +85,16 @@ void BitmapCore::ShareTilesIntoNew(BitmapCore const & source) {
 void BitmapCore::CopyPlanesFrom(BitmapCore const * source) {
     if (!source || !(source->type.layout == type.layout) || !(source->GetGrid() == GetGrid()))
         return;
+    if (source != this)
+        source->LoadFor("CopyPlanesFrom"); // what has no pixels yet would look empty here, and not pending
+    if (source->IsPendingDelayLoad())
+        return;
     WriteInProgress const mark(*this);
     auto const before = source->GetWritesSeen();
+    if (!IsLoadedByThisThread()) { // a load that is under way or still to come would write over what is copied
+        Kernel::ScopedLock guard(delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
+        pendingDelayLoad.store(false, std::memory_order_release);
+    }
     {
         Kernel::ScopedLock guard(source->delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
         CopyTilesFrom(*source);

@@ -75,8 +75,9 @@ public:
     /// A bitmap of the same tuple and size that shares all tiles, without levels and backing of its own: the picture as
     /// it is now, whatever is written afterwards.
     std::unique_ptr<BitmapCore> CloneTiles() const;
-    /// Shares every tile, backing included, and gets clones of the source's levels if this bitmap has levels. Does
-    /// nothing if the tuples or sizes differ, or with null.
+    /// Shares every tile, backing included, and gets clones of the source's levels if this bitmap has levels. A pending
+    /// source is loaded first, and a pending bitmap is pending no more. Does nothing if the tuples or sizes differ,
+    /// with null, or if the source can't be loaded.
     void CopyPlanesFrom(BitmapCore const * source);
 
     bool IsPendingDelayLoad() const { return pendingDelayLoad.load(std::memory_order_acquire); }

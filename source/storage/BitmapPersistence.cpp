@@ -7,7 +7,9 @@
 #include "pixel/EnumSerialisers.h"
 #include "storage/BitmapCore.h"
 #include "storage/CompressedRasterData.h"
+#include "storage/PushedStrategy.h"
 #include "storage/RasterSerialisationStrategy.h"
+#include "storage/WritersDeadline.h"
 
 #include <algorithm>
 
@@ -65,6 +67,7 @@ void BitmapCore::SaveInline(Kernel::OutSerialiser & serialiser) const {
     auto const before = GetWritesSeen();
     // Whatever is loaded or painted from here on, this is what is saved.
     auto const saved = CloneWithoutLevels();
+    PushedStrategy const deadline(serialiser, Kernel::MakeCounted<WritersDeadline>());
     if (hasLevels)
         saved->CopyLevelsFrom(*this, before);
     bool const isByReference = saved->IsSavedByReference(strategy);

@@ -83,8 +83,9 @@ public:
     void SetDelayLoad(Kernel::Counted<Kernel::DelayLoadHolder> holder);
 
     /// Writes the rects, and the bytes as an item of their own, which may be written much later. An unallocated block
-    /// has no item. A session that writes the block is waited for, though not for longer than a second: the
-    /// bytes are saved as they are then, without rects, and what is written later is still to be saved.
+    /// has no item. A session that writes the block is waited for, though not for longer than a second, or for a
+    /// second from when the save of its bitmap began: the bytes are saved as they are then, without rects, and what is
+    /// written later is still to be saved.
     void Save(Kernel::OutSerialiser & serialiser) const override;
     /// For a block that was just made. The bytes are left in the document until somebody wants them.
     bool Load(Kernel::InSerialiser const & serialiser, Kernel::FileStore & store, unsigned short version) override;
@@ -151,7 +152,7 @@ private:
     std::exception_ptr GiveBackData(Data & held, Kernel::DelayLoadHolder * holder) const noexcept;
     void GiveBackContent();
     void CopyRects(Block const & source);
-    bool WaitForWriters() const;
+    bool WaitForWriters(Kernel::OutSerialiser const & serialiser) const;
     Kernel::Counted<Kernel::DelayLoadHolder> GetHolderForSave() const;
     void SetLoadedRect(RectKind kind, RectT<int> const & rect);
     bool IsRectValid(RectKind kind) const;

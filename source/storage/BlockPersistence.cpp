@@ -7,6 +7,7 @@
 #include "kernel/ScopedLock.h"
 #include "storage/Block.h"
 #include "storage/BlockPin.h"
+#include "storage/WritersDeadline.h"
 
 #include <chrono>
 #include <thread>
@@ -15,7 +16,6 @@ namespace Raster {
 namespace {
 constexpr Kernel::IDTag dataRectTag("Rect"), inverseRectTag("IRct"), dataTag("Data");
 constexpr int compressionLevel = 1; // tiles are many, and users wait for a save
-constexpr std::chrono::milliseconds longestWait(1000);
 }
 
 Kernel::ClassProperties const & Block::GetClassProperties() {
@@ -27,10 +27,13 @@ Kernel::ClassProperties const & Block::GetClassProperties() {
 // Who saves has a reference to the block, so new sessions of its tile write into a copy: once those that are open now
 // have ended, the bytes are those between two strokes, and stay. A session that never ends, say of this thread itself,
 // must not hold up the save: the bytes are taken as they are then, and saved again the next time.
-bool Block::WaitForWriters() const {
-    auto const end = std::chrono::steady_clock::now() + longestWait;
+bool Block::WaitForWriters(Kernel::OutSerialiser const & serialiser) const {
+    if (!HasMutableSession())
+        return true;
+    auto const * const ofBitmap = serialiser.GetStrategies().Find<WritersDeadline>();
+    auto const end = ofBitmap ? ofBitmap->end : WritersDeadline().end;
     while (HasMutableSession()) {
-        if (std::chrono::steady_clock::now() > end)
+        if (WritersDeadline::Clock::now() > end)
             return false;
         std::this_thread::sleep_for(std::chrono::microseconds(20));
     }
@@ -38,7 +41,7 @@ bool Block::WaitForWriters() const {
 }
 
 void Block::Save(Kernel::OutSerialiser & serialiser) const {
-    bool const isQuiet = WaitForWriters();
+    bool const isQuiet = WaitForWriters(serialiser);
     ConstBlockPin const pin(*this);
     if (serialiser.IsFullSave() && isQuiet) {
         // Asking loads the bytes if the rect isn't known. What can't be loaded has no rect that is worth keeping.

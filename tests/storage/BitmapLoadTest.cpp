@@ -5,6 +5,7 @@
 #include "storage/BlockDeduplicationSupport.h"
 #include "storage/StorageEnvironment.h"
 #include "storage/TestHolder.h"
+#include "storage/TileGuard.h"
 
 #include <atomic>
 #include <chrono>
@@ -251,6 +252,47 @@ TEST_F(BitmapLoadTest, ScrubAndDeduplicateLoadNothing) {
     bitmap->Scrub(nullptr);
     bitmap->Deduplicate(support, nullptr);
     EXPECT_TRUE(bitmap->IsPendingDelayLoad());
+}
+
+// --- Copies of planes ---
+
+TEST_F(BitmapLoadTest, PlanesThatAreCopiedIntoAPendingOneStay) {
+    auto const painted = MakePending(), bitmap = MakePending(MipmapModeOnDemandDefault);
+    painted->ForceDelayLoad(nullptr);
+    MutableTileGuard(painted->GetPlane(1).GetTile(1)).GetBuffer()[0] = 0x01020304;
+    TestLoader::calls = 0;
+    bitmap->CopyPlanesFrom(painted.Get());
+    EXPECT_FALSE(bitmap->IsPendingDelayLoad());
+    EXPECT_EQ(ReadAll(*painted), ReadAll(*bitmap));
+    EXPECT_EQ(0, TestLoader::calls) << "the picture of the file is not asked for any more";
+    EXPECT_TRUE(bitmap->GetBackingData() == holder.Get());
+    EXPECT_TRUE(bitmap->GetPlane(1).GetTile(0).IsBackedBy(holder));
+    EXPECT_FALSE(bitmap->GetPlane(1).GetTile(1).IsBackedBy(holder));
+}
+
+// Such as a step back to a copy that was made before anybody had looked at the picture.
+TEST_F(BitmapLoadTest, PlanesOfAPendingOneAreLoadedToBeCopied) {
+    TraceCapture capture;
+    auto const bitmap = MakePending();
+    Kernel::Counted<RGBA8Bitmap> const before = bitmap->Clone();
+    bitmap->ForceDelayLoad(nullptr);
+    auto const expected = ReadAll(*bitmap);
+    MutableTileGuard(bitmap->GetPlane(1).GetTile(1)).GetBuffer()[0] = 0x01020304;
+    capture.Take();
+    bitmap->CopyPlanesFrom(before.Get());
+    EXPECT_EQ(expected, ReadAll(*bitmap));
+    EXPECT_TRUE(bitmap->GetPlane(1).GetTile(1).IsBackedBy(holder));
+    EXPECT_EQ(1u, capture.Take().size()) << "which blocks, and so is told";
+}
+
+TEST_F(BitmapLoadTest, WhatCannotBeLoadedIsNotCopied) {
+    TraceCapture capture;
+    auto const bitmap = MakePending();
+    bitmap->ForceDelayLoad(nullptr);
+    auto const expected = ReadAll(*bitmap);
+    TestLoader::mode = TestLoader::Mode::Unreadable;
+    bitmap->CopyPlanesFrom(MakePending().Get());
+    EXPECT_EQ(expected, ReadAll(*bitmap)) << "an empty picture in its place would be saved over it";
 }
 
 TEST_F(BitmapLoadTest, ThreadsThatAskAtOnceWaitForOneLoad) {

@@ -254,6 +254,22 @@ TEST_F(BlockPersistenceTest, WhatAnOpenSessionWritesAfterASaveIsStillToBeSaved) 
     EXPECT_EQ(Save(document, bitmap), 0u);
 }
 
+TEST_F(BlockPersistenceTest, SessionsThatStayOpenHoldUpASaveOnce) {
+    auto bitmap = MakeBitmap(256 * 3, 256 * 2, A8, MipmapModeNone);
+    FillAll(bitmap, 1);
+    auto const document = Create();
+    std::vector<MutableTileGuard> sessions;
+    for (std::size_t i = 0; i < 6; ++i)
+        sessions.emplace_back(GetTile(bitmap, 0, i)).GetBuffer()[0] = 7;
+    auto const begin = std::chrono::steady_clock::now();
+    Save(document, bitmap);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3)) << "not a second for each tile";
+    EXPECT_TRUE(BytesOf(Load(document)) == BytesOf(bitmap));
+    sessions.clear();
+    EXPECT_EQ(Save(document, bitmap), 1u) << "the stream, which has rects now: equal tiles are there already";
+    EXPECT_EQ(Save(document, bitmap), 0u);
+}
+
 TEST_F(BlockPersistenceTest, ShortSessionsAreWaitedFor) {
     auto bitmap = MakeOneTile(1);
     auto const document = Create();

@@ -9,6 +9,7 @@
 #include "storage/BackstoreFile.h"
 #include "storage/BackstoreReadError.h"
 #include "storage/DocumentEnvironment.h"
+#include "storage/SlabAllocator.h"
 
 #include <gmock/gmock.h>
 
@@ -227,6 +228,50 @@ TEST_F(DocumentEditingTest, BackstoreThatFailsFailsTheSaveAndLosesNothing) {
     EXPECT_TRUE(BytesOf(bitmap) == expected);
     EXPECT_EQ(Save(document, bitmap), 2u);
     EXPECT_TRUE(BytesOf(Load(Open())) == expected);
+}
+
+// What one save stores twice is what it is each time, not what it was first.
+TEST_F(DocumentEditingTest, BitmapThatIsPaintedOnBetweenTwoStreamsOfASaveIsInEachAsItWas) {
+    auto bitmap = MakeStamped();
+    for (unsigned i = 0; i < tileCount; ++i)
+        Stamp(GetTile(bitmap, 0, i), 100 + i);
+    auto const before = BytesOf(bitmap);
+    auto const document = Create();
+    SaveWith(document, [&](auto & session) {
+        session.StoreObject("Bitmap.dat", bitmap);
+        Stamp(GetTile(bitmap, 0, 3), 0);
+        session.StoreObject("Other.dat", bitmap);
+    });
+    EXPECT_TRUE(BytesOf(Load(Open())) == before);
+    auto const second = Load(Open(), "Other.dat");
+    EXPECT_EQ(second.GetCore()->GetPlane(0).GetTile(3).GetDataRect(), Kernel::RectT<int>());
+    EXPECT_TRUE(BytesOf(second) == BytesOf(bitmap));
+    EXPECT_EQ(Save(document, bitmap), 1u) << "the stream that has changed";
+    EXPECT_TRUE(BytesOf(Load(Open())) == BytesOf(bitmap));
+}
+
+// Who imports a long document stores one bitmap after the other, and keeps none.
+TEST_F(DocumentEditingTest, BitmapsThatAreGoneTakeNoMemoryFromTheirSave) {
+    auto const & slabs = SlabAllocator::Instance();
+    auto const before = slabs.GetUsedCount();
+    constexpr std::size_t bitmaps = 24, tiles = 64, batchTiles = 256;
+    std::size_t most = 0;
+    auto const document = Create();
+    SaveWith(document, [&](auto & session) {
+        for (std::size_t i = 0; i < bitmaps; ++i) {
+            auto bitmap = MakeBitmap(256 * tiles, 256, A8, MipmapModeNone);
+            FillAll(bitmap, static_cast<unsigned>(i));
+            session.StoreObject("Bitmap" + std::to_string(i) + ".dat", bitmap);
+            most = std::max(most, slabs.GetUsedCount() - before);
+        }
+    });
+    EXPECT_LE(most, batchTiles + 2 * tiles);
+    EXPECT_EQ(CountItems(document, "DatI"), bitmaps * tiles);
+    for (std::size_t i = 0; i < bitmaps; i += 7) {
+        auto expected = MakeBitmap(256 * tiles, 256, A8, MipmapModeNone);
+        FillAll(expected, static_cast<unsigned>(i));
+        EXPECT_TRUE(BytesOf(Load(document, ("Bitmap" + std::to_string(i) + ".dat").c_str())) == BytesOf(expected));
+    }
 }
 
 TEST_F(DocumentEditingTest, LevelsThatAreSavedFitThePlanesThatAreSaved) {
