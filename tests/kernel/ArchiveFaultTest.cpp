@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <optional>
 
 using namespace Kernel;
 using namespace AlbumForTests;
@@ -73,41 +74,82 @@ void ReadAll(MemoryDisk::Files const & files) {
     }
 }
 
+using Content = std::vector<std::vector<std::uint8_t>>;
+
+// None where there is no document.
+std::optional<Content> ContentOfAny(MemoryDisk::Files const & files) {
+    return files.contains(path) ? std::optional(ContentOf(files)) : std::nullopt;
+}
+
 struct Scenario {
     char const * name;
     ArchiveSaveMode mode;
+    bool isNew; // where there is no document yet
 };
-class ArchiveFault : public testing::TestWithParam<Scenario> {};
+
+/// A save of some changes to a document, or of a new one.
+class ArchiveFault : public testing::TestWithParam<Scenario> {
+protected:
+    /// The document and the changes, on a disk like the one before.
+    struct Editing {
+        Counted<MemoryDisk> disk;
+        Counted<Archive> archive;
+        Album album;
+    };
+    Editing Edit() const {
+        Editing editing;
+        editing.disk = MakeCounted<MemoryDisk>(before);
+        if (GetParam().isNew) {
+            editing.archive = Archive::Create(path, "Test", editing.disk);
+            editing.album = MakeSmallAlbum(3, 1);
+        } else {
+            editing.archive = Archive::Open(path, "Test", editing.disk);
+            editing.album = Load(editing.archive);
+        }
+        Change(editing.album.blobs[2], MakeBytes(30, 300));
+        editing.album.blobs.push_back(DelayLoadHolder::Create(Blob::GetType(), MakeBlob(MakeBytes(31, 5000))));
+        return editing;
+    }
+    static void SaveEdited(Editing const & editing) { Save(editing.archive, editing.album, GetParam().mode); }
+    Content GetNewContent() const {
+        auto const editing = Edit();
+        SaveEdited(editing);
+        return ContentOf(editing.disk->GetFiles());
+    }
+
+    MemoryDisk::Files const before = GetParam().isNew ? MemoryDisk::Files() : MakeDocument();
+    std::optional<Content> const oldContent = ContentOfAny(before);
+};
+
+constexpr CrashedDisk::Rest everyRest[] = {CrashedDisk::Rest::Kept, CrashedDisk::Rest::Lost, CrashedDisk::Rest::Torn,
+                                           CrashedDisk::Rest::Reordered};
 }
 
-// A crash at any instant of a save leaves the old document or the new one, whatever became of what was not synced.
+// A crash at any instant of a save leaves the old document or the new one, whatever became of what was not synced; once
+// the save is confirmed, it leaves the new one.
 TEST_P(ArchiveFault, CrashLeavesTheOldDocumentOrTheNewOne) {
-    auto const before = MakeDocument();
-    auto const oldContent = ContentOf(before);
-    auto const disk = MakeCounted<MemoryDisk>(before);
-    auto const archive = Archive::Open(path, "Test", disk);
-    auto album = Load(archive);
-    Change(album.blobs[2], MakeBytes(30, 300));
-    album.blobs.push_back(DelayLoadHolder::Create(Blob::GetType(), MakeBlob(MakeBytes(31, 5000))));
-    Save(archive, album, GetParam().mode);
-    auto const newContent = ContentOf(disk->GetFiles());
+    auto const editing = Edit();
+    SaveEdited(editing);
+    auto const & steps = editing.disk->steps;
+    auto const newContent = ContentOf(editing.disk->GetFiles());
     ASSERT_NE(oldContent, newContent);
 
     std::mt19937 random(7);
     int oldStates = 0, newStates = 0;
-    for (std::size_t count = 0; count <= disk->steps.size(); ++count)
-        for (auto const rest :
-             {CrashedDisk::Rest::Kept, CrashedDisk::Rest::Lost, CrashedDisk::Rest::Torn, CrashedDisk::Rest::Reordered})
+    for (std::size_t count = 0; count <= steps.size(); ++count)
+        for (auto const rest : everyRest)
             for (int attempt = 0; attempt < 50; ++attempt) {
-                auto const files = CrashedDisk(before, disk->steps, count, rest, random).files;
-                auto const content = ContentOf(files);
-                ASSERT_TRUE(content == oldContent || content == newContent)
-                    << GetParam().name << " after " << count << " steps, case " << static_cast<int>(rest);
+                auto const files = CrashedDisk(before, steps, count, rest, random).files;
+                auto const content = ContentOfAny(files);
+                bool const mayBeOld = count < steps.size();
+                ASSERT_TRUE((mayBeOld && content == oldContent) || content == newContent)
+                    << "after " << count << " steps of " << steps.size() << ", case " << static_cast<int>(rest);
                 ++(content == oldContent ? oldStates : newStates);
                 // And the next save works.
                 if (attempt == 0) {
                     auto const again = MakeCounted<MemoryDisk>(files);
-                    auto const opened = Archive::Open(path, "Test", again);
+                    auto const opened =
+                        content ? Archive::Open(path, "Test", again) : Archive::Create(path, "Test", again);
                     Save(opened, MakeSmallAlbum(2, 90));
                     ASSERT_THAT(ContentOf(again->GetFiles()), SizeIs(2));
                 }
@@ -118,43 +160,51 @@ TEST_P(ArchiveFault, CrashLeavesTheOldDocumentOrTheNewOne) {
     EXPECT_GT(newStates, 0);
 }
 
-// Whichever step the disk refuses, the document is the old one and the error is told.
+// Whichever step the disk refuses, and whether it goes on refusing or not, the document is the old one and the error is
+// told. A power cut after that changes nothing.
 TEST_P(ArchiveFault, FailingDiskLeavesTheOldDocument) {
-    auto const before = MakeDocument();
-    auto const oldContent = ContentOf(before);
-    for (std::uint64_t failing = 1;; ++failing) {
-        auto const disk = MakeCounted<MemoryDisk>(before);
-        auto const archive = Archive::Open(path, "Test", disk);
-        auto album = Load(archive);
-        Change(album.blobs[2], MakeBytes(30, 300));
-        disk->FailAt(failing);
-        bool hasFailed = false, isUnknown = false;
-        try {
-            Save(archive, album, GetParam().mode);
-        } catch (ArchiveError const & error) {
-            hasFailed = true;
-            isUnknown = error.GetKind() == ArchiveError::Kind::Unknown;
-            EXPECT_TRUE(isUnknown || error.GetKind() == ArchiveError::Kind::WriteFailed) << error.what();
+    auto const newContent = GetNewContent();
+    std::mt19937 random(9);
+    for (std::uint64_t const failures : {1, 1000})
+        for (std::uint64_t failing = 1;; ++failing) {
+            auto const editing = Edit();
+            auto const & disk = editing.disk;
+            disk->FailAt(failing, failures);
+            bool hasFailed = false, isUnknown = false;
+            try {
+                SaveEdited(editing);
+            } catch (ArchiveError const & error) {
+                hasFailed = true;
+                isUnknown = error.GetKind() == ArchiveError::Kind::Unknown;
+                EXPECT_TRUE(isUnknown || error.GetKind() == ArchiveError::Kind::WriteFailed) << error.what();
+            }
+            if (!hasFailed) {
+                EXPECT_GT(failing, 3u);
+                EXPECT_LT(disk->GetOperationCount(), failing);
+                break;
+            }
+            auto const isKnown = [&](std::optional<Content> const & content) {
+                return content == oldContent || (isUnknown && content == newContent);
+            };
+            EXPECT_TRUE(isKnown(ContentOfAny(disk->GetFiles()))) << "step " << failing;
+            for (auto const rest : everyRest)
+                EXPECT_TRUE(
+                    isKnown(ContentOfAny(CrashedDisk(before, disk->steps, disk->steps.size(), rest, random).files)))
+                    << "step " << failing << ", case " << static_cast<int>(rest);
+            bool const isThere = oldContent || isUnknown;
+            EXPECT_THAT(disk->GetFiles(), SizeIs(isThere ? 1 : 0)) << "nothing is left behind after step " << failing;
+            // Everything is still dirty: saving again, on a disk that works, loses nothing.
+            disk->FailAt(0);
+            SaveEdited(editing);
+            EXPECT_EQ(ContentOf(disk->GetFiles()), newContent);
+            EXPECT_FALSE(IsFoundDamaged(disk->GetFiles()));
         }
-        if (!hasFailed) {
-            EXPECT_GT(failing, 3u);
-            EXPECT_LT(disk->GetOperationCount(), failing);
-            break;
-        }
-        auto const content = ContentOf(disk->GetFiles());
-        EXPECT_TRUE(content == oldContent || isUnknown) << "step " << failing;
-        EXPECT_THAT(disk->GetFiles(), SizeIs(1)) << "nothing is left behind after step " << failing;
-        // Everything is still dirty: saving again, on a disk that works, loses nothing.
-        disk->FailAt(0);
-        Save(archive, album, GetParam().mode);
-        EXPECT_EQ(ContentOf(disk->GetFiles())[2], MakeBytes(30, 300));
-        EXPECT_FALSE(IsFoundDamaged(disk->GetFiles()));
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(, ArchiveFault,
-                         testing::Values(Scenario{"Update", ArchiveSaveMode::Update},
-                                         Scenario{"Compact", ArchiveSaveMode::Compact}),
+                         testing::Values(Scenario{"Update", ArchiveSaveMode::Update, false},
+                                         Scenario{"Compact", ArchiveSaveMode::Compact, false},
+                                         Scenario{"New", ArchiveSaveMode::Update, true}),
                          [](auto const & scenario) { return scenario.param.name; });
 
 TEST(ArchiveCheck, FindsNothingInAWholeDocument) {
