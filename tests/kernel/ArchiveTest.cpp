@@ -190,6 +190,21 @@ TEST_F(ArchiveTest, CompactionKeepsEverythingAndDropsTheDead) {
     EXPECT_THAT(List(), SizeIs(1));
 }
 
+// Else the disk would keep all of the old file for as long as anybody has one of its items.
+TEST_F(ArchiveTest, HoldersLetGoOfAFileThatWasReplaced) {
+    auto const disk = MakeCounted<MemoryDisk>();
+    Save(Archive::Create("album.doc", "Test", disk), MakeAlbum(4));
+    auto const archive = Archive::Open("album.doc", "Test", disk);
+    auto album = Load(archive);
+    BytesOf(album.blobs[0]);
+    for (int i = 0; i < 3; ++i) // the archive itself keeps the last one
+        Save(archive, album, ArchiveSaveMode::Compact);
+    auto const openFiles = disk->GetCount();
+    ExpectSame(album, MakeAlbum(4));
+    album = {};
+    EXPECT_EQ(disk->GetCount(), openFiles) << "a holder had an old file open";
+}
+
 TEST_F(ArchiveTest, RemovedItemCanStillBeReadAndSavedAgain) {
     auto const archive = Archive::Create(GetPath(), "Test");
     auto album = MakeAlbum(3);
