@@ -454,6 +454,26 @@ TEST_F(ArchiveTest, DamagedItemFailsTheSaveThatCopiesItUnlessToldToKeepIt) {
 }
 
 // It loads as none, and would be stored as none.
+TEST_F(ArchiveTest, DamagedItemStandsInForNoEqualOne) {
+    auto const bytes = MakeBytes(1, 3000);
+    auto const makeAlbum = [&] {
+        Album album;
+        album.blobs.push_back(DelayLoadHolder::Create(Blob::GetType(), MakeBlob(bytes)));
+        return album;
+    };
+    Save(Archive::Create(GetPath(), "Test"), makeAlbum());
+    auto const item = Archive::Open(GetPath(), "Test")->GetInfo().items[0];
+    ASSERT_EQ(item.type, Blob::GetType().GetTag());
+    auto file = ReadFile();
+    auto & last = file[item.offset + item.storedSize]; // a byte of what is stored, since the header isn't empty
+    last = static_cast<char>(last ^ 1);
+    WriteFile(file);
+    auto const archive = Archive::Open(GetPath(), "Test");
+    ASSERT_TRUE(BytesOf(Load(archive).blobs[0]).empty());
+    Save(archive, makeAlbum());
+    EXPECT_EQ(BytesOf(Load(Archive::Open(GetPath(), "Test")).blobs[0]), bytes);
+}
+
 TEST_F(ArchiveTest, SharedObjectThatCannotBeReadIsNotLostUnlessDamageIsKept) {
     auto const store = [](Counted<Archive> const & archive, Album const & album, char const * name, bool keepsDamaged) {
         auto session = archive->CreateSession();
