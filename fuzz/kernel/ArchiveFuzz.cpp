@@ -168,7 +168,6 @@ void Try(Bytes const & file) {
 int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size) {
     Fuzz::Everything::Register();
     Dispatch::SetThreadCount(1);
-    bool const isFile = size != 0 && data[0] == 0x89;
-    Try(isFile ? Bytes(data, data + size) : Fuzz::ArchiveRecipe::MakeFile(data, size));
+    Try(Fuzz::ArchiveRecipe::IsFile(data, size) ? Bytes(data, data + size) : Fuzz::ArchiveRecipe::MakeFile(data, size));
     return 0;
 }

@@ -44,6 +44,9 @@ public:
                                                         Kernel::IDTag("Blob"), Kernel::IDTag("Odd ")};
     static constexpr Kernel::IDTag archiveTag{"Fuzz"};
 
+    /// Whether bytes are those of a document rather than a recipe for one.
+    static bool IsFile(std::uint8_t const * data, std::size_t size) { return size != 0 && data[0] == 0x89; }
+
     static Bytes MakeFile(std::uint8_t const * data, std::size_t size) {
         ArchiveRecipe recipe;
         Input input(data, size);

@@ -1,15 +1,21 @@
 // Writes bitmaps as documents keep them, with their items, into a folder.
+#include "FuzzTarget.h"
 #include "SeedFolder.h"
 #include "files/PNGMaker.h"
 #include "storage/BitmapStore.h"
 
 #include "colour/ICCManager.h"
 #include "kernel/FileStoreOut.h"
+#include "kernel/InSerialiserFile.h"
+#include "kernel/MemoryInStream.h"
 #include "kernel/MemoryOutStream.h"
 #include "kernel/OutSerialiserFile.h"
 #include "storage/BitmapCore.h"
 #include "storage/RasterSerialisationStrategy.h"
+#include "storage/StoredClasses.h"
+#include "storage/TileGuard.h"
 
+#include <algorithm>
 #include <cstring>
 
 using namespace Raster;
@@ -47,6 +53,35 @@ public:
     std::vector<Fuzz::StoredItem> items;
 };
 
+std::vector<std::uint8_t> BytesOf(DynamicBitmap const & bitmap) {
+    Counted<DynamicBitmap> const copy(bitmap.Clone()); // a pending one stays so
+    copy->ForceDelayLoad(nullptr);
+    auto & core = *copy->GetCore();
+    std::vector<std::uint8_t> bytes;
+    for (int plane = 0; plane < core.GetPlaneCount(); ++plane)
+        for (std::size_t i = 0; i < core.GetPlane(plane).GetTileCount(); ++i) {
+            ConstTileGuard const guard(core.GetPlane(plane).GetTile(i));
+            auto const * const first = reinterpret_cast<std::uint8_t const *>(guard.GetBuffer());
+            bytes.insert(bytes.end(), first, first + Tile::ByteCount);
+        }
+    return bytes;
+}
+
+// A seed of which nothing is loaded leads nowhere.
+void ExpectComesBack(Fuzz::Bytes const & seed, DynamicBitmap const & bitmap, bool withLevels) {
+    Fuzz::Input input(seed.data(), seed.size());
+    auto const properties = input.TakeBytes(input.Take<std::uint32_t>());
+    auto const store = MakeCounted<Fuzz::BitmapStore>(input);
+    auto const stream = MakeCounted<Kernel::MemoryInStream>(properties.data(), properties.size());
+    DynamicBitmap loaded;
+    Fuzz::Expect(loaded.Load(*Kernel::InSerialiserFile::ParseWithChecks(*stream, *store, false), *store, 1));
+    Fuzz::Expect(loaded.IsPendingDelayLoad() == static_cast<bool>(bitmap.GetBackingData()));
+    auto const bytes = BytesOf(loaded);
+    Fuzz::Expect(bytes == BytesOf(bitmap));
+    Fuzz::Expect(std::any_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte != 0; }));
+    Fuzz::Expect(static_cast<bool>(loaded.GetMipmap(1)) == withLevels);
+}
+
 void Save(Fuzz::SeedFolder const & folder, std::string const & name, DynamicBitmap const & bitmap, unsigned flags) {
     auto const properties = MakeCounted<Kernel::MemoryOutStream>();
     auto const store = MakeCounted<ItemCollector>();
@@ -59,6 +94,7 @@ void Save(Fuzz::SeedFolder const & folder, std::string const & name, DynamicBitm
     out.Put(std::uint32_t(bytes.size())).PutAll(bytes);
     for (auto const & item : store->items)
         item.Put(out);
+    ExpectComesBack(out.GetBytes(), bitmap, (flags & RasterSerialisationStrategy::SaveMipmaps) != 0);
     folder.Save(name, out.GetBytes());
 }
 
@@ -104,6 +140,7 @@ void SaveByReference(Fuzz::SeedFolder const & folder) {
 
 int main(int argc, char ** argv) {
     return Fuzz::MakeSeeds(argc, argv, [](Fuzz::SeedFolder const & folder) {
+        RegisterStoredClasses();
         Tile::InitStaticTiles();
         for (auto const format : {RGBA8, IA16, CMYKA8, A8, AF}) {
             DynamicBitmap bitmap(300, 260, format, MipmapModeOnDemandDefault, HardwareCachePolicy::Default);

@@ -1,5 +1,6 @@
-// Shows the bytes of an image file that a document keeps. Those of a run are such an item of a document, or, where they
-// are none, the file itself; what the bitmap is that shows them is told by the last bytes, which no format looks at.
+// Shows the bytes of an image file that a document keeps. Those of a run are such an item of a document, behind which
+// stands what the bitmap is that shows them; or, where they are no item, the file itself, whose last bytes, which no
+// format looks at, tell that.
 #include "DecodingLimit.h"
 #include "FuzzTarget.h"
 #include "Input.h"
@@ -89,8 +90,7 @@ int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size) {
     Fuzz::LimitDecoding();
     Kernel::Dispatch::SetThreadCount(1);
     auto const target = TakeTarget(data, size);
-    Fuzz::Bytes const bytes(data, data + size);
-    auto item = Load(bytes);
+    auto item = Load(Fuzz::Bytes(data, data + size - std::min(size, targetBytes)));
     if (!item) {
         item = MakeCounted<CompressedRasterData>();
         item->CopyFrom(data, size);

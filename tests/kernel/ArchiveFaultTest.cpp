@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <optional>
 
 using namespace Kernel;
 using namespace AlbumForTests;
@@ -45,10 +46,13 @@ std::vector<std::vector<std::uint8_t>> ContentOf(MemoryDisk::Files const & files
 }
 
 /// A document with a history.
-MemoryDisk::Files MakeDocument(std::size_t count = 4, unsigned saves = 3) {
+/// @param isLabelled  with a shared object.
+MemoryDisk::Files MakeDocument(std::size_t count = 4, unsigned saves = 3, bool isLabelled = false) {
     auto const disk = MakeCounted<MemoryDisk>();
     auto const archive = Archive::Create(path, "Test", disk);
     auto album = MakeSmallAlbum(count, 1);
+    if (isLabelled)
+        album.label = MakeAlbum(0).label;
     Save(archive, album);
     for (unsigned i = 1; i < saves; ++i) {
         Change(album.blobs[i], MakeBytes(20 + i, 300));
@@ -73,41 +77,99 @@ void ReadAll(MemoryDisk::Files const & files) {
     }
 }
 
+using Content = std::vector<std::vector<std::uint8_t>>;
+
+// None where there is no document.
+std::optional<Content> ContentOfAny(MemoryDisk::Files const & files) {
+    return files.contains(path) ? std::optional(ContentOf(files)) : std::nullopt;
+}
+
+/// Whether an album has what another one had, but for one thing, if one was lost.
+bool IsSalvaged(Album const & salvaged, Album const & whole, std::uint64_t lost) {
+    if (salvaged.blobs.size() != whole.blobs.size()) // the stream itself is lost
+        return salvaged.blobs.empty() && !salvaged.label && lost == 1;
+    std::uint64_t missing = salvaged.label == whole.label ? 0 : 1;
+    if (missing != 0 && salvaged.label)
+        return false;
+    for (std::size_t i = 0; i < whole.blobs.size(); ++i) {
+        auto const bytes = BytesOf(salvaged.blobs[i]);
+        if (bytes.empty())
+            ++missing;
+        else if (bytes != BytesOf(whole.blobs[i]))
+            return false;
+    }
+    return missing <= lost;
+}
+
 struct Scenario {
     char const * name;
     ArchiveSaveMode mode;
+    bool isNew; // where there is no document yet
 };
-class ArchiveFault : public testing::TestWithParam<Scenario> {};
+
+/// A save of some changes to a document, or of a new one.
+class ArchiveFault : public testing::TestWithParam<Scenario> {
+protected:
+    /// The document and the changes, on a disk like the one before.
+    struct Editing {
+        Counted<MemoryDisk> disk;
+        Counted<Archive> archive;
+        Album album;
+    };
+    Editing Edit() const {
+        Editing editing;
+        editing.disk = MakeCounted<MemoryDisk>(before);
+        if (GetParam().isNew) {
+            editing.archive = Archive::Create(path, "Test", editing.disk);
+            editing.album = MakeSmallAlbum(3, 1);
+        } else {
+            editing.archive = Archive::Open(path, "Test", editing.disk);
+            editing.album = Load(editing.archive);
+        }
+        Change(editing.album.blobs[2], MakeBytes(30, 300));
+        editing.album.blobs.push_back(DelayLoadHolder::Create(Blob::GetType(), MakeBlob(MakeBytes(31, 5000))));
+        return editing;
+    }
+    static void SaveEdited(Editing const & editing) { Save(editing.archive, editing.album, GetParam().mode); }
+    Content GetNewContent() const {
+        auto const editing = Edit();
+        SaveEdited(editing);
+        return ContentOf(editing.disk->GetFiles());
+    }
+
+    MemoryDisk::Files const before = GetParam().isNew ? MemoryDisk::Files() : MakeDocument();
+    std::optional<Content> const oldContent = ContentOfAny(before);
+};
+
+constexpr CrashedDisk::Rest everyRest[] = {CrashedDisk::Rest::Kept, CrashedDisk::Rest::Lost, CrashedDisk::Rest::Torn,
+                                           CrashedDisk::Rest::Reordered};
 }
 
-// A crash at any instant of a save leaves the old document or the new one, whatever became of what was not synced.
+// A crash at any instant of a save leaves the old document or the new one, whatever became of what was not synced; once
+// the save is confirmed, it leaves the new one.
 TEST_P(ArchiveFault, CrashLeavesTheOldDocumentOrTheNewOne) {
-    auto const before = MakeDocument();
-    auto const oldContent = ContentOf(before);
-    auto const disk = MakeCounted<MemoryDisk>(before);
-    auto const archive = Archive::Open(path, "Test", disk);
-    auto album = Load(archive);
-    Change(album.blobs[2], MakeBytes(30, 300));
-    album.blobs.push_back(DelayLoadHolder::Create(Blob::GetType(), MakeBlob(MakeBytes(31, 5000))));
-    Save(archive, album, GetParam().mode);
-    auto const newContent = ContentOf(disk->GetFiles());
+    auto const editing = Edit();
+    SaveEdited(editing);
+    auto const & steps = editing.disk->steps;
+    auto const newContent = ContentOf(editing.disk->GetFiles());
     ASSERT_NE(oldContent, newContent);
 
     std::mt19937 random(7);
     int oldStates = 0, newStates = 0;
-    for (std::size_t count = 0; count <= disk->steps.size(); ++count)
-        for (auto const rest :
-             {CrashedDisk::Rest::Kept, CrashedDisk::Rest::Lost, CrashedDisk::Rest::Torn, CrashedDisk::Rest::Reordered})
+    for (std::size_t count = 0; count <= steps.size(); ++count)
+        for (auto const rest : everyRest)
             for (int attempt = 0; attempt < 50; ++attempt) {
-                auto const files = CrashedDisk(before, disk->steps, count, rest, random).files;
-                auto const content = ContentOf(files);
-                ASSERT_TRUE(content == oldContent || content == newContent)
-                    << GetParam().name << " after " << count << " steps, case " << static_cast<int>(rest);
+                auto const files = CrashedDisk(before, steps, count, rest, random).files;
+                auto const content = ContentOfAny(files);
+                bool const mayBeOld = count < steps.size();
+                ASSERT_TRUE((mayBeOld && content == oldContent) || content == newContent)
+                    << "after " << count << " steps of " << steps.size() << ", case " << static_cast<int>(rest);
                 ++(content == oldContent ? oldStates : newStates);
                 // And the next save works.
                 if (attempt == 0) {
                     auto const again = MakeCounted<MemoryDisk>(files);
-                    auto const opened = Archive::Open(path, "Test", again);
+                    auto const opened =
+                        content ? Archive::Open(path, "Test", again) : Archive::Create(path, "Test", again);
                     Save(opened, MakeSmallAlbum(2, 90));
                     ASSERT_THAT(ContentOf(again->GetFiles()), SizeIs(2));
                 }
@@ -118,43 +180,51 @@ TEST_P(ArchiveFault, CrashLeavesTheOldDocumentOrTheNewOne) {
     EXPECT_GT(newStates, 0);
 }
 
-// Whichever step the disk refuses, the document is the old one and the error is told.
+// Whichever step the disk refuses, and whether it goes on refusing or not, the document is the old one and the error is
+// told. A power cut after that changes nothing.
 TEST_P(ArchiveFault, FailingDiskLeavesTheOldDocument) {
-    auto const before = MakeDocument();
-    auto const oldContent = ContentOf(before);
-    for (std::uint64_t failing = 1;; ++failing) {
-        auto const disk = MakeCounted<MemoryDisk>(before);
-        auto const archive = Archive::Open(path, "Test", disk);
-        auto album = Load(archive);
-        Change(album.blobs[2], MakeBytes(30, 300));
-        disk->FailAt(failing);
-        bool hasFailed = false, isUnknown = false;
-        try {
-            Save(archive, album, GetParam().mode);
-        } catch (ArchiveError const & error) {
-            hasFailed = true;
-            isUnknown = error.GetKind() == ArchiveError::Kind::Unknown;
-            EXPECT_TRUE(isUnknown || error.GetKind() == ArchiveError::Kind::WriteFailed) << error.what();
+    auto const newContent = GetNewContent();
+    std::mt19937 random(9);
+    for (std::uint64_t const failures : {1, 1000})
+        for (std::uint64_t failing = 1;; ++failing) {
+            auto const editing = Edit();
+            auto const & disk = editing.disk;
+            disk->FailAt(failing, failures);
+            bool hasFailed = false, isUnknown = false;
+            try {
+                SaveEdited(editing);
+            } catch (ArchiveError const & error) {
+                hasFailed = true;
+                isUnknown = error.GetKind() == ArchiveError::Kind::Unknown;
+                EXPECT_TRUE(isUnknown || error.GetKind() == ArchiveError::Kind::WriteFailed) << error.what();
+            }
+            if (!hasFailed) {
+                EXPECT_GT(failing, 3u);
+                EXPECT_LT(disk->GetOperationCount(), failing);
+                break;
+            }
+            auto const isKnown = [&](std::optional<Content> const & content) {
+                return content == oldContent || (isUnknown && content == newContent);
+            };
+            EXPECT_TRUE(isKnown(ContentOfAny(disk->GetFiles()))) << "step " << failing;
+            for (auto const rest : everyRest)
+                EXPECT_TRUE(
+                    isKnown(ContentOfAny(CrashedDisk(before, disk->steps, disk->steps.size(), rest, random).files)))
+                    << "step " << failing << ", case " << static_cast<int>(rest);
+            bool const isThere = oldContent || isUnknown;
+            EXPECT_THAT(disk->GetFiles(), SizeIs(isThere ? 1 : 0)) << "nothing is left behind after step " << failing;
+            // Everything is still dirty: saving again, on a disk that works, loses nothing.
+            disk->FailAt(0);
+            SaveEdited(editing);
+            EXPECT_EQ(ContentOf(disk->GetFiles()), newContent);
+            EXPECT_FALSE(IsFoundDamaged(disk->GetFiles()));
         }
-        if (!hasFailed) {
-            EXPECT_GT(failing, 3u);
-            EXPECT_LT(disk->GetOperationCount(), failing);
-            break;
-        }
-        auto const content = ContentOf(disk->GetFiles());
-        EXPECT_TRUE(content == oldContent || isUnknown) << "step " << failing;
-        EXPECT_THAT(disk->GetFiles(), SizeIs(1)) << "nothing is left behind after step " << failing;
-        // Everything is still dirty: saving again, on a disk that works, loses nothing.
-        disk->FailAt(0);
-        Save(archive, album, GetParam().mode);
-        EXPECT_EQ(ContentOf(disk->GetFiles())[2], MakeBytes(30, 300));
-        EXPECT_FALSE(IsFoundDamaged(disk->GetFiles()));
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(, ArchiveFault,
-                         testing::Values(Scenario{"Update", ArchiveSaveMode::Update},
-                                         Scenario{"Compact", ArchiveSaveMode::Compact}),
+                         testing::Values(Scenario{"Update", ArchiveSaveMode::Update, false},
+                                         Scenario{"Compact", ArchiveSaveMode::Compact, false},
+                                         Scenario{"New", ArchiveSaveMode::Update, true}),
                          [](auto const & scenario) { return scenario.param.name; });
 
 TEST(ArchiveCheck, FindsNothingInAWholeDocument) {
@@ -182,9 +252,13 @@ TEST(ArchiveCheck, TellsAnUnfinishedSaveFromDamage) {
 // saved. A bit of the zeros between the parts is only looked for.
 TEST(ArchiveCheck, FindsEveryBitThatFlipsAndSavesTheRest) {
     for (unsigned const saves : {1u, 3u}) {
-        auto const files = MakeDocument(4, saves);
+        auto const files = MakeDocument(4, saves, /*isLabelled=*/true);
         auto const & whole = files.at(path);
-        auto const itemCount = Archive::Open(path, "Test", MakeCounted<MemoryDisk>(files))->GetInfo().items.size();
+        auto const archive = Archive::Open(path, "Test", MakeCounted<MemoryDisk>(files));
+        auto const itemCount = archive->GetInfo().items.size();
+        ASSERT_EQ(itemCount, 6u);
+        auto const album = Load(archive);
+        ASSERT_TRUE(album.label);
         auto const isPadding = [&](std::size_t at) {
             auto const begin = whole.begin() + static_cast<std::ptrdiff_t>(at < 8 ? 0 : at - 8);
             return std::all_of(begin, std::min(begin + 17, whole.end()), [](auto byte) { return byte == 0; });
@@ -208,6 +282,11 @@ TEST(ArchiveCheck, FindsEveryBitThatFlipsAndSavesTheRest) {
                     // Where a scan was needed, items that were dead are saved too.
                     ASSERT_GE(salvage.itemsSaved + 1, itemCount) << "bit " << bit % 8 << " of byte " << bit / 8;
                     ASSERT_LE(salvage.itemsLost, 1u);
+                    if (saves == 1) { // else an earlier state of the stream may have been brought back
+                        auto const salvaged = Load(Archive::Open("saved.doc", "Test", disk));
+                        ASSERT_TRUE(IsSalvaged(salvaged, album, salvage.itemsLost))
+                            << "bit " << bit % 8 << " of byte " << bit / 8;
+                    }
                     ++salvages;
                     saved += std::min<std::uint64_t>(salvage.itemsSaved, itemCount);
                 }

@@ -50,6 +50,12 @@ protected:
         archive->CloseSession(std::move(session));
     }
 
+    // Whether somebody has left a save half done: bytes behind the last footer, or a file beside the document.
+    bool HasUnfinishedSave(Counted<Archive> const & archive) const {
+        auto const files = std::distance(std::filesystem::directory_iterator(directory.GetPath()), {});
+        return files != 1 || std::filesystem::file_size(GetPath()) != archive->GetInfo().fileBytes;
+    }
+
     TemporaryDirectory directory;
 };
 }
@@ -61,7 +67,7 @@ TEST_F(ArchiveProcess, KilledSaverLeavesTheLastDocumentThatItConfirmedOrTheNext)
     }
     std::mt19937 random(11);
     unsigned confirmed = 1;
-    int inSave = 0;
+    int beforeItWasTold = 0, halfway = 0;
     for (int i = 0; i < kills; ++i) {
         int report[2];
         ASSERT_EQ(pipe(report), 0);
@@ -90,7 +96,8 @@ TEST_F(ArchiveProcess, KilledSaverLeavesTheLastDocumentThatItConfirmedOrTheNext)
         auto const archive = Archive::Open(GetPath(), "Test");
         unsigned const state = GetState(archive);
         ASSERT_TRUE(state == confirmed || state == confirmed + 1) << state << " after " << confirmed;
-        inSave += state != confirmed;
+        beforeItWasTold += state != confirmed;
+        halfway += HasUnfinishedSave(archive);
         for (auto const & blob : Load(archive).blobs)
             ASSERT_EQ(BytesOf(blob), BytesOfState(state));
         confirmed = state;
@@ -100,7 +107,9 @@ TEST_F(ArchiveProcess, KilledSaverLeavesTheLastDocumentThatItConfirmedOrTheNext)
     }
     EXPECT_GT(confirmed, 1u);
     RecordProperty("SavesUntilTheEnd", static_cast<int>(confirmed));
-    RecordProperty("KilledAfterTheFooter", inSave);
+    RecordProperty("KilledAfterTheFooter", beforeItWasTold);
+    RecordProperty("KilledBeforeTheFooter", halfway);
+    EXPECT_GT(halfway, kills / 50) << "hardly any was killed in the midst of a save";
     // What killed savers left beside the document is removed by the next one.
     auto const archive = Archive::Open(GetPath(), "Test");
     auto album = Load(archive);

@@ -211,6 +211,21 @@ TEST_F(ArchiveTest, CompactionKeepsEverythingAndDropsTheDead) {
     EXPECT_THAT(List(), SizeIs(1));
 }
 
+// Else the disk would keep all of the old file for as long as anybody has one of its items.
+TEST_F(ArchiveTest, HoldersLetGoOfAFileThatWasReplaced) {
+    auto const disk = MakeCounted<MemoryDisk>();
+    Save(Archive::Create("album.doc", "Test", disk), MakeAlbum(4));
+    auto const archive = Archive::Open("album.doc", "Test", disk);
+    auto album = Load(archive);
+    BytesOf(album.blobs[0]);
+    for (int i = 0; i < 3; ++i) // the archive itself keeps the last one
+        Save(archive, album, ArchiveSaveMode::Compact);
+    auto const openFiles = disk->GetCount();
+    ExpectSame(album, MakeAlbum(4));
+    album = {};
+    EXPECT_EQ(disk->GetCount(), openFiles) << "a holder had an old file open";
+}
+
 TEST_F(ArchiveTest, RemovedItemCanStillBeReadAndSavedAgain) {
     auto const archive = Archive::Create(GetPath(), "Test");
     auto album = MakeAlbum(3);
@@ -483,6 +498,26 @@ TEST_F(ArchiveTest, DamagedItemFailsTheSaveThatCopiesItUnlessToldToKeepIt) {
 }
 
 // It loads as none, and would be stored as none.
+TEST_F(ArchiveTest, DamagedItemStandsInForNoEqualOne) {
+    auto const bytes = MakeBytes(1, 3000);
+    auto const makeAlbum = [&] {
+        Album album;
+        album.blobs.push_back(DelayLoadHolder::Create(Blob::GetType(), MakeBlob(bytes)));
+        return album;
+    };
+    Save(Archive::Create(GetPath(), "Test"), makeAlbum());
+    auto const item = Archive::Open(GetPath(), "Test")->GetInfo().items[0];
+    ASSERT_EQ(item.type, Blob::GetType().GetTag());
+    auto file = ReadFile();
+    auto & last = file[item.offset + item.storedSize]; // a byte of what is stored, since the header isn't empty
+    last = static_cast<char>(last ^ 1);
+    WriteFile(file);
+    auto const archive = Archive::Open(GetPath(), "Test");
+    ASSERT_TRUE(BytesOf(Load(archive).blobs[0]).empty());
+    Save(archive, makeAlbum());
+    EXPECT_EQ(BytesOf(Load(Archive::Open(GetPath(), "Test")).blobs[0]), bytes);
+}
+
 TEST_F(ArchiveTest, SharedObjectThatCannotBeReadIsNotLostUnlessDamageIsKept) {
     auto const store = [](Counted<Archive> const & archive, Album const & album, char const * name, bool keepsDamaged) {
         auto session = archive->CreateSession();

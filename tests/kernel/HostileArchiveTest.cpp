@@ -266,6 +266,42 @@ TEST(HostileArchive, ItemUnderTheNameOfAnotherIsDamaged) {
     EXPECT_THROW(renamed->GetReader().ReadRaw(renamed->GetEntries()[0]), ArchiveError);
 }
 
+// What was stored is what was to be stored, but not what the item held: a writer's memory has failed.
+TEST(HostileArchive, ContentThatDoesNotFitItsChecksumIsFoundAndNotSalvaged) {
+    std::vector<Item> items{MakeItem(1, ArchiveTags::stream, "Main.dat", {1, 2, 3}),
+                            MakeItem(2, ArchiveTags::stream, "Else.dat", {4, 5, 6})};
+    EXPECT_THAT(Verify(MakeDisk(MakeFile(items))), IsEmpty());
+    ++items[0].header.rawHash.high; // the list knows the low half
+    auto const disk = MakeDisk(MakeFile(items));
+    EXPECT_THAT(Verify(disk), ElementsAre(HasSubstr("Main.dat")));
+    auto const salvage = SalvageArchive("hostile.doc", "saved.doc", nullptr, nullptr, nullptr, disk);
+    EXPECT_EQ(salvage.itemsSaved, 1u);
+    EXPECT_EQ(salvage.itemsLost, 1u);
+    auto const saved = Archive::Open("saved.doc", "Test", disk);
+    EXPECT_FALSE(saved->HasStream("Main.dat"));
+    EXPECT_TRUE(saved->HasStream("Else.dat"));
+}
+
+// A list that checks, but is not the one that the footer was written for.
+TEST(HostileArchive, ListThatDoesNotFitItsFooterIsNone) {
+    HostileFile file;
+    file.AddStream();
+    file.AddCommit();
+    file.AddStream(2, "Else.dat");
+    auto const begin = file.bytes.size();
+    file.AddCommit();
+    ASSERT_EQ(file.Open()->GetFooter().commitNumber, 2u);
+    auto const list = EncodeIndex(file.entries);
+    int copies = 0;
+    for (auto at = begin; at + list.size() <= file.bytes.size(); ++at)
+        if (std::equal(list.begin(), list.end(), file.bytes.begin() + static_cast<std::ptrdiff_t>(at))) {
+            file.bytes[at + 5] ^= 1; // the list's own checksum is of its entries only
+            ++copies;
+        }
+    ASSERT_EQ(copies, 2);
+    EXPECT_EQ(file.Open()->GetFooter().commitNumber, 1u);
+}
+
 // Each footer is good and names the whole file before it as its list of contents, which is none.
 TEST(HostileArchive, ManyFootersAreNotReadManyTimes) {
     for (bool const isChained : {false, true}) {

@@ -1,4 +1,5 @@
 /// A disk in memory that records what is done to it, fails when it is told to, and shows what a crash would have left.
+/// Threads: any may use the disk and its files.
 #pragma once
 
 #include "kernel/ArchiveDisk.h"
@@ -8,6 +9,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
@@ -39,15 +41,20 @@ public:
         ~File() override { Unlock(); }
 
         std::uint64_t Read(std::uint64_t offset, void * dest, std::uint64_t size) const override {
+            auto const guard = disk->Guard();
             auto const & bytes = inode->bytes;
             auto const count = offset < bytes.size() ? std::min<std::uint64_t>(size, bytes.size() - offset) : 0;
             if (count != 0)
                 std::memcpy(dest, bytes.data() + offset, count);
             return count;
         }
-        std::optional<std::uint64_t> GetSize() const override { return inode->bytes.size(); }
+        std::optional<std::uint64_t> GetSize() const override {
+            auto const guard = disk->Guard();
+            return inode->bytes.size();
+        }
         std::optional<std::uint64_t> GetFreeBytes() const override { return disk->freeBytes; }
         bool Write(std::uint64_t offset, void const * data, std::uint64_t size) override {
+            auto const guard = disk->Guard();
             auto const * const first = static_cast<std::uint8_t const *>(data);
             std::uint64_t const count = disk->IsFailing() ? size / 2 : size; // a short write comes before the error
             if (inode->bytes.size() < offset + count)
@@ -57,6 +64,7 @@ public:
             return disk->Succeed(count == size);
         }
         bool Truncate(std::uint64_t size) override {
+            auto const guard = disk->Guard();
             if (disk->IsFailing())
                 return disk->Succeed(false);
             inode->bytes.resize(size);
@@ -64,21 +72,25 @@ public:
             return disk->Succeed(true);
         }
         bool Sync() override {
+            auto const guard = disk->Guard();
             if (disk->IsFailing())
                 return disk->Succeed(false);
             disk->steps.push_back({Step::Kind::Sync, inode->path, {}, 0, 0, {}});
             return disk->Succeed(true);
         }
         bool Lock() override {
+            auto const guard = disk->Guard();
             if (inode->isLocked)
                 return false;
             return hasLock = inode->isLocked = true;
         }
         void Unlock() override {
+            auto const guard = disk->Guard();
             if (std::exchange(hasLock, false))
                 inode->isLocked = false;
         }
         bool IsAt(std::string const & path) const override {
+            auto const guard = disk->Guard();
             auto const found = disk->inodes.find(path);
             return found != disk->inodes.end() && found->second == inode;
         }
@@ -98,6 +110,7 @@ public:
     Kernel::Counted<Kernel::ArchiveFile> OpenToRead(std::string const & path) override { return Open(path); }
     Kernel::Counted<Kernel::ArchiveFile> OpenToUpdate(std::string const & path) override { return Open(path); }
     Kernel::Counted<Kernel::ArchiveFile> CreateBeside(std::string const & path, std::string & temporary) override {
+        auto const guard = Guard();
         if (IsFailing()) {
             Succeed(false);
             return {};
@@ -110,6 +123,7 @@ public:
     }
     Kernel::ArchiveReplaced Replace(Kernel::ArchiveFile & file, std::string const & temporary, std::string const & path,
                                     Kernel::ArchiveTarget target) override {
+        auto const guard = Guard();
         using Kernel::ArchiveReplaced;
         if (!file.Sync())
             return ArchiveReplaced::Failed;
@@ -127,11 +141,13 @@ public:
         return ArchiveReplaced::Done;
     }
     void Remove(std::string const & temporary) override {
+        auto const guard = Guard();
         inodes.erase(temporary);
         steps.push_back({Step::Kind::Remove, temporary, {}, 0, 0, {}});
     }
 
     Files GetFiles() const {
+        auto const guard = Guard();
         Files files;
         for (auto const & [path, inode] : inodes)
             files[path] = inode->bytes;
@@ -140,17 +156,25 @@ public:
 
     /// The n-th operation from now that changes something fails, and `count - 1` after it. 0 is none.
     void FailAt(std::uint64_t n, std::uint64_t count = 1) {
+        auto const guard = Guard();
         operation = 0;
         failFrom = n;
         failCount = count;
     }
-    std::uint64_t GetOperationCount() const { return operation; }
+    std::uint64_t GetOperationCount() const {
+        auto const guard = Guard();
+        return operation;
+    }
 
-    std::vector<Step> steps;
+    std::vector<Step> steps; ///< to be looked at when nobody uses the disk
     std::optional<std::uint64_t> freeBytes; ///< what it says that there is room for; nothing says nothing
 
 private:
+    // Some calls make others.
+    std::unique_lock<std::recursive_mutex> Guard() const { return std::unique_lock(mutex); }
+
     Kernel::Counted<Kernel::ArchiveFile> Open(std::string const & path) {
+        auto const guard = Guard();
         auto const found = inodes.find(path);
         if (found == inodes.end()) {
             errno = ENOENT;
@@ -168,6 +192,7 @@ private:
         return isDone;
     }
 
+    mutable std::recursive_mutex mutex; // of everything here, and of what the files hold
     std::map<std::string, std::shared_ptr<Inode>> inodes;
     std::uint64_t operation = 0, failFrom = 0, failCount = 1;
 };

@@ -133,6 +133,24 @@ protected:
 
     int Choose(int count) { return static_cast<int>(random() % static_cast<unsigned>(count)); }
 
+    // On a disk that fails now and then.
+    bool TryToSave(File const & file, Picture const & picture) {
+        auto const mode = Choose(4) ? Mode::Update : Mode::Compact;
+        disk->FailAt(Choose(3) ? 0 : static_cast<unsigned>(1 + Choose(7)));
+        bool isDone = true;
+        try {
+            Save(file.document, picture.bitmap, mode);
+        } catch (Kernel::ArchiveError const & error) {
+            ++failures;
+            isDone = error.GetKind() == Kernel::ArchiveError::Kind::Unknown;
+        }
+        disk->FailAt(0);
+        if (!isDone)
+            return false;
+        Save(file.document, picture.bitmap, mode); // to be sure where nobody knows, else for nothing
+        return true;
+    }
+
     void Step() {
         auto & picture = bitmaps[static_cast<std::size_t>(Choose(bitmapCount))];
         int const documentIndex = Choose(documentCount);
@@ -154,8 +172,8 @@ protected:
             break;
         case 4:
         case 5:
-            Save(file.document, picture.bitmap, Choose(4) ? Mode::Update : Mode::Compact);
-            file.model = picture.model;
+            if (TryToSave(file, picture))
+                file.model = picture.model;
             break;
         case 6:
         case 7:
@@ -182,6 +200,7 @@ protected:
     std::vector<Bytes> contents;
     std::vector<Picture> bitmaps;
     std::vector<File> documents;
+    int failures = 0;
 };
 }
 
@@ -191,6 +210,7 @@ TEST_F(RandomSharing, EveryTileHoldsWhatWasWrittenToItLast) {
         Check(bitmaps[static_cast<std::size_t>(Choose(bitmapCount))], static_cast<std::size_t>(Choose(tileCount)),
               step);
     }
+    EXPECT_GT(failures, 50);
     for (auto const & picture : bitmaps)
         for (std::size_t tile = 0; tile < tileCount; ++tile)
             Check(picture, tile, 2000);
