@@ -100,16 +100,20 @@ void LoadPixels(Layer const & layer, Progress & progress) {
 
 std::string CountInWords(std::size_t tiles) { return tiles == 1 ? "a tile" : fmt::format("{} tiles", tiles); }
 
+void TellOfLostProfile(Session & session, std::string const & path, Layer const & layer) {
+    if (layer.unreadProfile)
+        session.GetMessages().Warn(path, fmt::format("the profile of layer \"{}\" is missing or damaged: its colours "
+                                                     "are taken as if it had none; `raster document verify` tells more",
+                                                     layer.name.GetCharacters()));
+}
+
 /// Says of a picture that is about to be written what is not in it.
 void TellOfDamage(Session & session, std::string const & path, Layer const & layer) {
     if (auto const damaged = CountDamagedTiles(layer.bitmap))
         session.GetMessages().Warn(
             path, fmt::format("{} of layer \"{}\" damaged, and left empty; `raster document verify` tells more",
                               CountInWords(damaged), layer.name.GetCharacters()));
-    if (layer.unreadProfile)
-        session.GetMessages().Warn(path, fmt::format("the profile of layer \"{}\" is damaged, and left out; "
-                                                     "`raster document verify` tells more",
-                                                     layer.name.GetCharacters()));
+    TellOfLostProfile(session, path, layer);
 }
 
 /// What is painted on a damaged tile would be all that is saved of it.
@@ -226,6 +230,7 @@ bool Stamp(Session & session, DocumentSettings const & settings) {
         progress.BeginStep(0.2);
         LoadPixels(layer, progress);
         CheckForPainting(layer, area, settings);
+        TellOfLostProfile(session, settings.document, layer);
         auto const plan = PlanMatch(stamp, MakePicture(layer, settings.document));
         auto const matched = ConvertColours(stamp.bitmap, plan, {}, progress);
         auto const matrix = Kernel::AffineTransform::Translate(-settings.x, -settings.y).ToArray();

@@ -83,12 +83,13 @@ void PrintInfo(Inspection const & inspection) {
     for (std::size_t i = 0; i < document.layers.size(); ++i) {
         auto const & layer = *document.layers[i];
         auto const tiles = CountTiles(*layer.bitmap.GetCore());
-        Print(fmt::format("  layer {:<6} {} ({} x {} {}, at {},{}, opacity {:g}), {}\n", i + 1,
+        Print(fmt::format("  layer {:<6} {} ({} x {} {}, at {},{}, opacity {:g}), {}{}\n", i + 1,
                           MakePrintable(layer.name.GetCharacters()), layer.bitmap.GetWidth(), layer.bitmap.GetHeight(),
                           GetFormatName(layer.bitmap.GetFormat()), layer.offset.x, layer.offset.y, layer.opacity,
                           layer.bitmap.IsPendingDelayLoad()
                               ? std::string("pending: as its file")
-                              : fmt::format("{} tiles of its own, {} solid", tiles.own, tiles.solid)));
+                              : fmt::format("{} tiles of its own, {} solid", tiles.own, tiles.solid),
+                          layer.unreadProfile ? ", its profile missing or damaged" : ""));
     }
 }
 
@@ -114,6 +115,8 @@ void WriteLayer(JsonWriter & json, Layer const & layer) {
     number("opacity", static_cast<double>(layer.opacity));
     json.Name("isPending");
     json.Boolean(layer.bitmap.IsPendingDelayLoad());
+    json.Name("isProfileLost");
+    json.Boolean(static_cast<bool>(layer.unreadProfile));
     count("ownTiles", tiles.own);
     count("solidTiles", tiles.solid);
     count("pendingTiles", tiles.pending);

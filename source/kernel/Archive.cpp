@@ -229,7 +229,10 @@ Counted<SharedSerialisable> Archive::LoadSharedObject(ItemID id, int depth) {
 
 Counted<SharedSerialisable> Archive::LoadReferredObject(ItemID id, int depth, SharedObjectReference & reference) {
     auto const current = GetSnapshotWith(id);
-    reference = {id, MakeCounted<ArchiveItemSource>(this, current, id)};
+    // What is there and something else is no shared object that got lost.
+    auto const * const entry = current ? current->Find(id) : nullptr;
+    if (!entry || entry->type == ArchiveTags::sharedObject)
+        reference = {id, MakeCounted<ArchiveItemSource>(this, current, id)};
     return FindSharedObject(current.Get(), id, depth);
 }
 

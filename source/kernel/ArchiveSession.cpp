@@ -348,7 +348,7 @@ ItemID ArchiveSession::KeepReferredObject(SharedObjectReference const & referenc
     // An id is the same item wherever it lies: what lies here already is not looked for elsewhere.
     auto const * const entry = base ? base->Find(id) : nullptr;
     if (entry) {
-        if (!keepsDamaged && !IsWhole(*base->GetFile(), *entry))
+        if (entry->type != ArchiveTags::sharedObject || (!keepsDamaged && !IsWhole(*base->GetFile(), *entry)))
             FailUnread();
         return Refer(KeepItem(*base, id));
     }
@@ -465,6 +465,8 @@ ItemID ArchiveSession::KeepItem(ArchiveSnapshot const & source, ItemID id, Conte
         auto const * const inBase = isUpdate ? base->Find(next) : nullptr;
         auto const & place = inBase ? *base : source;
         if (auto const * const entry = inBase ? inBase : source.Find(next)) {
+            if (next != id && entry->type == ArchiveTags::stream)
+                continue; // no reference leads to a stream: an old one would come back beside the new one of its name
             auto const further = GetReferences(place, *entry, next == id ? content : Content::Unknown);
             KeepEntry(*place.GetFile(), place.GetPath(), *entry);
             waiting.insert(waiting.end(), further.begin(), further.end());

@@ -24,8 +24,9 @@ public:
     /// @return null if there is none, its class is not known, it is damaged, or it lies too deep.
     virtual Counted<SharedSerialisable> LoadSharedObject(ItemID id, int depth) = 0;
     /// The same for whoever goes on naming an object that can't be loaded.
-    /// @param reference  receives the name of the object, loaded or not; left alone by a store that can't keep what it
-    ///                   can't load.
+    /// @param reference  receives the name of the object, loaded or not; left alone if there is another kind of item,
+    /// and
+    ///                   by a store that can't keep what it can't load.
     virtual Counted<SharedSerialisable> LoadReferredObject(ItemID id, int depth, SharedObjectReference & reference);
 
     // Around the life of a serialiser that loads from the store: while there is one, what it loads more than once may

@@ -253,6 +253,55 @@ Run 0 extract broken.doc 2 out.png
 Says "warning: the profile of layer"
 Run 0 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white --keep-damaged
 
+# --- Where damage is kept the layer goes on naming it, whatever is done, and has it again once its bytes are back.
+cp a.doc whole.doc
+Run 0 fill whole.doc --layer 2 --rect 0,0,9,9 --colour white
+Run 0 extract whole.doc 2 whole.png
+CheckLost() {
+    Run 1 verify broken.doc
+    Prints "$1"
+    Run 0 info broken.doc
+    Prints ", its profile missing or damaged"
+    Prints "(\`raster document verify\` tells which)"
+    Run 0 info broken.doc --json
+    Prints '"isProfileLost": true'
+    Run 0 extract broken.doc 2 out.png
+    Says "warning: the profile of layer"
+    Differ out.png whole.png
+    Run 0 flatten broken.doc out.png
+    Says "warning: the profile of layer"
+    cp broken.doc untouched.doc
+    Run 1 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white
+    Says "--keep-damaged"
+    Run 1 compact broken.doc
+    Same broken.doc untouched.doc
+}
+EditLost() {
+    Run 0 fill broken.doc --layer 2 --rect 5,5,9,9 --colour black --keep-damaged
+    Run 0 stamp broken.doc $photo --layer 2 --keep-damaged
+    Says "warning: the profile of layer"
+    CheckLost "$1"
+    Run 0 compact broken.doc --keep-damaged
+    CheckLost "$1"
+    Run 0 fill broken.doc --layer 2 --rect 0,0,700,700 --colour black --keep-damaged
+    CheckLost "$1"
+}
+CheckLost "of type ShOb"
+EditLost "of type ShOb"
+Run 0 salvage broken.doc missing.doc
+Says "1 lost"
+Flip broken.doc $(($(FindItem broken.doc bOhS) + 200)) # there is one, as the file was written anew
+Run 0 verify broken.doc
+Run 0 info broken.doc --json
+! grep -q '"isProfileLost": true' stdout.txt || Fail "$last: a profile is still lost"
+Run 0 fill whole.doc --layer 2 --rect 0,0,700,700 --colour black
+Run 0 extract whole.doc 2 whole.png
+Run 0 extract broken.doc 2 out.png
+Same out.png whole.png
+mv missing.doc broken.doc
+CheckLost "refers to an item that is missing"
+EditLost "refers to an item that is missing"
+
 # --- Where the last save is damaged, none goes on top of the one before until that is salvaged.
 cp a.doc broken.doc
 Run 0 fill broken.doc --layer 2 --rect 0,0,9,9 --colour black

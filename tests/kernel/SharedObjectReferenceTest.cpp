@@ -332,6 +332,40 @@ TEST(SharedObjectReference, KeepsAnObjectOfAClassThatNobodyKnows) {
     }
 }
 
+// Nothing that the library writes refers to a stream. Kept for its reference, an old one would come back.
+TEST(SharedObjectReference, DoesNotStandForAStream) {
+    for (bool const isKept : {false, true}) {
+        auto const disk = MakeCounted<MemoryDisk>();
+        auto const archive = Archive::Create("a.doc", "Test", disk);
+        auto session = archive->CreateSession();
+        session->StoreStream("Other.dat", "old", 3);
+        archive->CloseSession(std::move(session));
+        auto const id = archive->GetInfo().items.at(0).id;
+        session = archive->CreateSession();
+        session->KeepStream("Other.dat");
+        session->StoreProperties("Cover.dat", "Covr", 1, [&](OutSerialiser & out) {
+            EXPECT_THROW(out.SaveSharedObject("Labl", nullptr, SharedObjectReference(id, nullptr)), ArchiveError);
+            out.SaveTypeI("Labl", PropType::SharedObject, &id, sizeof id);
+        });
+        archive->CloseSession(std::move(session));
+
+        auto const opened = Archive::Open("a.doc", "Test", disk);
+        Cover cover;
+        cover.Load(*InSerialiserFile::ParseWithChecks(*opened->OpenStream("Cover.dat"), *opened, false), *opened, 1);
+        EXPECT_FALSE(cover.unreadLabel);
+        session = opened->CreateSession();
+        session->StoreStream("Other.dat", "new", 3);
+        if (isKept)
+            session->KeepStream("Cover.dat");
+        else
+            session->StoreObject("Cover.dat", cover);
+        opened->CloseSession(std::move(session));
+        std::string content(3, ' ');
+        EXPECT_TRUE(Archive::Open("a.doc", "Test", disk)->OpenStream("Other.dat")->ReadAll(content.data(), 3));
+        EXPECT_EQ(content, "new");
+    }
+}
+
 TEST(SharedObjectReference, IsNoneWhereThereIsNothingToRefer) {
     auto const disk = MakeCounted<MemoryDisk>();
     auto const archive = Archive::Create("a.doc", "Test", disk);
