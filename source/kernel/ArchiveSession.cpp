@@ -84,7 +84,11 @@ ArchiveSession::ArchiveSession(Counted<Archive> sessionArchive, ArchiveSaveMode 
     }
 }
 
-ArchiveSession::~ArchiveSession() { Undo(); }
+ArchiveSession::~ArchiveSession() {
+    for (auto const & each : taken) // of a save that failed: its bytes go
+        each.item->GetState().MarkAsTaken(0);
+    Undo();
+}
 
 // Of the latest commit that is known of.
 std::uint32_t ArchiveSession::GetLastNumber() const {
@@ -440,6 +444,7 @@ ItemID ArchiveSession::TakeItem(DelayLoadHolder & holder, FileStoreItem & item,
         references.pop_back();
         throw;
     }
+    item.GetState().MarkAsTaken(generation);
     Pending added;
     added.header.type = holder.GetItemType().GetTag();
     added.header.name = itemPath.GetPath(itemsAdded).substr(0, longestName);

@@ -316,8 +316,9 @@ std::exception_ptr Block::GiveBackData(Data & held, Kernel::DelayLoadHolder * ho
         else
             holder->DropItem();
     }
-    // Who else holds it: a document that keeps a changed item, or a save that has yet to write it.
-    auto const loss = IsDisposed() && held.GetCount() > 1 ? RestoreShared(held) : nullptr;
+    // Who else holds it: a save, which may have its bytes or be yet to ask for them.
+    bool const isWanted = held.GetCount() > 1 && !held.GetState().IsTaken();
+    auto const loss = IsDisposed() && isWanted ? RestoreShared(held) : nullptr;
     held.Disown();
     return loss;
 }

@@ -62,6 +62,8 @@ TEST_F(BlockPersistenceTest, KeepsItsRects) {
     auto loaded = Load(Open());
     EXPECT_EQ(loaded.GetNonZeroBoundingBox(), (Kernel::RectT<int>{9, 7, 10, 8}));
     EXPECT_EQ(GetTile(loaded, 0, 0).GetInverseDataRect(), (Kernel::RectT<int>{0, 0, 256, 256}));
+    EXPECT_EQ(GetTile(loaded, 0, 0).GetFloatInverseDataRect(), (Kernel::RectT<int>{0, 0, 256, 256}))
+        << "not stored: what a new block has is a true bound";
     EXPECT_TRUE(GetTile(loaded, 0, 0).IsPendingDelayLoad()) << "no pixel was needed for that";
 }
 

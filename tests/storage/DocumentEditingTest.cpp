@@ -274,6 +274,24 @@ TEST_F(DocumentEditingTest, BitmapsThatAreGoneTakeNoMemoryFromTheirSave) {
     }
 }
 
+TEST_F(DocumentEditingTest, BitmapThatGoesFromDiskDuringItsSaveStaysThere) {
+    MemoryManager::Instance().SetDRAMLimit(1);
+    auto const & slabs = SlabAllocator::Instance();
+    auto const before = slabs.GetUsedCount();
+    constexpr std::size_t tiles = 200, limitTiles = 16;
+    auto const make = [] {
+        auto bitmap = MakeBitmap(256 * tiles, 256, A8, MipmapModeNone);
+        FillAll(bitmap, 3);
+        return bitmap;
+    };
+    auto const document = Create();
+    SaveWith(document, [&](auto & session) {
+        session.StoreObject("Bitmap.dat", make());
+        EXPECT_LE(slabs.GetUsedCount() - before, limitTiles);
+    });
+    EXPECT_TRUE(BytesOf(Load(Open())) == BytesOf(make()));
+}
+
 TEST_F(DocumentEditingTest, LevelsThatAreSavedFitThePlanesThatAreSaved) {
     auto bitmap = MakeBitmap(600, 600, A8);
     FillWith(bitmap, 3);
