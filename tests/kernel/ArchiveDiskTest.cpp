@@ -9,10 +9,12 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,7 +26,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 namespace {
-/// Stands in for the system's calls that sync, which the functions below lead here.
+/// Stands in for the system's calls that sync, and lets those fail that give names: the functions below lead here.
 struct SyncRecorder {
     struct Sync {
         bool isDirectory = false;
@@ -36,6 +38,13 @@ struct SyncRecorder {
     static inline std::size_t failing; // which of the calls fails, counted from 1; 0 is none
     static inline int error = EIO;
     static inline std::vector<Sync> syncs;
+    static inline bool canRename = true;
+
+    static bool AllowRename() {
+        if (!canRename)
+            errno = EIO;
+        return canRename;
+    }
 
     static int Record(int descriptor) {
         Sync sync;
@@ -59,6 +68,13 @@ struct SyncRecorder {
 
 extern "C" int fsync(int descriptor) { return SyncRecorder::Record(descriptor); }
 extern "C" int fdatasync(int descriptor) { return SyncRecorder::Record(descriptor); }
+extern "C" int rename(char const * from, char const * to) noexcept {
+    return SyncRecorder::AllowRename() ? static_cast<int>(syscall(SYS_rename, from, to)) : -1;
+}
+extern "C" int renameat2(int fromFolder, char const * from, int toFolder, char const * to, unsigned flags) noexcept {
+    return SyncRecorder::AllowRename() ? static_cast<int>(syscall(SYS_renameat2, fromFolder, from, toFolder, to, flags))
+                                       : -1;
+}
 
 namespace {
 constexpr std::size_t footerBytes = 64;
@@ -72,6 +88,7 @@ protected:
         SyncRecorder::path = directory.GetPath("album.doc");
         SyncRecorder::failing = 0;
         SyncRecorder::error = EIO;
+        SyncRecorder::canRename = true;
         PrepareSave();
     }
 
@@ -187,6 +204,15 @@ TEST_P(ArchiveDiskTest, SyncThatFailsIsToldOf) {
         EXPECT_THAT(kinds, ElementsAre(Kind::WriteFailed, Kind::Unknown));
     else
         EXPECT_THAT(kinds, ElementsAre(Kind::WriteFailed, Kind::WriteFailed, Kind::WriteFailed, Kind::Unknown));
+}
+
+TEST_P(ArchiveNameTest, NameThatCannotBeGivenIsToldOf) {
+    SyncRecorder::canRename = false;
+    EXPECT_EQ(TryToSave(), ArchiveError::Kind::WriteFailed);
+    ExpectAsBefore();
+    SyncRecorder::canRename = true;
+    SaveAlbum();
+    ExpectSaved();
 }
 
 // Some file systems have no sync of folders.

@@ -379,6 +379,32 @@ TEST(ArchiveCheck, SalvageTakesTheNewestStateThoughAnOlderOneOpens) {
     }
 }
 
+// The state of a stream that the last save kept may lie before one of a save that was given up for damaged.
+TEST(ArchiveCheck, SalvageTakesTheStateOfAStreamThatIsListedWhereverItLies) {
+    auto const kept = ContentOf(MakeDocument(4, 1));
+    auto files = MakeDocument(4, 2);
+    ASSERT_NE(ContentOf(files), kept);
+    DamageLists(files.at(path), MakeDocument(4, 1).at(path).size());
+    auto const disk = MakeCounted<MemoryDisk>(files);
+    auto const archive = Archive::Open(path, "Test", disk);
+    auto session = archive->CreateSession();
+    session->SetKeepDamaged(true);
+    ASSERT_TRUE(session->KeepStream("Album.dat"));
+    session->StoreStream("Further", "bytes", 5);
+    archive->CloseSession(std::move(session));
+    ASSERT_EQ(ContentOf(disk->GetFiles()), kept);
+
+    auto damaged = disk->GetFiles();
+    auto const items = archive->GetInfo().items;
+    ASSERT_EQ(items[0].name, "b/0");
+    damaged.at(path)[items[0].offset + 20] ^= 1;
+    auto const damagedDisk = MakeCounted<MemoryDisk>(damaged);
+    SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, damagedDisk);
+    auto expected = kept;
+    expected[0].clear();
+    EXPECT_EQ(ContentOf(Archive::Open("saved.doc", "Test", damagedDisk)), expected);
+}
+
 // The newest state of a stream is damaged: that of an earlier save is better than none.
 TEST(ArchiveCheck, SalvageFallsBackToAnEarlierStateOfAStream) {
     auto files = MakeDocument(4, 3);

@@ -282,6 +282,23 @@ TEST(HostileArchive, ContentThatDoesNotFitItsChecksumIsFoundAndNotSalvaged) {
     EXPECT_TRUE(saved->HasStream("Else.dat"));
 }
 
+// An item says that it has the checksum of another content, which then is to be stored: it is no reason to leave it
+// out.
+TEST(HostileArchive, ItemThatClaimsTheChecksumOfAnotherStandsInForNone) {
+    std::vector<std::uint8_t> const content{9, 8, 7}, other{1, 2, 3};
+    std::vector<Item> items{MakeItem(1, ArchiveTags::stream, "Main.dat", {1, 2, 3}),
+                            MakeItem(2, AlbumForTests::Blob::GetType().GetTag(), "b/0", other)};
+    items[1].header.rawHash = GetHash128(content.data(), content.size());
+    items[1].entry.rawHash = items[1].header.rawHash.low;
+    auto const disk = MakeDisk(MakeFile(items));
+    AlbumForTests::Album album;
+    album.blobs.push_back(DelayLoadHolder::Create(AlbumForTests::Blob::GetType(), AlbumForTests::MakeBlob(content)));
+    AlbumForTests::Save(Archive::Open("hostile.doc", "Test", disk), album);
+    auto const loaded = AlbumForTests::Load(Archive::Open("hostile.doc", "Test", disk));
+    ASSERT_EQ(loaded.blobs.size(), 1u);
+    EXPECT_EQ(AlbumForTests::BytesOf(loaded.blobs[0]), content);
+}
+
 // A list that checks, but is not the one that the footer was written for.
 TEST(HostileArchive, ListThatDoesNotFitItsFooterIsNone) {
     HostileFile file;

@@ -196,6 +196,22 @@ TEST_F(CompressedBackingPersistenceTest, TwoBitmapsOnOneFileDecodeOnce) {
 
 // --- No save ever writes a bitmap without its pixels ---
 
+// Tiles are dropped by a save; a file stays, with the picture that it was decoded to.
+TEST_F(CompressedBackingPersistenceTest, PictureIsNotDecodedAgainAfterASave) {
+    auto const first = Decoded(7);
+    Holder const file(first.GetBackingData().Get());
+    auto second = MakeBitmap(600, 600, RGBA8);
+    second.GetCore()->SetPendingBacking(file);
+    auto const document = Create();
+    for (auto const mode : {Mode::Update, Mode::Compact}) {
+        Save(document, first, mode);
+        EXPECT_TRUE(file->IsLoaded());
+    }
+    second.ForceDelayLoad(nullptr);
+    EXPECT_EQ(decodes, 1);
+    EXPECT_TRUE(BytesOf(second) == BytesOf(first));
+}
+
 TEST_F(CompressedBackingPersistenceTest, FileThatNobodyCanDecodeIsNeverLost) {
     Bytes const strange{'w', 'h', 'a', 't', '?'};
     auto bitmap = MakeBitmap(600, 600, RGBA8);
