@@ -1,5 +1,6 @@
 #include "host/Document.h"
 
+#include "files/DynamicFile.h"
 #include "host/DocumentDisk.h"
 #include "host/Signals.h"
 #include "kernel/ArchiveSession.h"
@@ -166,15 +167,15 @@ void Document::PlaceFilesOfNoLayer() {
         bool const isPlaced =
             std::any_of(layers.begin(), layers.end(), [&](auto const & layer) { return layer->placedFile == holder; });
         Kernel::DelayLoadHolder::TempLoadItem const load(holder);
-        auto const * const file = load.GetItemAs<CompressedRasterData>();
-        if (isPlaced || !file)
-            continue;
-        auto const picture = file->GetBitmapRepresentation(Raster::NoFormat, 0, 0, Signals::GetAbortFlag());
         Signals::ThrowIfAborted();
-        if (!picture || !picture->GetCore() || picture->GetWidth() == 0)
+        // Its header is enough: what can't be decoded here, for want of memory say, isn't to be left out.
+        Raster::DynamicFile file;
+        if (isPlaced || !file.Create(Kernel::Counted(load.GetItemAs<CompressedRasterData const>())) ||
+            file.GetFormat() == Raster::NoFormat)
             continue; // nothing that can be shown
-        auto layer = MakeLayer(holder, picture->GetWidth(), picture->GetHeight(), picture->GetFormat(),
-                               file->GetDecodedProfile());
+        auto layer = MakeLayer(holder, file.GetWidth(), file.GetHeight(), file.GetFormat(),
+                               file.IsProfileFallback() ? nullptr : file.GetProfile());
+        layer->dpi = file.GetDPI();
         layer->name = fmt::format("salvaged-{}", layers.size() + 1).c_str();
         layers.push_back(std::move(layer));
     }

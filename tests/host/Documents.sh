@@ -288,6 +288,78 @@ Same broken.doc untouched.doc
 Run 0 fill broken.doc --layer 1 --rect 0,0,600,400 --colour white --keep-damaged
 Run 0 extract broken.doc 1 out.png
 
+# --- A placed file that can't be decoded isn't an empty picture to be written, and nothing is painted on its layer.
+cp $badge in/broken.png
+Flip in/broken.png $(($(perl -0777 -ne 'print $-[0] if /IDAT/' $badge) + 20))
+"$raster" resize $photo in/large.jpg --scale 2 2>/dev/null
+Run 0 create broken.doc in/broken.png in/large.jpg
+cp broken.doc untouched.doc
+rm -f out.png
+for what in 'extract broken.doc 1 out.png' 'flatten broken.doc out.png' "stamp broken.doc $badge" \
+    'fill broken.doc --rect 0,0,9,9 --colour white' 'fill broken.doc --rect 0,0,9,9 --colour white --keep-damaged'; do
+    # shellcheck disable=SC2086
+    Run 1 $what
+    Says "the file of layer \"broken.png\" can't be decoded: "
+    Says "extract --original"
+done
+[ ! -e out.png ] || Fail "$last: out.png is there"
+Run 0 extract broken.doc 1 out.png --original
+Same out.png in/broken.png
+Run 1 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white --decode-limit 1
+Says "can't be decoded"
+Says "a larger --decode-limit opens it"
+Run 1 extract broken.doc 2 out.png --decode-limit 1
+Same broken.doc untouched.doc
+Run 0 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white
+head -c $(($(stat -c %s $photo) * 3 / 4)) $photo >in/short.jpg
+Run 0 create broken.doc in/short.jpg
+Run 0 extract broken.doc 1 out.png
+Says "warning: the file of layer \"short.jpg\" is damaged (the file ends early)"
+Run 1 extract broken.doc 1 out.png --strict
+Says "leave --strict out"
+# Salvage makes layers of files that can't be decoded here, too.
+Run 0 create broken.doc in/broken.png in/large.jpg
+Flip broken.doc $(($(FindItem broken.doc mrtS) + 100))
+Run 0 salvage broken.doc saved.doc --decode-limit 1
+Says "what is there makes 2"
+Run 0 extract saved.doc 2 out.png --original
+Same out.png in/broken.png
+
+# --- Standard input may be placed; a file of that name is another matter, and so is one where a picture is to go.
+cp a.doc ./-
+"$raster" document create piped.doc - <$photo 2>stderr.txt || Fail "create of standard input ends with $?"
+Run 0 extract piped.doc 1 out.jpg --original
+Same out.jpg $photo
+Run 2 create piped.doc - -
+Says "standard input can be read once only"
+Run 2 flatten a.doc -
+Says "standard output needs --type"
+"$raster" document flatten a.doc - --type png >out.png 2>stderr.txt || Fail "flatten to standard output ends with $?"
+Same out.png flat.png
+Run 1 stamp a.doc -
+Says "standard input is empty"
+rm ./-
+
+# --- What a result lacks is told, as it is of other commands.
+{ printf '\xff\xd8\xff\xe1\x00\x22Exif\x00\x00II*\x00\x08\x00\x00\x00\x01\x00\x12\x01\x03\x00\x01\x00\x00\x00\x06\x00\x00\x00\x00\x00\x00\x00'
+    tail -c +3 $photo; } >in/turned.jpg
+"$raster" info in/turned.jpg | grep -q 'orientation  6' || Fail "in/turned.jpg isn't turned"
+Run 0 create turned.doc in/turned.jpg
+Says "the file says how to turn the picture (6), and the layer shows it as it is stored"
+Run 0 extract turned.doc 1 out.png
+Says "the file says how to turn the picture (6), which isn't kept"
+Says "metadata isn't kept: EXIF"
+Run 0 flatten turned.doc out.png
+Says "the file says how to turn the picture (6)"
+Run 0 stamp turned.doc in/turned.jpg
+Says "raster: in/turned.jpg: warning: the file says how to turn the picture (6)"
+"$raster" convert $photo grey.png --format IA8 2>/dev/null
+Run 0 create mixed.doc grey.png $photo
+Run 0 flatten mixed.doc out.png
+Says "raster: mixed.doc, layer 2: note: colours"
+Run 0 stamp mixed.doc $photo
+Says "raster: $photo: note: colours"
+
 # --- A full disk leaves the document as it was.
 cp a.doc full.doc
 (ulimit -f $(($(stat -c %s full.doc) / 1024 + 8)) && "$raster" document stamp full.doc $photo --layer 2 >stdout.txt 2>stderr.txt)
