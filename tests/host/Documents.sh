@@ -433,6 +433,27 @@ for what in 'compact many.doc' 'create new.doc in/more-1.jpg in/more-2.jpg' 'sal
     done
 done
 
+# --- Salvage puts nothing in its place that doesn't open: not before the layers are mended.
+cp many.doc broken.doc
+Flip broken.doc $(($(FindItem broken.doc mrtS) + 100))
+cp a.doc saved.doc
+for delay in 0.01 0.02 0.03 0.04 0.05 0.06 0.07 0.08 0.1 0.12 0.15; do
+    timeout -s TERM $delay "$raster" document salvage broken.doc saved.doc >/dev/null 2>&1
+    code=$?
+    last="salvage ended after $delay s"
+    [ $code -eq 0 ] || cmp -s saved.doc a.doc || "$raster" document info saved.doc >/dev/null 2>&1 ||
+        Fail "$last: saved.doc doesn't open"
+    [ -z "$(find . -name '.*saving*')" ] || Fail "$last: leaves something behind"
+done
+Run 0 salvage broken.doc saved.doc
+Run 0 info saved.doc
+Prints "0 damaged"
+Run 1 salvage broken.doc saved.doc --no-clobber
+mkdir -p sub && ln -sf ../saved.doc sub/link.doc
+Run 0 salvage broken.doc sub/link.doc
+[ -L sub/link.doc ] || Fail "$last: the link is gone"
+Run 0 verify saved.doc
+
 # --- Ended by a signal, the document is the old one or the new one.
 for delay in 0.01 0.03 0.06 0.1 0.2; do
     cp a.doc ended.doc
