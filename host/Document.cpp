@@ -17,8 +17,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
-#include <set>
+#include <map>
+#include <optional>
 
 namespace Host {
 namespace {
@@ -35,6 +37,16 @@ Failure MakeLayersFailure() { return Failure(fmt::format("a document has {} laye
 
 constexpr char const * layerPrefix = "Layer-";
 std::string GetLayerStream(std::size_t index) { return fmt::format("{}{:04}.dat", layerPrefix, index + 1); }
+
+/// The other way round; nothing for other streams.
+std::optional<std::size_t> GetLayerIndex(std::string_view name) {
+    std::size_t number = 0;
+    if (name.starts_with(layerPrefix)) {
+        auto const digits = name.substr(std::string_view(layerPrefix).size());
+        std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    }
+    return number != 0 && name == GetLayerStream(number - 1) ? std::optional(number - 1) : std::nullopt;
+}
 
 constexpr char const * salvageHint = "; `raster document salvage` saves what is whole";
 constexpr char const * keepHint =
@@ -142,14 +154,23 @@ Document Document::OpenRemains(std::string const & path) {
         } catch (Kernel::ArchiveError const &) { // the layers tell enough
         } catch (Kernel::PropertyStreamError const &) {
         }
-        std::set<std::string> names; // in order
+        std::map<std::size_t, Kernel::Counted<Layer>> found; // by the place from the bottom
         for (auto const & item : document.archive->GetInfo().items)
-            if (item.name.starts_with(layerPrefix) && document.archive->HasStream(item.name))
-                names.insert(item.name);
-        for (auto const & name : names)
-            if (auto layer = document.LoadLayer(name))
-                document.layers.push_back(std::move(layer));
-        document.PlaceFilesOfNoLayer();
+            if (auto const index = GetLayerIndex(item.name); index && document.archive->HasStream(item.name))
+                if (auto layer = document.LoadLayer(item.name))
+                    found.emplace(*index, std::move(layer));
+        for (auto & [index, layer] : found)
+            document.layers.push_back(layer);
+        // What has no layer takes the places of those that are lost, in order, so that a background stays below.
+        std::size_t place = 0;
+        for (auto & layer : document.MakeLayersOfOtherFiles()) {
+            while (found.contains(place))
+                ++place;
+            found.emplace(place, std::move(layer));
+        }
+        document.layers.clear();
+        for (auto & [index, layer] : found)
+            document.layers.push_back(std::move(layer));
         for (auto const & layer : document.layers) {
             document.width = std::max(document.width, layer->bitmap.GetWidth());
             document.height = std::max(document.height, layer->bitmap.GetHeight());
@@ -158,7 +179,8 @@ Document Document::OpenRemains(std::string const & path) {
     });
 }
 
-void Document::PlaceFilesOfNoLayer() {
+std::vector<Kernel::Counted<Layer>> Document::MakeLayersOfOtherFiles() {
+    std::vector<Kernel::Counted<Layer>> made;
     auto const & type = CompressedRasterData::GetTypeFileStoreItemType();
     for (auto const & item : archive->GetInfo().items) {
         if (item.type != type.GetTag())
@@ -176,9 +198,10 @@ void Document::PlaceFilesOfNoLayer() {
         auto layer = MakeLayer(holder, file.GetWidth(), file.GetHeight(), file.GetFormat(),
                                file.IsProfileFallback() ? nullptr : file.GetProfile());
         layer->dpi = file.GetDPI();
-        layer->name = fmt::format("salvaged-{}", layers.size() + 1).c_str();
-        layers.push_back(std::move(layer));
+        layer->name = fmt::format("salvaged-{}", made.size() + 1).c_str();
+        made.push_back(std::move(layer));
     }
+    return made;
 }
 
 Kernel::Counted<Layer> Document::MakeLayer(Kernel::Counted<Kernel::DelayLoadHolder> placedFile, int width, int height,

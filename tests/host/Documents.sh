@@ -209,6 +209,13 @@ Run 0 salvage cut.doc saved.doc
 Says "items saved"
 
 # --- Where the list of layers is lost, or a layer, the placed files are layers again.
+Run 0 create broken.doc $photo $badge $badge
+Run 0 flatten broken.doc out.png
+Flip broken.doc $(($(FindItem broken.doc mrtS) + 100)) # the lowest layer, whose picture belongs below the others
+Run 0 salvage broken.doc saved.doc
+Says "what is there makes 3"
+Run 0 flatten saved.doc again.png
+Same again.png out.png
 "$raster" document create fresh.doc $photo $badge 2>/dev/null
 head -c $(($(stat -c %s $photo) + 1000)) fresh.doc >cut.doc # the first file, and hardly more
 Run 0 salvage cut.doc saved.doc
@@ -322,7 +329,7 @@ Run 0 create broken.doc in/broken.png in/large.jpg
 Flip broken.doc $(($(FindItem broken.doc mrtS) + 100))
 Run 0 salvage broken.doc saved.doc --decode-limit 1
 Says "what is there makes 2"
-Run 0 extract saved.doc 2 out.png --original
+Run 0 extract saved.doc 1 out.png --original
 Same out.png in/broken.png
 
 # --- Standard input may be placed; a file of that name is another matter, and so is one where a picture is to go.
