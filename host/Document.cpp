@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <map>
 #include <optional>
 
@@ -51,6 +52,16 @@ std::optional<std::size_t> GetLayerIndex(std::string_view name) {
 constexpr char const * salvageHint = "; `raster document salvage` saves what is whole";
 constexpr char const * keepHint =
     "; --keep-damaged saves it nevertheless, `raster document salvage` saves what is whole";
+
+char const * GetOpenHelp(std::string const & path) {
+    std::error_code error;
+    auto const status = std::filesystem::status(path, error);
+    if (std::filesystem::is_directory(status))
+        return "; name a document in that folder";
+    if (std::filesystem::is_other(status))
+        return "; a document is always a file";
+    return std::filesystem::exists(status) ? "; see who owns it" : "; see that the name is right";
+}
 
 /// Does what may fail because of the document.
 template<class Work>
@@ -111,6 +122,8 @@ std::string Document::WithoutPath(std::string_view text, std::string const & pat
 
 Failure Document::MakeFailure(Kernel::ArchiveError const & error, std::string const & path) {
     auto const text = WithoutPath(error.what(), path);
+    if (error.GetKind() == Kernel::ArchiveError::Kind::NotFound)
+        return Failure(text + GetOpenHelp(path));
     bool const isDamage = error.GetKind() == Kernel::ArchiveError::Kind::Damaged || text.ends_with("damaged");
     return Failure(text + (isDamage ? salvageHint : ""));
 }

@@ -81,6 +81,8 @@ bool SalvageDocument(Session & session, DocumentSettings const & settings) {
                                                    saved.hasScanned ? "; looked for in all of the file" : ""));
         } catch (Kernel::ArchiveError const & error) {
             Signals::ThrowIfAborted();
+            if (error.GetKind() == Kernel::ArchiveError::Kind::NotFound)
+                throw Document::MakeFailure(error, settings.document);
             auto failure =
                 Failure(Document::WithoutPath(Document::WithoutPath(error.what(), settings.document), settings.out));
             if (std::string_view(error.what()).starts_with(settings.out + ": "))

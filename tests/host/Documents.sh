@@ -121,12 +121,18 @@ Run 0 info a.doc
 Prints "files        2, "
 Prints "tiles        "
 Run 1 info none.doc --json
-Prints '"error": "can'"'"'t be opened: No such file or directory"'
+Prints '"error": "can'"'"'t be opened: No such file or directory; see that the name is right"'
 Says "raster: none.doc: can't be opened"
 
 # --- Wrong use.
 Run 1 info none.doc
 Says "raster: none.doc: can't be opened"
+Run 1 salvage none.doc saved.doc
+Says "raster: none.doc: can't be opened: No such file or directory; see that the name is right"
+Run 1 verify in
+Says "Is a directory; name a document in that folder"
+Run 1 info /dev/null
+Says "a document is always a file"
 Run 1 info $badge
 Says "not a document"
 Run 1 extract a.doc 7 out.png
