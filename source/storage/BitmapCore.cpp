@@ -44,8 +44,9 @@ std::unique_ptr<BitmapCore> BitmapCore::CloneEmptyCore() const {
 }
 
 std::unique_ptr<BitmapCore> BitmapCore::CloneCore() const {
+    auto const before = GetWritesSeen();
     auto clone = CloneWithoutLevels();
-    clone->CopyLevelsFrom(*this);
+    clone->CopyLevelsFrom(*this, before);
     return clone;
 }
 
@@ -83,14 +84,30 @@ void BitmapCore::ShareTilesIntoNew(BitmapCore const & source) {
 void BitmapCore::CopyPlanesFrom(BitmapCore const * source) {
     if (!source || !(source->type.layout == type.layout) || !(source->GetGrid() == GetGrid()))
         return;
+    WriteInProgress const mark(*this);
+    auto const before = source->GetWritesSeen();
     {
         Kernel::ScopedLock guard(source->delayLoadLock, Kernel::LockNesting::FromOuterBitmap);
         CopyTilesFrom(*source);
     }
-    CopyLevelsFrom(*source);
+    CopyLevelsFrom(*source, before);
 }
 
-void BitmapCore::CopyLevelsFrom(BitmapCore const & source) {
+BitmapCore::WritesSeen BitmapCore::GetWritesSeen() const {
+    WritesSeen seen;
+    // In this order: if all that have begun have ended, and none begins until the levels are copied, none is under way.
+    seen.begun = writesBegun.load(std::memory_order_relaxed);
+    seen.isOneUnderWay = writesEnded.load(std::memory_order_acquire) != seen.begun;
+    seen.levels = mipmaps.GetLevels();
+    return seen;
+}
+
+bool BitmapCore::IsUnwrittenSince(WritesSeen const & before) const {
+    return !before.isOneUnderWay && writesBegun.load(std::memory_order_relaxed) == before.begun &&
+           mipmaps.HasSameChanges(before.levels);
+}
+
+void BitmapCore::CopyLevelsFrom(BitmapCore const & source, WritesSeen const & before) {
     if (mipmapMode == MipmapModeNone)
         return;
     MipmapTable::Levels levels;
@@ -104,6 +121,9 @@ void BitmapCore::CopyLevelsFrom(BitmapCore const & source) {
     if (source.mipmapMode == MipmapModeNone) // has none to give
         levels = MipmapTable::CreateLevels(*this, GetWidth(), GetHeight());
     mipmaps.Replace(std::move(levels));
+    // They may show what was painted after the tiles were copied, or not show what was painted before.
+    if (!source.IsUnwrittenSince(before))
+        InvalidateMipmaps();
 }
 
 void BitmapCore::ForceDelayLoad(bool * abort) const {

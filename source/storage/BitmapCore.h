@@ -154,13 +154,14 @@ public:
     /// empty rect changes nothing.
     void InvalidateMipmaps(Kernel::RectT<int> changed);
     /// What every operation that wrote pixels does in the end: records the change, and with mipmap mode 1 brings the
-    /// levels up to date at once. A save between the first write and this call stores levels that don't show what was
-    /// written, and passes them off as valid: take a `WriteInProgress` where others may save meanwhile.
+    /// levels up to date at once. A save or a copy between the first write and this call takes levels that don't show
+    /// what was written for valid: take a `WriteInProgress` where others may save or copy meanwhile.
     void RecordWrite(Kernel::RectT<int> changed, bool * abort);
     /// Says, as long as it lives, that pixels are being written that `RecordWrite` wasn't told of yet. A save that
-    /// meets one builds the levels that it stores from the pixels that it stores. The library's own operations have
-    /// one; so should who writes through guards or accessors while others may save, from before the first write until
-    /// the write was recorded. Costs next to nothing, and nothing at all without levels. Threads: any number at once.
+    /// meets one builds the levels that it stores from the pixels that it stores, and a copy builds its own when they
+    /// are needed. The library's own operations have one; so should who writes through guards or accessors while others
+    /// may save, from before the first write until the write was recorded. Costs next to nothing, and nothing at all
+    /// without levels. Threads: any number at once.
     class WriteInProgress {
     public:
         explicit WriteInProgress(BitmapCore & written) noexcept
@@ -205,7 +206,20 @@ private:
     std::unique_ptr<BitmapCore> CreateSame(int width, int height, MipmapMode mode) const;
     void CopyTilesFrom(BitmapCore const & source);
     void ShareTilesIntoNew(BitmapCore const & source);
-    void CopyLevelsFrom(BitmapCore const & source);
+    /// What had been written at one moment, as far as levels depend on it.
+    struct WritesSeen {
+        std::uint64_t begun = 0;
+        bool isOneUnderWay = false;
+        MipmapTable::Levels levels;
+    };
+    WritesSeen GetWritesSeen() const;
+    /// Whether levels that were copied after `before` and until now match tiles that were copied in this time.
+    bool IsUnwrittenSince(WritesSeen const & before) const;
+    /// Goes with tiles that were copied after `before`.
+    void CopyLevelsFrom(BitmapCore const & source, WritesSeen const & before);
+    void CreateMissingLevels() const;
+    /// Takes over what a copy that was made after `before` has built.
+    void AdoptLevelsFrom(BitmapCore const & copy, WritesSeen const & before) const;
     void SetBackingAndProfile(Kernel::Counted<Kernel::DelayLoadHolder>, Kernel::Counted<Kernel::Countable const>);
     void LoadFor(char const * operation) const;
     bool FillFromBacking(bool * abort) const;

@@ -60,14 +60,13 @@ void BitmapCore::SaveInline(Kernel::OutSerialiser & serialiser) const {
     // Where items are only enumerated they are those of the stored object: a pending bitmap refers to its backing.
     if (serialiser.IsFullSave() && !(flags & RasterSerialisationStrategy::AllowByReference))
         ForceDelayLoad(nullptr);
-    if (hasLevels)
-        UpdateMipmaps(0, nullptr);
-    // In this order: if all that have begun have ended, and none begins until the levels are copied, none is under way.
-    auto const writesBefore = writesBegun.load(std::memory_order_relaxed);
-    bool const isBeingWritten = writesEnded.load(std::memory_order_acquire) != writesBefore;
-    auto const levels = mipmaps.GetLevels();
+    if (hasLevels && !IsPendingDelayLoad())
+        CreateMissingLevels();
+    auto const before = GetWritesSeen();
     // Whatever is loaded or painted from here on, this is what is saved.
     auto const saved = CloneWithoutLevels();
+    if (hasLevels)
+        saved->CopyLevelsFrom(*this, before);
     bool const isByReference = saved->IsSavedByReference(strategy);
     if (isByReference) {
         serialiser.SaveDelayLoadObject(backingTag, saved->backing.Get(),
@@ -84,13 +83,9 @@ void BitmapCore::SaveInline(Kernel::OutSerialiser & serialiser) const {
                                           isByReference ? saved->backing : nullptr);
     if (!hasLevels)
         return;
-    saved->CopyLevelsFrom(*this);
-    // They may show what was painted after the planes were taken, or not show what was painted before.
-    if (isBeingWritten || writesBegun.load(std::memory_order_relaxed) != writesBefore ||
-        !saved->mipmaps.HasSameChanges(levels)) {
-        saved->InvalidateMipmaps();
-        saved->UpdateMipmaps(0, nullptr);
-    }
+    // Built on the copy, which nobody paints, for both: the next save finds the same levels and stores none anew.
+    saved->UpdateMipmaps(0, nullptr);
+    AdoptLevelsFrom(*saved, before);
     saved->SaveLevels(serialiser, strategy->GetLargestLevel());
 }
 

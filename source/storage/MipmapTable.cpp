@@ -37,7 +37,7 @@ MipmapTable::Levels MipmapTable::GetLevels() const {
 bool MipmapTable::HasSameChanges(Levels const & levels) const {
     Kernel::ScopedLock guard(lock);
     return std::equal(entries.begin(), entries.end(), levels.begin(), levels.end(), [](auto const & a, auto const & b) {
-        return a.first == b.first && a.second.changeCount == b.second.changeCount;
+        return a.first == b.first && a.second.bitmap == b.second.bitmap && a.second.changeCount == b.second.changeCount;
     });
 }
 

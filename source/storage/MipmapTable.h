@@ -46,7 +46,7 @@ public:
     void AddMissing(Levels && levels);
     /// A copy of the entries as they are now.
     Levels GetLevels() const;
-    /// Whether no change was recorded since the table gave these.
+    /// Whether the table still has the levels that it gave here, and no change was recorded since.
     bool HasSameChanges(Levels const & levels) const;
     /// The entry of a level; one without a bitmap if there is none.
     MipmapEntry GetEntry(int level) const;

@@ -41,8 +41,7 @@ void BitmapCore::UpdateMipmaps(int level, bool * abort) const {
     if (mipmapMode == MipmapModeNone || IsPendingDelayLoad())
         return;
     Kernel::ScopedLock guard(mipmapLock, Kernel::LockNesting::FromOuterBitmap);
-    if (mipmaps.GetLevels().size() < CountLevels(GetWidth(), GetHeight())) // as after a document that had no levels
-        mipmaps.AddMissing(MipmapTable::CreateLevels(*this, GetWidth(), GetHeight()));
+    CreateMissingLevels();
 
     // All entries as they are at one instant. A change that is recorded later may be missed by each of the levels, also
     // by one that is built from a level that missed it, so none of them becomes valid then.
@@ -61,6 +60,26 @@ void BitmapCore::UpdateMipmaps(int level, bool * abort) const {
             mipmaps.Publish(built, entry);
         }
         source = entry.bitmap.Get();
+    }
+}
+
+// There are none after a document whose bitmap had no levels, and none before they are needed.
+void BitmapCore::CreateMissingLevels() const {
+    if (mipmaps.GetLevels().size() < CountLevels(GetWidth(), GetHeight()))
+        mipmaps.AddMissing(MipmapTable::CreateLevels(*this, GetWidth(), GetHeight()));
+}
+
+void BitmapCore::AdoptLevelsFrom(BitmapCore const & copy, WritesSeen const & before) const {
+    Kernel::ScopedLock guard(mipmapLock, Kernel::LockNesting::FromOuterBitmap);
+    auto const levels = mipmaps.GetLevels();
+    if (!IsUnwrittenSince(before))
+        return;
+    for (auto const & [level, entry] : levels) {
+        auto const built = copy.mipmaps.GetValid(level);
+        if (entry.valid || !built)
+            continue;
+        entry.bitmap->CopyTilesFrom(*built);
+        mipmaps.Publish(level, entry); // unless a change is recorded just now
     }
 }
 }

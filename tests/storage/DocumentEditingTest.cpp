@@ -4,6 +4,7 @@
 #include "kernel/Dispatch.h"
 #include "kernel/MemoryOutStream.h"
 #include "kernel/OutSerialiserFile.h"
+#include "pixel/transfer/Fill.h"
 #include "pixel/transfer/Layer.h"
 #include "storage/BackstoreFile.h"
 #include "storage/BackstoreReadError.h"
@@ -15,6 +16,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <iterator>
 #include <optional>
 #include <thread>
 
@@ -257,6 +259,17 @@ TEST_F(DocumentEditingTest, LevelsThatAreSavedAmidAWriteFitThePlanes) {
     EXPECT_TRUE(BytesOf(Load(Open())) == BytesOf(bitmap));
 }
 
+TEST_F(DocumentEditingTest, SaveBuildsTheLevelsForTheBitmapToo) {
+    auto bitmap = MakeBitmap(600, 600, A8);
+    FillWith(bitmap, 3);
+    auto const document = Create();
+    Allow(RasterSerialisationStrategy::SaveMipmaps);
+    Save(document, bitmap);
+    EXPECT_TRUE(bitmap.GetCore()->GetMipmapTable().GetValid(1));
+    EXPECT_TRUE(HasFittingLevel(bitmap));
+    EXPECT_EQ(Save(document, bitmap), 0u);
+}
+
 // Somebody else builds the levels in the middle of it, which the planes that are saved don't show.
 TEST_F(DocumentEditingTest, LevelsThatAreSavedWhileAWriteBeginsFitThePlanes) {
     auto bitmap = MakePending(7);
@@ -271,6 +284,33 @@ TEST_F(DocumentEditingTest, LevelsThatAreSavedWhileAWriteBeginsFitThePlanes) {
                  });
     EXPECT_TRUE(HasProperty(document, "Bckg"));
     EXPECT_FALSE(HasProperty(document, "MT11"));
+}
+
+TEST_F(DocumentEditingTest, LevelsThatAreSavedWhileManyPaintFitThePlanes) {
+    auto bitmap = MakeBitmap(600, 600, RGBA8);
+    FillAll(bitmap, 1);
+    Allow(RasterSerialisationStrategy::SaveMipmaps);
+    std::atomic<bool> isOver{false};
+    std::vector<std::thread> painters;
+    for (int painter = 0; painter < 2; ++painter)
+        painters.emplace_back([&, painter] {
+            PixelOf<RGBA8Tuple> pixel{};
+            for (int i = 0; !isOver; ++i) {
+                std::fill(std::begin(pixel.channels), std::end(pixel.channels),
+                          static_cast<std::uint8_t>(40 * i + painter));
+                int const left = painter == 0 ? 0 : 256; // tiles of its own
+                Fill(bitmap, {left, 0, left + 256, 600}, DynamicPixel(pixel), 1.0f);
+            }
+        });
+    for (int i = 0; i < saves; ++i) {
+        auto const document = Create();
+        Save(document, bitmap);
+        EXPECT_TRUE(HasProperty(document, "MT11")) << "save " << i;
+        EXPECT_TRUE(HasFittingLevel(Load(Open()))) << "save " << i;
+    }
+    isOver = true;
+    for (auto & painter : painters)
+        painter.join();
 }
 
 TEST_F(DocumentEditingTest, PictureThatIsDecodedAndPaintedWhileItIsSavedIsStillItsFile) {

@@ -668,6 +668,25 @@ TEST_F(MipmapTest, WritesAfterACloneLeaveTheOthersLevelsAlone) {
     ExpectLevelsMatch<RGBA8Tuple>(*bitmap, "the original");
 }
 
+// Until the write is recorded, only the mark says that the levels are older than the pixels.
+TEST_F(MipmapTest, CopiesThatAreTakenAmidAWriteBuildTheirOwnLevels) {
+    auto const bitmap = MakeDrawn(600, 600), copy = MakeDrawn(600, 600, Alpha::Opaque);
+    bitmap->UpdateMipmaps(0, nullptr);
+    Kernel::Counted<RGBA8Bitmap> clone;
+    {
+        BitmapCore::WriteInProgress const mark(*bitmap);
+        Draw<RGBA8Tuple>(*bitmap, {100, 100, 400, 300}, 7, Alpha::Opaque);
+        clone = Kernel::Counted<RGBA8Bitmap>(bitmap->Clone());
+        copy->CopyPlanesFrom(bitmap.Get());
+        bitmap->InvalidateMipmaps({100, 100, 400, 300});
+    }
+    for (auto const & taken : {clone, copy}) {
+        EXPECT_FALSE(taken->GetMipmap(1));
+        taken->UpdateMipmaps(0, nullptr);
+        ExpectLevelsMatch<RGBA8Tuple>(*taken, "taken amid a write");
+    }
+}
+
 TEST_F(MipmapTest, PendingBitmapIsLeftAlone) {
     auto const bitmap = MakeDrawn(100, 100);
     bitmap->UpdateMipmaps(1, nullptr);
