@@ -54,7 +54,8 @@ void ChooseProfiles(ColourPlan & plan, Picture const & picture, Profile const & 
     plan.isManaged = plan.from && plan.to;
 }
 
-void NoteColours(ColourPlan & plan, Format source, ColourSettings const & settings) {
+/// @param help  what names a profile for the colours that are written
+void NoteColours(ColourPlan & plan, Format source, ColourSettings const & settings, char const * help) {
     auto const sourceSpace = GetColourSpace(source), space = GetColourSpace(plan.format);
     if (plan.isManaged) {
         if (plan.from != plan.to)
@@ -70,7 +71,7 @@ void NoteColours(ColourPlan & plan, Format source, ColourSettings const & settin
     plan.notes.push_back(fmt::format("colours go from {} to {} by formula, since no profile is known for {}; {}",
                                      GetSpaceName(sourceSpace), GetSpaceName(space),
                                      GetSpaceName(plan.from ? space : sourceSpace),
-                                     plan.from ? "--profile names one" : "--assume-profile names one"));
+                                     plan.from ? help : "--assume-profile names one"));
 }
 
 void ChooseEmbedded(ColourPlan & plan, Picture const & picture, Profile const & asked) {
@@ -98,7 +99,7 @@ ColourPlan PlanColours(Picture const & picture, FileType type, ColourSettings co
                                   GetFormatName(plan.format)));
     NoteFormat(plan, source, wanted, type);
     ChooseProfiles(plan, picture, profile);
-    NoteColours(plan, source, settings);
+    NoteColours(plan, source, settings, "--profile names one");
     ChooseEmbedded(plan, picture, profile);
     return plan;
 }
@@ -118,7 +119,7 @@ ColourPlan PlanMatch(Picture const & over, Picture const & base) {
                                              plan.to == unknown ? base.name : over.name, GetName(unknown)));
     }
     plan.isManaged = plan.from && plan.to;
-    NoteColours(plan, source, {});
+    NoteColours(plan, source, {}, "--assume-profile names one");
     return plan;
 }
 
@@ -142,6 +143,13 @@ DynamicBitmap ConvertColours(DynamicBitmap const & bitmap, ColourPlan const & pl
     TransferManaged(converted, bitmap, transform, &params);
     Signals::ThrowIfAborted();
     return converted;
+}
+
+DynamicBitmap MatchColours(Session & session, Picture const & over, Picture const & base, Progress & progress) {
+    auto const plan = PlanMatch(over, base);
+    for (auto const & note : plan.notes)
+        session.GetMessages().Note(over.name, note);
+    return ConvertColours(over.bitmap, plan, {}, progress);
 }
 
 DynamicBitmap Flatten(DynamicBitmap const & bitmap, Colour const & background, Progress & progress) {

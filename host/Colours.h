@@ -28,6 +28,10 @@ ColourPlan PlanMatch(Picture const & over, Picture const & base);
 DynamicBitmap ConvertColours(DynamicBitmap const & bitmap, ColourPlan const & plan, ColourSettings const & settings,
                              Progress & progress);
 
+/// A picture in the format and the colours of the one that it is to be laid over. Says what the user should know.
+/// Throws `Failure`, `Interrupted`.
+DynamicBitmap MatchColours(Session & session, Picture const & over, Picture const & base, Progress & progress);
+
 /// The picture laid over one colour, opaque in every pixel. Throws `Interrupted`.
 DynamicBitmap Flatten(DynamicBitmap const & bitmap, Colour const & background, Progress & progress);
 }

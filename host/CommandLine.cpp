@@ -192,6 +192,7 @@ void AddDocument(CLI::App & app, DocumentSettings & settings) {
     AddNumber<int, int>(extract, "N", settings.layer, 1, 10000, "", "which layer, from the bottom")->required();
     extract->add_option("OUT", settings.out, "the file to write, or '-'")->required();
     extract->add_flag("--original", settings.original, "the file that was placed, byte for byte");
+    AddReading(extract, settings.reading);
     AddWriting(extract, settings.writing);
     auto * const fill = AddAction(command, settings, DocumentAction::Fill, "fill", "fill a part of a layer; saves");
     fill->add_option_function<std::string>(
@@ -216,6 +217,7 @@ void AddDocument(CLI::App & app, DocumentSettings & settings) {
     auto * const flatten =
         AddAction(command, settings, DocumentAction::Flatten, "flatten", "write all layers as one picture");
     flatten->add_option("OUT", settings.out, "the file to write, or '-'")->required();
+    AddReading(flatten, settings.reading);
     AddWriting(flatten, settings.writing);
     AddAction(command, settings, DocumentAction::Compact, "compact", "write the file anew, without what is dead")
         ->add_flag("--keep-damaged", settings.keepDamaged, "keep what is damaged as it is, rather than fail");
@@ -272,6 +274,8 @@ void Check(Invocation const & invocation) {
         inputs = thumbnail->in;
     else if (auto const * const composite = std::get_if<CompositeSettings>(&invocation.command))
         inputs = {composite->base, composite->over};
+    else if (auto const * const document = std::get_if<DocumentSettings>(&invocation.command))
+        inputs = document->files;
     if (std::count(inputs.begin(), inputs.end(), "-") > 1)
         throw UsageError("standard input can be read once only");
 }

@@ -5,6 +5,8 @@
 #include "storage/Tile.h"
 #include "storage/TileGuard.h"
 
+#include <fmt/format.h>
+
 #include <atomic>
 
 namespace Host {
@@ -40,4 +42,6 @@ std::size_t CountDamagedTiles(Raster::DynamicBitmap const & bitmap, Kernel::Rect
 std::size_t CountDamagedTiles(Raster::DynamicBitmap const & bitmap) {
     return CountDamagedTiles(bitmap, bitmap.GetCore()->GetBounds());
 }
+
+std::string SayHowManyTiles(std::size_t count) { return count == 1 ? "a tile" : fmt::format("{} tiles", count); }
 }

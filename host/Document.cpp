@@ -1,5 +1,6 @@
 #include "host/Document.h"
 
+#include "files/DynamicFile.h"
 #include "host/DocumentDisk.h"
 #include "host/Signals.h"
 #include "kernel/ArchiveSession.h"
@@ -16,8 +17,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
-#include <set>
+#include <filesystem>
+#include <map>
+#include <optional>
 
 namespace Host {
 namespace {
@@ -35,9 +39,29 @@ Failure MakeLayersFailure() { return Failure(fmt::format("a document has {} laye
 constexpr char const * layerPrefix = "Layer-";
 std::string GetLayerStream(std::size_t index) { return fmt::format("{}{:04}.dat", layerPrefix, index + 1); }
 
+/// The other way round; nothing for other streams.
+std::optional<std::size_t> GetLayerIndex(std::string_view name) {
+    std::size_t number = 0;
+    if (name.starts_with(layerPrefix)) {
+        auto const digits = name.substr(std::string_view(layerPrefix).size());
+        std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    }
+    return number != 0 && name == GetLayerStream(number - 1) ? std::optional(number - 1) : std::nullopt;
+}
+
 constexpr char const * salvageHint = "; `raster document salvage` saves what is whole";
 constexpr char const * keepHint =
     "; --keep-damaged saves it nevertheless, `raster document salvage` saves what is whole";
+
+char const * GetOpenHelp(std::string const & path) {
+    std::error_code error;
+    auto const status = std::filesystem::status(path, error);
+    if (std::filesystem::is_directory(status))
+        return "; name a document in that folder";
+    if (std::filesystem::is_other(status))
+        return "; a document is always a file";
+    return std::filesystem::exists(status) ? "; see who owns it" : "; see that the name is right";
+}
 
 /// Does what may fail because of the document.
 template<class Work>
@@ -98,6 +122,8 @@ std::string Document::WithoutPath(std::string_view text, std::string const & pat
 
 Failure Document::MakeFailure(Kernel::ArchiveError const & error, std::string const & path) {
     auto const text = WithoutPath(error.what(), path);
+    if (error.GetKind() == Kernel::ArchiveError::Kind::NotFound)
+        return Failure(text + GetOpenHelp(path));
     bool const isDamage = error.GetKind() == Kernel::ArchiveError::Kind::Damaged || text.ends_with("damaged");
     return Failure(text + (isDamage ? salvageHint : ""));
 }
@@ -141,14 +167,23 @@ Document Document::OpenRemains(std::string const & path) {
         } catch (Kernel::ArchiveError const &) { // the layers tell enough
         } catch (Kernel::PropertyStreamError const &) {
         }
-        std::set<std::string> names; // in order
+        std::map<std::size_t, Kernel::Counted<Layer>> found; // by the place from the bottom
         for (auto const & item : document.archive->GetInfo().items)
-            if (item.name.starts_with(layerPrefix) && document.archive->HasStream(item.name))
-                names.insert(item.name);
-        for (auto const & name : names)
-            if (auto layer = document.LoadLayer(name))
-                document.layers.push_back(std::move(layer));
-        document.PlaceFilesOfNoLayer();
+            if (auto const index = GetLayerIndex(item.name); index && document.archive->HasStream(item.name))
+                if (auto layer = document.LoadLayer(item.name))
+                    found.emplace(*index, std::move(layer));
+        for (auto & [index, layer] : found)
+            document.layers.push_back(layer);
+        // What has no layer takes the places of those that are lost, in order, so that a background stays below.
+        std::size_t place = 0;
+        for (auto & layer : document.MakeLayersOfOtherFiles()) {
+            while (found.contains(place))
+                ++place;
+            found.emplace(place, std::move(layer));
+        }
+        document.layers.clear();
+        for (auto & [index, layer] : found)
+            document.layers.push_back(std::move(layer));
         for (auto const & layer : document.layers) {
             document.width = std::max(document.width, layer->bitmap.GetWidth());
             document.height = std::max(document.height, layer->bitmap.GetHeight());
@@ -157,7 +192,8 @@ Document Document::OpenRemains(std::string const & path) {
     });
 }
 
-void Document::PlaceFilesOfNoLayer() {
+std::vector<Kernel::Counted<Layer>> Document::MakeLayersOfOtherFiles() {
+    std::vector<Kernel::Counted<Layer>> made;
     auto const & type = CompressedRasterData::GetTypeFileStoreItemType();
     for (auto const & item : archive->GetInfo().items) {
         if (item.type != type.GetTag())
@@ -166,18 +202,19 @@ void Document::PlaceFilesOfNoLayer() {
         bool const isPlaced =
             std::any_of(layers.begin(), layers.end(), [&](auto const & layer) { return layer->placedFile == holder; });
         Kernel::DelayLoadHolder::TempLoadItem const load(holder);
-        auto const * const file = load.GetItemAs<CompressedRasterData>();
-        if (isPlaced || !file)
-            continue;
-        auto const picture = file->GetBitmapRepresentation(Raster::NoFormat, 0, 0, Signals::GetAbortFlag());
         Signals::ThrowIfAborted();
-        if (!picture || !picture->GetCore() || picture->GetWidth() == 0)
+        // Its header is enough: what can't be decoded here, for want of memory say, isn't to be left out.
+        Raster::DynamicFile file;
+        if (isPlaced || !file.Create(Kernel::Counted(load.GetItemAs<CompressedRasterData const>())) ||
+            file.GetFormat() == Raster::NoFormat)
             continue; // nothing that can be shown
-        auto layer = MakeLayer(holder, picture->GetWidth(), picture->GetHeight(), picture->GetFormat(),
-                               file->GetDecodedProfile());
-        layer->name = fmt::format("salvaged-{}", layers.size() + 1).c_str();
-        layers.push_back(std::move(layer));
+        auto layer = MakeLayer(holder, file.GetWidth(), file.GetHeight(), file.GetFormat(),
+                               file.IsProfileFallback() ? nullptr : file.GetProfile());
+        layer->dpi = file.GetDPI();
+        layer->name = fmt::format("salvaged-{}", made.size() + 1).c_str();
+        made.push_back(std::move(layer));
     }
+    return made;
 }
 
 Kernel::Counted<Layer> Document::MakeLayer(Kernel::Counted<Kernel::DelayLoadHolder> placedFile, int width, int height,

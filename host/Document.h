@@ -100,7 +100,8 @@ private:
     /// Null if it is missing or damaged. Throws `Failure` if all layers so far have more tiles than one bitmap may
     /// have: a small file could claim any number, and each takes memory before there is a pixel in it.
     Kernel::Counted<Layer> LoadLayer(std::string const & streamName);
-    void PlaceFilesOfNoLayer();
+    /// Of the placed files that none of the layers has.
+    std::vector<Kernel::Counted<Layer>> MakeLayersOfOtherFiles();
 
     Kernel::Counted<Kernel::Archive> archive;
     std::uint64_t tileCount = 0; // of the layers that were loaded

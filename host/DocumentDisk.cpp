@@ -1,5 +1,12 @@
 #include "host/DocumentDisk.h"
 
+#include "host/Failure.h"
+#include "host/Text.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+
 namespace Host {
 using Kernel::ArchiveFile;
 using Kernel::ArchiveReplaced;
@@ -30,6 +37,44 @@ ArchiveReplaced DocumentDisk::Replace(ArchiveFile & file, std::string const & te
 
 void DocumentDisk::Remove(std::string const & temporaryPath) {
     GetSystem()->Remove(temporaryPath);
+    unfinished.reset();
+}
+
+HoldingDisk::~HoldingDisk() {
+    if (!heldPath.empty())
+        GetSystem()->Remove(heldPath);
+}
+
+Counted<ArchiveFile> HoldingDisk::OpenToRead(std::string const & path) { return GetSystem()->OpenToRead(path); }
+
+Counted<ArchiveFile> HoldingDisk::OpenToUpdate(std::string const & path) { return GetSystem()->OpenToUpdate(path); }
+
+Counted<ArchiveFile> HoldingDisk::CreateBeside(std::string const & path, std::string & temporaryPath) {
+    auto file = GetSystem()->CreateBeside(path, temporaryPath);
+    if (file)
+        unfinished.emplace(temporaryPath);
+    return file;
+}
+
+ArchiveReplaced HoldingDisk::Replace(ArchiveFile &, std::string const & temporaryPath, std::string const &,
+                                     ArchiveTarget) {
+    heldPath = temporaryPath;
+    return ArchiveReplaced::Done;
+}
+
+void HoldingDisk::Remove(std::string const & temporaryPath) {
+    GetSystem()->Remove(temporaryPath);
+    unfinished.reset();
+}
+
+void HoldingDisk::PutInPlace(std::string const & path, ArchiveTarget target) {
+    auto const file = OpenToUpdate(heldPath);
+    auto const replaced = file ? GetSystem()->Replace(*file, heldPath, path, target) : ArchiveReplaced::Failed;
+    if (replaced == ArchiveReplaced::Occupied)
+        throw Failure("another program has made a file there; nothing was saved");
+    if (replaced == ArchiveReplaced::Failed)
+        throw Failure(fmt::format("can't be put in its place ({}); nothing was saved", DescribeError(errno)));
+    heldPath.clear();
     unfinished.reset();
 }
 }

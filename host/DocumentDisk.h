@@ -25,4 +25,27 @@ private:
     Kernel::ArchiveTarget allowed;
     std::optional<UnfinishedFile> unfinished;
 };
+
+/// Keeps a new document from its place: it is saved beside it, and works there as a document of its own, until it is
+/// complete. What isn't put in its place goes.
+class HoldingDisk final : public Kernel::ArchiveDisk {
+public:
+    ~HoldingDisk() override;
+
+    Kernel::Counted<Kernel::ArchiveFile> OpenToRead(std::string const & path) override;
+    Kernel::Counted<Kernel::ArchiveFile> OpenToUpdate(std::string const & path) override;
+    Kernel::Counted<Kernel::ArchiveFile> CreateBeside(std::string const & path, std::string & temporaryPath) override;
+    Kernel::ArchiveReplaced Replace(Kernel::ArchiveFile & file, std::string const & temporaryPath,
+                                    std::string const & path, Kernel::ArchiveTarget target) override;
+    void Remove(std::string const & temporaryPath) override;
+
+    /// Where the document is; empty before it was saved.
+    std::string const & GetHeldPath() const { return heldPath; }
+    /// Throws `Failure`; what was there before stands then.
+    void PutInPlace(std::string const & path, Kernel::ArchiveTarget target);
+
+private:
+    std::string heldPath;
+    std::optional<UnfinishedFile> unfinished;
+};
 }

@@ -42,15 +42,14 @@ void CheckPath(std::string const & path) {
     if (status.st_size == 0)
         throw Failure("is empty; see where it came from");
 }
+}
 
-/// The library's words, with what a user can do if it was a limit.
 std::string AddHelp(std::string failure, char const * help) {
     if (failure.empty())
         failure = "it is damaged";
     if (failure.find("largestDecodedBytes") != failure.npos)
         help = "a larger --decode-limit opens it";
     return failure + "; " + help;
-}
 }
 
 SourceFile::SourceFile(Session & givenSession, std::string givenPath, ReadSettings const & givenSettings)
@@ -71,7 +70,7 @@ void SourceFile::Open() {
                                   AddHelp(file.GetFailure(), "another program may open it and save it anew")));
 }
 
-Kernel::Counted<CompressedRasterData const> SourceFile::ReadStandardInput() const {
+Kernel::Counted<CompressedRasterData> SourceFile::ReadStandardInput() const {
     std::uint64_t const limit =
         std::min(Raster::GetImageLimits().largestDecodedBytes, Raster::MemoryManager::Instance().GetDRAMLimit());
     Kernel::Counted<CompressedRasterData> const bytes(new CompressedRasterData);
@@ -180,6 +179,11 @@ Profile FindProfile(std::string const & pathOrName) {
     if (!profile)
         throw Failure(fmt::format("'{}' is no colour profile that can be used; name another file", pathOrName));
     return profile;
+}
+
+std::string TellOfTurning(Picture const & picture) {
+    return fmt::format("the file says how to turn the picture ({}), which isn't kept; {}", picture.orientation,
+                       picture.orientationHelp);
 }
 
 bool IsOpaque(DynamicBitmap const & bitmap) {

@@ -21,6 +21,7 @@ struct Picture {
     DynamicBitmap bitmap;
     double dpi = 0;
     int orientation = 1;               ///< 1 to 8, by EXIF
+    std::string orientationHelp = "--auto-orient turns it";
     Profile profile;                   ///< embedded, or the one that the user told to assume; null if neither
     bool isAssumed = false;            ///< the user told it
     std::vector<std::string> metadata; ///< what a written file will lack
@@ -38,6 +39,9 @@ public:
     /// Of the decoded pixels, as a bitmap holds them.
     std::uint64_t GetDecodedBytes() const;
 
+    /// The bytes of standard input; null for a path.
+    Kernel::Counted<Raster::CompressedRasterData> const & GetStandardInput() const { return data; }
+
     Size GetSize() const { return {file.GetWidth(), file.GetHeight()}; }
 
     /// Decodes, and drops the file: its pixels are in memory once then. Throws `Failure`, `Interrupted`.
@@ -46,7 +50,7 @@ public:
 
 private:
     void Open();
-    Kernel::Counted<Raster::CompressedRasterData const> ReadStandardInput() const;
+    Kernel::Counted<Raster::CompressedRasterData> ReadStandardInput() const;
     Profile ChooseProfile() const;
     std::vector<std::string> FindMetadataOfFile() const;
     DynamicBitmap DrawPixels(int level, Progress & progress);
@@ -55,9 +59,15 @@ private:
     Session & session;
     std::string path;
     ReadSettings settings;
-    Kernel::Counted<Raster::CompressedRasterData const> data; // of standard input; null for a path
+    Kernel::Counted<Raster::CompressedRasterData> data; // of standard input; null for a path
     Raster::DynamicFile file;
 };
+
+/// What to say of a picture whose orientation isn't 1 and which stays as it is stored.
+std::string TellOfTurning(Picture const & picture);
+
+/// The library's words on a picture that can't be read, and what a user can do; if it went over a limit, that.
+std::string AddHelp(std::string failure, char const * help);
 
 /// The profile that a user names: a file, or one of the registry. Throws `Failure`.
 Profile FindProfile(std::string const & pathOrName);

@@ -66,9 +66,7 @@ void PictureWriter::Tell(Picture const & picture, ColourPlan const & plan, bool 
                       fmt::format("transparency isn't kept: the picture is laid over #{:02x}{:02x}{:02x}",
                                   settings.background[0], settings.background[1], settings.background[2]));
     if (picture.orientation != 1)
-        messages.Warn(picture.name, fmt::format("the file says how to turn the picture ({}), which isn't kept; "
-                                                "--auto-orient turns it",
-                                                picture.orientation));
+        messages.Warn(picture.name, TellOfTurning(picture));
     if (!picture.metadata.empty())
         messages.Note(picture.name, "metadata isn't kept: " + Join(picture.metadata));
 }

@@ -62,7 +62,7 @@ bool IsIgnored(int signal) {
 
 void Signals::Install() {
     Handle(SIGALRM, HandlePatienceEnd);
-    for (int const signal : {SIGINT, SIGTERM})
+    for (int const signal : {SIGHUP, SIGINT, SIGTERM})
         if (!IsIgnored(signal)) // as nohup and background jobs of scripts want it
             Handle(signal, HandleEnd);
     Handle(SIGPIPE, SIG_IGN);

@@ -4,10 +4,10 @@
 #include <string>
 
 namespace Host {
-/// Ctrl-C and its kin. SIGINT and SIGTERM set a flag that all long work polls; who notices it throws `Interrupted`, and
-/// the program ends with 128 and the number of the signal. Work that doesn't come back soon enough is not waited for:
-/// then the handler itself removes what is unfinished and ends the process. SIGPIPE and SIGXFSZ are ignored, so that a
-/// closed pipe and a full disk arrive as errors.
+/// Ctrl-C and its kin. SIGINT, SIGTERM and SIGHUP, which a terminal that is closed sends, set a flag that all long work
+/// polls; who notices it throws `Interrupted`, and the program ends with 128 and the number of the signal. Work that
+/// doesn't come back soon enough is not waited for: then the handler itself removes what is unfinished and ends the
+/// process. SIGPIPE and SIGXFSZ are ignored, so that a closed pipe and a full disk arrive as errors.
 class Signals {
 public:
     /// Once, before threads start.

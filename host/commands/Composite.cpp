@@ -1,3 +1,4 @@
+#include "host/Colours.h"
 #include "host/Failure.h"
 #include "host/Orientation.h"
 #include "host/Picture.h"
@@ -40,15 +41,6 @@ Picture ReadUpright(Session & session, std::string const & path, CompositeSettin
         return picture;
     });
 }
-
-/// OVER in the format and colours of BASE.
-DynamicBitmap MatchColours(Session & session, Picture const & over, Picture const & base, Progress & progress) {
-    auto const plan = PlanMatch(over, base);
-    for (auto const & note : plan.notes)
-        session.GetMessages().Note(over.name, note);
-    auto matched = ConvertColours(over.bitmap, plan, {}, progress);
-    return matched;
-}
 }
 
 bool RunComposite(Session & session, CompositeSettings const & settings) {
@@ -60,6 +52,8 @@ bool RunComposite(Session & session, CompositeSettings const & settings) {
         progress.BeginStep(0.15);
         auto base = ReadUpright(session, settings.base, settings, progress);
         writer.CheckSize(base.bitmap.GetWidth(), base.bitmap.GetHeight());
+        if (over.orientation != 1)
+            session.GetMessages().Warn(over.name, TellOfTurning(over));
         over.bitmap = MatchColours(session, over, base, progress);
 
         progress.BeginStep(0.1);

@@ -1,9 +1,11 @@
 #include "host/Document.h"
 
 #include "files/DynamicFile.h"
+#include "host/Colours.h"
 #include "host/Damage.h"
 #include "host/Failure.h"
 #include "host/Formats.h"
+#include "host/LayerPicture.h"
 #include "host/OutputFile.h"
 #include "host/Picture.h"
 #include "host/PictureWriter.h"
@@ -46,7 +48,7 @@ SourceFile OpenPicture(Session & session, std::string const & path, ReadSettings
     try {
         return SourceFile(session, path, reading);
     } catch (Failure const &) {
-        if (Document::IsDocument(path))
+        if (path != standardStream && Document::IsDocument(path))
             throw Failure("is a document; `raster document extract` makes pictures of its layers");
         throw;
     }
@@ -54,10 +56,18 @@ SourceFile OpenPicture(Session & session, std::string const & path, ReadSettings
 
 Kernel::Counted<Layer> Place(Session & session, std::string const & path) {
     auto const source = OpenPicture(session, path);
-    auto const data = Kernel::MakeCounted<CompressedRasterData>();
-    if (!data->SetFromFile(path.c_str()))
-        throw Failure("can't be read");
+    auto data = source.GetStandardInput();
+    if (!data) {
+        data = Kernel::MakeCounted<CompressedRasterData>();
+        if (!data->SetFromFile(path.c_str()))
+            throw Failure("can't be read");
+    }
     auto const & file = source.GetFile();
+    if (file.GetOrientation() != 1)
+        session.GetMessages().Warn(path,
+                                   fmt::format("the file says how to turn the picture ({}), and the layer shows it "
+                                               "as it is stored; `raster convert --auto-orient` turns it",
+                                               file.GetOrientation()));
     auto const placed = Kernel::DelayLoadHolder::Create(CompressedRasterData::GetTypeFileStoreItemType(), data);
     auto layer = Document::MakeLayer(placed, file.GetWidth(), file.GetHeight(), file.GetFormat(),
                                      file.IsProfileFallback() ? nullptr : file.GetProfile());
@@ -69,7 +79,7 @@ Kernel::Counted<Layer> Place(Session & session, std::string const & path) {
 /// That no document is replaced by a picture: `extract DOC 1 DOC` would leave one layer of all.
 void CheckPictureTarget(std::string const & path) {
     std::error_code error;
-    if (std::filesystem::is_regular_file(path, error) && Document::IsDocument(path))
+    if (path != standardStream && std::filesystem::is_regular_file(path, error) && Document::IsDocument(path))
         throw Failure("is a document; name another file for the picture");
 }
 
@@ -89,33 +99,6 @@ bool Create(Session & session, DocumentSettings const & settings) {
     });
 }
 
-/// Pixels that a layer has, as far as painting goes. Throws if they can't be had.
-void LoadPixels(Layer const & layer, Progress & progress) {
-    auto const params = progress.GetParams();
-    layer.bitmap.ForceDelayLoad(params.abort);
-    Signals::ThrowIfAborted();
-    if (layer.bitmap.IsPendingDelayLoad())
-        throw Failure(fmt::format("the file of layer \"{}\" is missing or damaged", layer.name.GetCharacters()));
-}
-
-std::string CountInWords(std::size_t tiles) { return tiles == 1 ? "a tile" : fmt::format("{} tiles", tiles); }
-
-void TellOfLostProfile(Session & session, std::string const & path, Layer const & layer) {
-    if (layer.unreadProfile)
-        session.GetMessages().Warn(path, fmt::format("the profile of layer \"{}\" is missing or damaged: its colours "
-                                                     "are taken as if it had none; `raster document verify` tells more",
-                                                     layer.name.GetCharacters()));
-}
-
-/// Says of a picture that is about to be written what is not in it.
-void TellOfDamage(Session & session, std::string const & path, Layer const & layer) {
-    if (auto const damaged = CountDamagedTiles(layer.bitmap))
-        session.GetMessages().Warn(
-            path, fmt::format("{} of layer \"{}\" damaged, and left empty; `raster document verify` tells more",
-                              CountInWords(damaged), layer.name.GetCharacters()));
-    TellOfLostProfile(session, path, layer);
-}
-
 /// What is painted on a damaged tile would be all that is saved of it.
 void CheckForPainting(Layer const & layer, Kernel::RectT<int> const & area, DocumentSettings const & settings) {
     if (settings.keepDamaged)
@@ -123,7 +106,7 @@ void CheckForPainting(Layer const & layer, Kernel::RectT<int> const & area, Docu
     if (auto const damaged = CountDamagedTiles(layer.bitmap, area))
         throw Failure(fmt::format("{} damaged there, and painting would lose what may still be saved of it; "
                                   "see `raster document verify`, or take --keep-damaged",
-                                  CountInWords(damaged)));
+                                  SayHowManyTiles(damaged)));
 }
 
 /// Whether a layer has pixels there; says so if it doesn't, since then nothing is done.
@@ -135,15 +118,6 @@ bool IsOnLayer(Session & session, Layer const & layer, Kernel::RectT<int> const 
                                fmt::format("that is beside layer {}, which is {} x {} pixels; nothing was changed",
                                            settings.layer, layer.bitmap.GetWidth(), layer.bitmap.GetHeight()));
     return false;
-}
-
-Picture MakePicture(Layer const & layer, std::string const & name) {
-    Picture picture;
-    picture.name = name;
-    picture.bitmap = layer.bitmap;
-    picture.dpi = layer.dpi;
-    picture.profile = layer.profile;
-    return picture;
 }
 
 void ExtractOriginal(Layer const & layer, DocumentSettings const & settings) {
@@ -168,10 +142,11 @@ bool Extract(Session & session, DocumentSettings const & settings) {
         PictureWriter writer(session, settings.out, settings.writing, {});
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(0.5);
-        LoadPixels(layer, progress);
-        TellOfDamage(session, settings.document, layer);
+        LayerPicture const picture(session, layer, settings.document);
+        picture.Load(settings.reading.strict, progress);
+        picture.TellOfDamage();
         writer.CheckSize(layer.bitmap.GetWidth(), layer.bitmap.GetHeight());
-        writer.Write(MakePicture(layer, settings.document), progress);
+        writer.Write(picture.MakeToBeWritten(settings.reading), progress);
     });
 }
 
@@ -191,7 +166,7 @@ bool Fill(Session & session, DocumentSettings const & settings) {
             return;
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(0.8);
-        LoadPixels(layer, progress);
+        LayerPicture(session, layer, settings.document).Load(/*isStrict=*/false, progress);
         CheckForPainting(layer, settings.rect, settings);
         auto const [red, green, blue] = settings.colour;
         Raster::PixelOf<Raster::RGBA8Tuple> pixel{};
@@ -220,19 +195,21 @@ bool Stamp(Session & session, DocumentSettings const & settings) {
         auto & layer = document.ChangeLayer(settings.layer);
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(0.4);
-        auto const stamp = Blaming(settings.files.front(), [&] {
-            return OpenPicture(session, settings.files.front(), settings.reading)
-                .Decode(Raster::MipmapModeNone, progress);
+        auto stamp = Blaming(settings.files.front(), [&] {
+            return OpenPicture(session, settings.files.front(), settings.reading).Decode(/*level=*/0, progress);
         });
+        stamp.orientationHelp = "`raster convert --auto-orient` turns it";
         auto const area = GetStampedArea(stamp.bitmap, settings);
         if (!IsOnLayer(session, layer, area, settings))
             return;
         progress.BeginStep(0.2);
-        LoadPixels(layer, progress);
+        LayerPicture const picture(session, layer, settings.document);
+        picture.Load(settings.reading.strict, progress);
         CheckForPainting(layer, area, settings);
-        TellOfLostProfile(session, settings.document, layer);
-        auto const plan = PlanMatch(stamp, MakePicture(layer, settings.document));
-        auto const matched = ConvertColours(stamp.bitmap, plan, {}, progress);
+        picture.TellOfLostProfile();
+        if (stamp.orientation != 1)
+            session.GetMessages().Warn(stamp.name, TellOfTurning(stamp));
+        auto const matched = MatchColours(session, stamp, picture.Make(settings.reading), progress);
         auto const matrix = Kernel::AffineTransform::Translate(-settings.x, -settings.y).ToArray();
         auto const opacity = static_cast<float>(settings.opacity);
         auto const params = progress.GetParams();
@@ -251,16 +228,17 @@ bool Flatten(Session & session, DocumentSettings const & settings) {
             throw Failure("has no layers");
         auto const & bottom = *document.layers.front();
         writer.CheckSize(document.width, document.height);
-        auto result = MakePicture(bottom, settings.document);
+        auto result = LayerPicture(session, bottom, settings.document).MakeToBeWritten(settings.reading);
         result.bitmap = DynamicBitmap(document.width, document.height, bottom.bitmap.GetFormat(),
                                       Raster::MipmapModeNone, Raster::HardwareCachePolicy::Default);
         Progress progress(session.GetMessages(), settings.document);
-        for (auto const & layer : document.layers) {
+        for (std::size_t i = 0; i < document.layers.size(); ++i) {
+            auto const & layer = document.layers[i];
             progress.BeginStep(0.8 / static_cast<double>(document.layers.size()));
-            LoadPixels(*layer, progress);
-            TellOfDamage(session, settings.document, *layer);
-            auto const picture = MakePicture(*layer, layer->name.GetCharacters());
-            auto const matched = ConvertColours(picture.bitmap, PlanMatch(picture, result), {}, progress);
+            LayerPicture const picture(session, *layer, fmt::format("{}, layer {}", settings.document, i + 1));
+            picture.Load(settings.reading.strict, progress);
+            picture.TellOfDamage();
+            auto const matched = MatchColours(session, picture.Make(settings.reading), result, progress);
             auto const matrix = Kernel::AffineTransform::Translate(-layer->offset.x, -layer->offset.y).ToArray();
             auto const params = progress.GetParams();
             Raster::Transfer(result.bitmap, matched, &params, &layer->opacity, matrix.data());

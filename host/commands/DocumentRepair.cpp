@@ -18,7 +18,8 @@ namespace {
 void ShowFraction(void * context, double fraction) { static_cast<Progress *>(context)->Show(fraction); }
 
 /// Makes a document that opens of one that lacks its list of layers, or a layer.
-void RepairLayers(Session & session, std::string const & path) {
+/// @param name  for messages
+void RepairLayers(Session & session, std::string const & path, std::string const & name) {
     try {
         static_cast<void>(Document::Open(path));
     } catch (LaterVersion const &) { // which will know what to make of it
@@ -26,7 +27,7 @@ void RepairLayers(Session & session, std::string const & path) {
         session.PrepareForPixels();
         auto document = Document::OpenRemains(path);
         document.Save({Kernel::ArchiveSaveMode::Update, /*keepDamaged=*/true});
-        session.GetMessages().Warn(path, fmt::format("layers were lost; what is there makes {}, placed files included",
+        session.GetMessages().Warn(name, fmt::format("layers were lost; what is there makes {}, placed files included",
                                                      document.layers.size()));
     }
 }
@@ -68,8 +69,10 @@ bool SalvageDocument(Session & session, DocumentSettings const & settings) {
             throw Failure("OUT is the damaged document itself; name another file");
         Progress progress(session.GetMessages(), settings.document);
         progress.BeginStep(1);
+        // It takes its place once it opens: until then what was there stands, and if it is interrupted nothing is
+        // there.
+        auto const disk = Kernel::MakeCounted<HoldingDisk>();
         try {
-            auto const disk = Kernel::MakeCounted<DocumentDisk>(GetTarget(settings.writing.noClobber));
             auto const saved = Kernel::SalvageArchive(settings.document, settings.out, Signals::GetAbortFlag(),
                                                       ShowFraction, &progress, disk, Document::archiveTag);
             session.GetMessages().Note(settings.document,
@@ -78,13 +81,19 @@ bool SalvageDocument(Session & session, DocumentSettings const & settings) {
                                                    saved.hasScanned ? "; looked for in all of the file" : ""));
         } catch (Kernel::ArchiveError const & error) {
             Signals::ThrowIfAborted();
+            if (error.GetKind() == Kernel::ArchiveError::Kind::NotFound)
+                throw Document::MakeFailure(error, settings.document);
             auto failure =
                 Failure(Document::WithoutPath(Document::WithoutPath(error.what(), settings.document), settings.out));
             if (std::string_view(error.what()).starts_with(settings.out + ": "))
                 failure.SetFile(settings.out);
             throw failure;
         }
-        Blaming(settings.out, [&] { RepairLayers(session, settings.out); });
+        Blaming(settings.out, [&] {
+            RepairLayers(session, disk->GetHeldPath(), settings.out);
+            Signals::ThrowIfAborted();
+            disk->PutInPlace(settings.out, GetTarget(settings.writing.noClobber));
+        });
     });
 }
 }

@@ -28,14 +28,19 @@ bool DrawWhole(DynamicBitmap & bitmap, DynamicFile & file, bool * abort) {
 }
 
 void Decode(Kernel::Counted<CompressedRasterData const> const & data, DynamicBitmap & bitmap,
-            Kernel::Consolidated<ICCProfile> & profile, bool * abort) {
+            Kernel::Consolidated<ICCProfile> & profile, DecodeProblems & problems, bool * abort) {
     DynamicFile file;
-    if (!file.Create(data, false, false) || file.GetFormat() == NoFormat)
+    if (!file.Create(data, false, false) || file.GetFormat() == NoFormat) {
+        problems.failure = file.GetFailure().c_str();
         return;
+    }
     DynamicBitmap decoded(file.GetWidth(), file.GetHeight(), file.GetFormat(), MipmapModeOnDemandDefault,
                           HardwareCachePolicy::Default);
-    if (!DrawWhole(decoded, file, abort))
+    if (!DrawWhole(decoded, file, abort)) {
+        problems.failure = file.GetFailure().c_str();
         return;
+    }
+    problems.warning = file.EndedEarly() ? "the file ends early" : file.GetWarning().c_str();
     profile = file.GetProfile();
     bitmap = decoded;
 }

@@ -45,9 +45,11 @@ void CompressedRasterData::Changed() {
     GetState().MarkAsDirty();
     Kernel::Counted<DynamicBitmap const> oldPicture; // these go after the lock
     Kernel::Consolidated<ICCProfile> oldProfile;
+    DecodeProblems oldProblems;
     Kernel::ScopedLock const guard(cacheLock);
     std::swap(oldPicture, bitmapRepresentation);
     std::swap(oldProfile, profile);
+    std::swap(oldProblems, problems);
 }
 
 void CompressedRasterData::SetInvert(bool inverted) {

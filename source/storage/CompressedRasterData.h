@@ -8,6 +8,7 @@
 #include "kernel/InStream.h"
 #include "kernel/OutStream.h"
 #include "kernel/RawData.h"
+#include "kernel/String.h"
 #include "storage/DynamicBitmap.h"
 
 #include <cstdint>
@@ -16,14 +17,21 @@
 namespace Raster {
 class CompressedRasterData;
 
+/// What decoding has found wrong with an image file, in words for users.
+struct DecodeProblems {
+    Kernel::StringUtf8 failure; ///< why it shows an empty picture; empty if it shows its own
+    Kernel::StringUtf8 warning; ///< damage that the decoder could live with, a part of the picture may be wrong
+};
+
 /// What the layers above supply so that the bytes of image files can be shown.
 struct CompressedDataCodec {
     /// Decodes the file.
     /// @param bitmap  receives the picture in the file's own size and format; nothing if nobody recognises the bytes.
     /// @param profile  receives the profile of the file, if it has one.
+    /// @param problems  receives what is wrong.
     /// @param abort  null, or a flag to stop with; what was decoded by then is not used.
     void (*decode)(Kernel::Counted<CompressedRasterData const> const & data, DynamicBitmap & bitmap,
-                   Kernel::Consolidated<ICCProfile> & profile, bool * abort);
+                   Kernel::Consolidated<ICCProfile> & profile, DecodeProblems & problems, bool * abort);
     /// Inverts the colours of a picture in place.
     void (*invert)(DynamicBitmap & bitmap, bool * abort);
     /// Puts a picture into an empty one of another size or format, at the origin: through the profiles where both are
@@ -86,6 +94,10 @@ public:
                                                                  bool * abort) const;
     /// The profile of the file, once it was decoded; null if it has none.
     Kernel::Consolidated<ICCProfile> GetDecodedProfile() const;
+    /// What was wrong with the file when it was decoded; nothing before that. Who lets users paint on its picture, or
+    /// writes that elsewhere, asks first: an empty picture in the place of one that can't be decoded here, for want of
+    /// memory or of a newer program, is the end of it.
+    DecodeProblems GetDecodeProblems() const;
     /// Gives a typed bitmap the tiles of the decoded picture. Where size or format differ a converted picture is made
     /// for it: cut or padded at the origin, not scaled; through the profiles if both are known and differ.
     /// @param targetProfile  that of the target's colours; null if it has none.
@@ -117,9 +129,10 @@ private:
     std::uint64_t filled = 0;   // and those that come to light when the size grows: what `SetFromStream` has taken
     std::uint64_t accounted = 0;
     bool invert = false;
-    mutable Kernel::CriticalSectionSpin cacheLock{Kernel::LockRank::Leaf}; // guards the two below
+    mutable Kernel::CriticalSectionSpin cacheLock{Kernel::LockRank::Leaf}; // guards the three below
     mutable Kernel::Counted<DynamicBitmap const> bitmapRepresentation;     // null until decoded
     mutable Kernel::Consolidated<ICCProfile> profile;
+    mutable DecodeProblems problems;
 };
 
 /// Reads the bytes as if they were a file. They must stay as they are meanwhile.

@@ -39,6 +39,11 @@ Kernel::Consolidated<ICCProfile> CompressedRasterData::GetDecodedProfile() const
     return profile;
 }
 
+DecodeProblems CompressedRasterData::GetDecodeProblems() const {
+    Kernel::ScopedLock const guard(cacheLock);
+    return problems;
+}
+
 Kernel::Counted<DynamicBitmap const> CompressedRasterData::GetBitmapRepresentation(Format format, int width, int height,
                                                                                    bool * abort) const {
     {
@@ -48,21 +53,26 @@ Kernel::Counted<DynamicBitmap const> CompressedRasterData::GetBitmapRepresentati
     }
     auto decoded = Kernel::MakeCounted<DynamicBitmap>();
     Kernel::Consolidated<ICCProfile> decodedProfile;
+    DecodeProblems found;
     auto const * const codec = codecInPlace.load(std::memory_order_acquire);
     if (size != 0 && codec) {
-        codec->decode(Kernel::Counted<CompressedRasterData const>(this), *decoded, decodedProfile, abort);
+        codec->decode(Kernel::Counted<CompressedRasterData const>(this), *decoded, decodedProfile, found, abort);
         if (invert && !Kernel::IsAborted(abort))
             codec->invert(*decoded, abort);
         decoded->Scrub(abort);
     }
-    if (decoded->GetFormat() == NoFormat)
+    if (decoded->GetFormat() == NoFormat) {
         decoded->Create(width, height, format, MipmapModeOnDemandDefault, HardwareCachePolicy::Default);
+        if (found.failure.IsEmpty())
+            found.failure = size == 0 ? "the file is empty" : "the file is of no known type";
+    }
     if (Kernel::IsAborted(abort))
         return decoded;
     Kernel::ScopedLock const guard(cacheLock);
     if (!bitmapRepresentation) { // two may have decoded at once; all share the picture of the first
         bitmapRepresentation = decoded;
         profile = decodedProfile;
+        problems = found;
     }
     return bitmapRepresentation;
 }

@@ -1,4 +1,5 @@
 // Picture files in documents, decoded by the formats.
+#include "files/ImageLimits.h"
 #include "files/JPEGMaker.h"
 #include "kernel/DelayLoadHolder.h"
 #include "storage/BitmapCore.h"
@@ -40,6 +41,52 @@ TEST(CompressedDataCodec, FileThatCannotBeDecodedShowsAnEmptyPicture) {
         EXPECT_NO_THROW(bitmap.ForceDelayLoad(nullptr));
         EXPECT_FALSE(bitmap.IsPendingDelayLoad());
         EXPECT_TRUE(bitmap.GetNonZeroBoundingBox().IsEmpty());
+        EXPECT_FALSE(file->GetDecodeProblems().failure.IsEmpty());
     }
     EXPECT_GT(tried, 0);
+}
+
+namespace {
+Kernel::Counted<CompressedRasterData> MakeFile(JPEGBytes const & bytes, std::size_t size) {
+    auto const file = Kernel::MakeCounted<CompressedRasterData>();
+    file->CopyFrom(bytes.data(), size);
+    return file;
+}
+DecodeProblems Decode(Kernel::Counted<CompressedRasterData> const & file) {
+    static_cast<void>(file->GetBitmapRepresentation(RGBA8, 64, 64, nullptr));
+    return file->GetDecodeProblems();
+}
+}
+
+TEST(CompressedDataCodec, WhatIsWrongWithAFileIsToldOnceItIsDecoded) {
+    JPEGRecipe recipe;
+    recipe.width = recipe.height = 64;
+    auto const bytes = MakeJPEG(recipe);
+    auto const whole = Decode(MakeFile(bytes, bytes.size()));
+    EXPECT_TRUE(whole.failure.IsEmpty());
+    EXPECT_TRUE(whole.warning.IsEmpty());
+    auto const cut = Decode(MakeFile(bytes, bytes.size() - bytes.size() / 8));
+    EXPECT_TRUE(cut.failure.IsEmpty());
+    EXPECT_EQ(cut.warning.GetView(), "the file ends early");
+    EXPECT_FALSE(Decode(MakeFile(bytes, 0)).failure.IsEmpty());
+    EXPECT_FALSE(Decode(MakeFile(bytes, 2)).failure.IsEmpty());
+    auto const file = MakeFile(bytes, bytes.size());
+    EXPECT_TRUE(file->GetDecodeProblems().failure.IsEmpty()) << "before it is decoded";
+    file->SetSize(2);
+    EXPECT_FALSE(Decode(file).failure.IsEmpty());
+    file->CopyFrom(bytes.data(), bytes.size());
+    EXPECT_TRUE(Decode(file).failure.IsEmpty()) << "new bytes, new answer";
+}
+
+TEST(CompressedDataCodec, FileOverALimitIsAFailure) {
+    JPEGRecipe recipe;
+    recipe.width = recipe.height = 64;
+    auto const bytes = MakeJPEG(recipe);
+    auto const before = GetImageLimits();
+    auto limits = before;
+    limits.largestDecodedBytes = 1000;
+    SetImageLimits(limits);
+    auto const problems = Decode(MakeFile(bytes, bytes.size()));
+    SetImageLimits(before);
+    EXPECT_NE(problems.failure.GetView().find("largestDecodedBytes"), std::string_view::npos);
 }

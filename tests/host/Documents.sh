@@ -121,12 +121,18 @@ Run 0 info a.doc
 Prints "files        2, "
 Prints "tiles        "
 Run 1 info none.doc --json
-Prints '"error": "can'"'"'t be opened: No such file or directory"'
+Prints '"error": "can'"'"'t be opened: No such file or directory; see that the name is right"'
 Says "raster: none.doc: can't be opened"
 
 # --- Wrong use.
 Run 1 info none.doc
 Says "raster: none.doc: can't be opened"
+Run 1 salvage none.doc saved.doc
+Says "raster: none.doc: can't be opened: No such file or directory; see that the name is right"
+Run 1 verify in
+Says "Is a directory; name a document in that folder"
+Run 1 info /dev/null
+Says "a document is always a file"
 Run 1 info $badge
 Says "not a document"
 Run 1 extract a.doc 7 out.png
@@ -209,6 +215,13 @@ Run 0 salvage cut.doc saved.doc
 Says "items saved"
 
 # --- Where the list of layers is lost, or a layer, the placed files are layers again.
+Run 0 create broken.doc $photo $badge $badge
+Run 0 flatten broken.doc out.png
+Flip broken.doc $(($(FindItem broken.doc mrtS) + 100)) # the lowest layer, whose picture belongs below the others
+Run 0 salvage broken.doc saved.doc
+Says "what is there makes 3"
+Run 0 flatten saved.doc again.png
+Same again.png out.png
 "$raster" document create fresh.doc $photo $badge 2>/dev/null
 head -c $(($(stat -c %s $photo) + 1000)) fresh.doc >cut.doc # the first file, and hardly more
 Run 0 salvage cut.doc saved.doc
@@ -337,6 +350,78 @@ Same broken.doc untouched.doc
 Run 0 fill broken.doc --layer 1 --rect 0,0,600,400 --colour white --keep-damaged
 Run 0 extract broken.doc 1 out.png
 
+# --- A placed file that can't be decoded isn't an empty picture to be written, and nothing is painted on its layer.
+cp $badge in/broken.png
+Flip in/broken.png $(($(perl -0777 -ne 'print $-[0] if /IDAT/' $badge) + 20))
+"$raster" resize $photo in/large.jpg --scale 2 2>/dev/null
+Run 0 create broken.doc in/broken.png in/large.jpg
+cp broken.doc untouched.doc
+rm -f out.png
+for what in 'extract broken.doc 1 out.png' 'flatten broken.doc out.png' "stamp broken.doc $badge" \
+    'fill broken.doc --rect 0,0,9,9 --colour white' 'fill broken.doc --rect 0,0,9,9 --colour white --keep-damaged'; do
+    # shellcheck disable=SC2086
+    Run 1 $what
+    Says "the file of layer \"broken.png\" can't be decoded: "
+    Says "extract --original"
+done
+[ ! -e out.png ] || Fail "$last: out.png is there"
+Run 0 extract broken.doc 1 out.png --original
+Same out.png in/broken.png
+Run 1 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white --decode-limit 1
+Says "can't be decoded"
+Says "a larger --decode-limit opens it"
+Run 1 extract broken.doc 2 out.png --decode-limit 1
+Same broken.doc untouched.doc
+Run 0 fill broken.doc --layer 2 --rect 0,0,9,9 --colour white
+head -c $(($(stat -c %s $photo) * 3 / 4)) $photo >in/short.jpg
+Run 0 create broken.doc in/short.jpg
+Run 0 extract broken.doc 1 out.png
+Says "warning: the file of layer \"short.jpg\" is damaged (the file ends early)"
+Run 1 extract broken.doc 1 out.png --strict
+Says "leave --strict out"
+# Salvage makes layers of files that can't be decoded here, too.
+Run 0 create broken.doc in/broken.png in/large.jpg
+Flip broken.doc $(($(FindItem broken.doc mrtS) + 100))
+Run 0 salvage broken.doc saved.doc --decode-limit 1
+Says "what is there makes 2"
+Run 0 extract saved.doc 1 out.png --original
+Same out.png in/broken.png
+
+# --- Standard input may be placed; a file of that name is another matter, and so is one where a picture is to go.
+cp a.doc ./-
+"$raster" document create piped.doc - <$photo 2>stderr.txt || Fail "create of standard input ends with $?"
+Run 0 extract piped.doc 1 out.jpg --original
+Same out.jpg $photo
+Run 2 create piped.doc - -
+Says "standard input can be read once only"
+Run 2 flatten a.doc -
+Says "standard output needs --type"
+"$raster" document flatten a.doc - --type png >out.png 2>stderr.txt || Fail "flatten to standard output ends with $?"
+Same out.png flat.png
+Run 1 stamp a.doc -
+Says "standard input is empty"
+rm ./-
+
+# --- What a result lacks is told, as it is of other commands.
+{ printf '\xff\xd8\xff\xe1\x00\x22Exif\x00\x00II*\x00\x08\x00\x00\x00\x01\x00\x12\x01\x03\x00\x01\x00\x00\x00\x06\x00\x00\x00\x00\x00\x00\x00'
+    tail -c +3 $photo; } >in/turned.jpg
+"$raster" info in/turned.jpg | grep -q 'orientation  6' || Fail "in/turned.jpg isn't turned"
+Run 0 create turned.doc in/turned.jpg
+Says "the file says how to turn the picture (6), and the layer shows it as it is stored"
+Run 0 extract turned.doc 1 out.png
+Says "the file says how to turn the picture (6), which isn't kept"
+Says "metadata isn't kept: EXIF"
+Run 0 flatten turned.doc out.png
+Says "the file says how to turn the picture (6)"
+Run 0 stamp turned.doc in/turned.jpg
+Says "raster: in/turned.jpg: warning: the file says how to turn the picture (6)"
+"$raster" convert $photo grey.png --format IA8 2>/dev/null
+Run 0 create mixed.doc grey.png $photo
+Run 0 flatten mixed.doc out.png
+Says "raster: mixed.doc, layer 2: note: colours"
+Run 0 stamp mixed.doc $photo
+Says "raster: $photo: note: colours"
+
 # --- A full disk leaves the document as it was.
 cp a.doc full.doc
 (ulimit -f $(($(stat -c %s full.doc) / 1024 + 8)) && "$raster" document stamp full.doc $photo --layer 2 >stdout.txt 2>stderr.txt)
@@ -409,6 +494,27 @@ for what in 'compact many.doc' 'create new.doc in/more-1.jpg in/more-2.jpg' 'sal
         "$raster" document verify many.doc >/dev/null 2>&1 || Fail "$last: many.doc isn't whole"
     done
 done
+
+# --- Salvage puts nothing in its place that doesn't open: not before the layers are mended.
+cp many.doc broken.doc
+Flip broken.doc $(($(FindItem broken.doc mrtS) + 100))
+cp a.doc saved.doc
+for delay in 0.01 0.02 0.03 0.04 0.05 0.06 0.07 0.08 0.1 0.12 0.15; do
+    timeout -s TERM $delay "$raster" document salvage broken.doc saved.doc >/dev/null 2>&1
+    code=$?
+    last="salvage ended after $delay s"
+    [ $code -eq 0 ] || cmp -s saved.doc a.doc || "$raster" document info saved.doc >/dev/null 2>&1 ||
+        Fail "$last: saved.doc doesn't open"
+    [ -z "$(find . -name '.*saving*')" ] || Fail "$last: leaves something behind"
+done
+Run 0 salvage broken.doc saved.doc
+Run 0 info saved.doc
+Prints "0 damaged"
+Run 1 salvage broken.doc saved.doc --no-clobber
+mkdir -p sub && ln -sf ../saved.doc sub/link.doc
+Run 0 salvage broken.doc sub/link.doc
+[ -L sub/link.doc ] || Fail "$last: the link is gone"
+Run 0 verify saved.doc
 
 # --- Ended by a signal, the document is the old one or the new one.
 for delay in 0.01 0.03 0.06 0.1 0.2; do

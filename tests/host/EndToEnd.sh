@@ -404,6 +404,7 @@ for delay in 0.1 0.3 0.6 0.9; do
     EndsBySignal INT 130 $delay resize out/huge.jpg out/end.png --scale 1.3
     EndsBySignal TERM 143 $delay resize out/huge.jpg out/end.png --scale 1.3 --memory 4 --backstore out/backstore
 done
+EndsBySignal HUP 129 0.3 resize out/huge.jpg out/end.png --scale 1.3 --memory 4 --backstore out/backstore
 EndsBySignal INT 130 0.2 thumbnail out/huge.jpg in/o*.jpg "${many[@]}" --size 3000 --out out/ended --threads 3
 last="raster convert - ended while it reads"
 mkfifo in/endless

@@ -38,7 +38,7 @@ protected:
 
     // A "file" is its width and height in units of 4 pixels, and a seed of its pixels.
     static void Decode(Kernel::Counted<CompressedRasterData const> const & data, DynamicBitmap & bitmap,
-                       Kernel::Consolidated<ICCProfile> &, bool * abort) {
+                       Kernel::Consolidated<ICCProfile> &, DecodeProblems &, bool * abort) {
         ++decodes;
         if (data->GetSize() != 3 || Kernel::IsAborted(abort))
             return;
