@@ -159,7 +159,7 @@ private:
     std::unordered_map<Counted<SharedSerialisable const>, ItemID> storedShared;
     std::vector<Taken> taken;
     std::uint64_t takenBytes = 0; // since `taken` was looked through
-    std::vector<ItemID> givenUp; // shared objects that could not be read, to which nothing refers any more
+    std::vector<ItemID> givenUp;  // shared objects that could not be read, to which nothing refers any more
     std::vector<Pending> pending;
     std::uint64_t pendingBytes = 0;
     std::vector<std::uint8_t> batch;              // of the last flush, for the memory

@@ -33,7 +33,9 @@ public:
     void MarkAsStored(std::uint64_t generation) noexcept;
 
     /// A save has all bytes of the state that had this number, and won't ask for them again.
-    void MarkAsTaken(std::uint64_t generation) noexcept { takenGeneration.store(generation, std::memory_order_release); }
+    void MarkAsTaken(std::uint64_t generation) noexcept {
+        takenGeneration.store(generation, std::memory_order_release);
+    }
     /// Whether a save has what the item holds now: nobody needs to keep it for the sake of that save.
     bool IsTaken() const noexcept { return takenGeneration.load(std::memory_order_acquire) == GetDirtyGeneration(); }
 
