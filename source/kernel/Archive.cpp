@@ -212,8 +212,7 @@ void Archive::MoveHolders() {
         if (!current->Find(id))
             continue; // no longer part of the document, but its bytes can still be read where they were
         ScopedLock const guard(*holder);
-        holder->SetSource(MakeCounted<ArchiveItemSource>(this, current, id));
-        RememberHolder(id, *holder); // the old source has taken it out
+        holder->MoveSource(MakeCounted<ArchiveItemSource>(this, current, id));
     }
 }
 

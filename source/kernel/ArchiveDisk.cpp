@@ -219,8 +219,8 @@ private:
         // The owner first: a change of owner clears bits of the mode. Only root can give a file away, others to a group
         // of theirs.
         constexpr uid_t asItIs = ~uid_t(0);
-        bool const hasGroup = fchown(descriptor, old.st_uid, old.st_gid) == 0 ||
-                              fchown(descriptor, asItIs, old.st_gid) == 0;
+        bool const hasGroup =
+            fchown(descriptor, old.st_uid, old.st_gid) == 0 || fchown(descriptor, asItIs, old.st_gid) == 0;
         mode_t mode = old.st_mode & 07777;
         if (!hasGroup) // another group may do no more than everybody
             mode &= ~mode_t(S_IRWXG) | (mode & S_IRWXO) << 3;

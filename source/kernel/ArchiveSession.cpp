@@ -819,7 +819,7 @@ void ArchiveSession::AfterCommit() {
     storedHolders.clear();
     storedHolderByAddress.Clear();
     for (auto & [holder, item, generation, id, stored] : taken) {
-        Counted<FileStoreItemSource const> before; // goes after the lock, and may be the last that has its document open
+        Counted<FileStoreItemSource const> before; // goes after the lock: it may be the last that has its document open
         ScopedLock const guard(*holder);
         before = holder->GetSource();
         holder->SetSource(MakeCounted<ArchiveItemSource>(archive, current, id));

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
 
 namespace Kernel {
 class DelayLoadHolder;
@@ -58,6 +59,8 @@ public:
     Counted<FileStoreItemSource const> const & GetSource() const noexcept { return source; }
     /// The item lies there from now on. Under the lock.
     void SetSource(Counted<FileStoreItemSource const> newSource) noexcept;
+    /// The same item lies elsewhere in the same store, which finds this holder as before. Under the lock.
+    void MoveSource(Counted<FileStoreItemSource const> newSource) noexcept { source = std::move(newSource); }
 
     /// Whoever makes sources can find this holder by its item from now on, and is to be told when it goes. Before
     /// anybody else has it, or under the lock.

@@ -87,8 +87,8 @@ public:
 
     /// To be called when a save ends because of an exception: nothing is written from now on.
     void MarkAsHandlingException() noexcept { isSilent = true; }
-    /// Completes the stream. Throws what the stream throws, and `std::logic_error` if a value or an array that was begun
-    /// lacks its end: it would be missing with all that came after it. After that nothing more may be saved.
+    /// Completes the stream. Throws what the stream throws, and `std::logic_error` if a value or an array that was
+    /// begun lacks its end: it would be missing with all that came after it. After that nothing more may be saved.
     virtual void Close() = 0;
 
 protected:

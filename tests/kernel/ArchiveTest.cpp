@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <iterator>
@@ -121,6 +122,28 @@ TEST_F(ArchiveTest, HoldersMayGoWhileOthersAskForThem) {
     auto const holder = archive->GetHolder(id, Blob::GetType());
     EXPECT_EQ(BytesOf(holder), MakeBytes(1));
     EXPECT_EQ(archive->GetHolder(id, Blob::GetType()), holder);
+}
+
+// Holders are told of the new file one by one while others ask for them.
+TEST_F(ArchiveTest, HasOneHolderForAnItemWhileTheFileIsWrittenAnew) {
+    auto const archive = Archive::Create(GetPath(), "Test");
+    auto const album = MakeAlbum(1);
+    Save(archive, album);
+    auto const items = archive->GetInfo().items;
+    auto const blob = std::find_if(items.begin(), items.end(), [](auto const & item) { return item.type == "Blob"; });
+    ASSERT_NE(blob, items.end());
+    std::atomic<bool> isEnding{false};
+    std::thread other([&] {
+        while (!isEnding) {
+            auto const holder = archive->GetHolder(blob->id, Blob::GetType());
+            if (holder != album.blobs[0])
+                isEnding = true;
+        }
+    });
+    for (int i = 0; i < 200 && !isEnding; ++i)
+        Save(archive, album, ArchiveSaveMode::Compact);
+    EXPECT_FALSE(isEnding.exchange(true)) << "there was another one";
+    other.join();
 }
 
 TEST_F(ArchiveTest, DropsWhatCanBeLoadedAgain) {
