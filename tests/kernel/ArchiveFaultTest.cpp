@@ -294,7 +294,7 @@ TEST(ArchiveCheck, FindsEveryBitThatFlipsAndSavesTheRest) {
             }
         });
         EXPECT_FALSE(IsFoundDamaged(files));
-        EXPECT_GT(salvages, 0u);
+        ASSERT_GT(salvages, 0u);
         auto const name = saves == 1 ? std::string("OneCommit") : std::string("ThreeCommits");
         RecordProperty(name + "Salvages", std::to_string(salvages));
         RecordProperty(name + "ItemsSavedPerMille", std::to_string(1000 * saved / (salvages * itemCount)));

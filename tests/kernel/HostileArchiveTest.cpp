@@ -299,6 +299,26 @@ TEST(HostileArchive, ItemThatClaimsTheChecksumOfAnotherStandsInForNone) {
     EXPECT_EQ(AlbumForTests::BytesOf(loaded.blobs[0]), content);
 }
 
+// It may mean anything, so that nobody takes it apart either.
+TEST(HostileArchive, FileOfALaterVersionIsNeitherOpenedNorSalvaged) {
+    std::vector<Item> items{MakeItem(1, ArchiveTags::stream, "Main.dat", {1, 2, 3})};
+    auto file = MakeFile(items);
+    auto const header = Header{containerVersion + 1, "Test", fileID}.Encode();
+    std::copy(header.begin(), header.end(), file.begin());
+    auto const disk = MakeDisk(file);
+    auto const getKind = [](auto const & call) {
+        try {
+            call();
+        } catch (ArchiveError const & error) {
+            return error.GetKind();
+        }
+        return ArchiveError::Kind::NotFound;
+    };
+    EXPECT_EQ(getKind([&] { Archive::Open("hostile.doc", "Test", disk); }), ArchiveError::Kind::Future);
+    EXPECT_EQ(getKind([&] { SalvageArchive("hostile.doc", "saved.doc", nullptr, nullptr, nullptr, disk); }),
+              ArchiveError::Kind::Future);
+}
+
 // A list that checks, but is not the one that the footer was written for.
 TEST(HostileArchive, ListThatDoesNotFitItsFooterIsNone) {
     HostileFile file;
