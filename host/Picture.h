@@ -20,7 +20,7 @@ struct Picture {
     std::string name; ///< as given on the command line
     DynamicBitmap bitmap;
     double dpi = 0;
-    int orientation = 1;               ///< 1 to 8, by EXIF
+    int orientation = 1; ///< 1 to 8, by EXIF
     std::string orientationHelp = "--auto-orient turns it";
     Profile profile;                   ///< embedded, or the one that the user told to assume; null if neither
     bool isAssumed = false;            ///< the user told it

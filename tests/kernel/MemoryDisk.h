@@ -166,7 +166,7 @@ public:
         return operation;
     }
 
-    std::vector<Step> steps; ///< to be looked at when nobody uses the disk
+    std::vector<Step> steps;                ///< to be looked at when nobody uses the disk
     std::optional<std::uint64_t> freeBytes; ///< what it says that there is room for; nothing says nothing
 
 private:
