@@ -234,6 +234,25 @@ TEST_F(ArchiveTest, CompactionKeepsEverythingAndDropsTheDead) {
     EXPECT_THAT(List(), SizeIs(1));
 }
 
+TEST_F(ArchiveTest, FileThatIsMostlyDeadIsWrittenAnewIfItIsLarge) {
+    std::mt19937 random(1);
+    std::vector<std::uint32_t> noise(5 << 20);
+    std::generate(noise.begin(), noise.end(), random);
+    for (std::size_t const mebibytes : {12, 20}) {
+        auto const disk = MakeCounted<MemoryDisk>();
+        auto const archive = Archive::Create("album.doc", "Test", disk);
+        auto session = archive->CreateSession();
+        session->StoreStream("Noise", noise.data(), mebibytes << 20);
+        archive->CloseSession(std::move(session));
+        auto const album = MakeAlbum(2);
+        Save(archive, album); // without the noise, which is dead from here on
+        EXPECT_GT(archive->GetInfo().deadBytes, mebibytes << 20);
+        Save(archive, album);
+        EXPECT_EQ(archive->GetInfo().deadBytes < 1 << 20, mebibytes == 20);
+        ExpectSame(Load(Archive::Open("album.doc", "Test", disk)), album);
+    }
+}
+
 // Else the disk would keep all of the old file for as long as anybody has one of its items.
 TEST_F(ArchiveTest, HoldersLetGoOfAFileThatWasReplaced) {
     auto const disk = MakeCounted<MemoryDisk>();
