@@ -254,7 +254,8 @@ void ScanForItems(ArchiveFile const & file, std::uint64_t begin, std::uint64_t e
     for (auto window = AlignUp(begin, itemAlignment); window < end; window += windowBytes) {
         if (progress && progress->IsAborted())
             return;
-        auto const bytes = ReadAt(file, window, std::min(windowBytes, end - window));
+        // Also of an item that only begins before the end.
+        auto const bytes = ReadAt(file, window, std::min(windowBytes, AlignUp(end - window, itemAlignment)));
         for (std::uint64_t at = 0; at + 4 <= bytes.size(); at += itemAlignment) {
             if (window + at < next || std::memcmp(bytes.data() + at, "Item", 4) != 0)
                 continue;

@@ -438,6 +438,35 @@ TEST(ArchiveCheck, SalvageFindsWhatLiesBehindAHeaderThatWentAstray) {
     EXPECT_TRUE(std::any_of(saved.begin(), saved.end(), [&](auto const & item) { return item.id == hidden.id; }));
 }
 
+// Also where what it claims ends within the first bytes of the item.
+TEST(ArchiveCheck, SalvageFindsWhatAStrayHeaderHidesTheBeginningOf) {
+    auto const files = MakeDocument(4, 1);
+    auto const items = Archive::Open(path, "Test", MakeCounted<MemoryDisk>(files))->GetInfo().items;
+    ASSERT_GE(items.size(), 3u);
+    auto const &hit = items[1], &hidden = items[2];
+    auto const at = hidden.offset - 160;
+    ASSERT_GT(at, hit.offset + 16);
+    for (std::uint64_t const reach : {0, 1, 3, 4, 15, 16, 17}) {
+        auto damaged = files;
+        auto & bytes = damaged.at(path);
+        ArchiveLayout::ItemHeader stray;
+        stray.id = {hidden.id.commit, 99};
+        stray.type = hidden.type;
+        stray.storedSize = 160 - stray.GetEncodedSize() + reach;
+        stray.rawSize = stray.storedSize;
+        std::vector<std::uint8_t> header;
+        stray.Encode(header);
+        std::copy(header.begin(), header.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
+        DamageLists(bytes);
+        bytes[hit.offset + 50] ^= 1;
+        auto const disk = MakeCounted<MemoryDisk>(damaged);
+        SalvageArchive(path, "saved.doc", nullptr, nullptr, nullptr, disk);
+        auto const saved = Archive::Open("saved.doc", "Test", disk)->GetInfo().items;
+        EXPECT_TRUE(std::any_of(saved.begin(), saved.end(), [&](auto const & item) { return item.id == hidden.id; }))
+            << reach << " bytes of it are hidden";
+    }
+}
+
 // It is the only one left of its save, whose stream has been replaced: that the new stream refers to it tells that it
 // is of this document.
 TEST(ArchiveCheck, SalvageFindsTheLastItemOfASaveBehindAHeaderThatWentAstray) {
