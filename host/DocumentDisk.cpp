@@ -13,15 +13,20 @@ using Kernel::ArchiveReplaced;
 using Kernel::ArchiveTarget;
 using Kernel::Counted;
 
-Counted<ArchiveFile> DocumentDisk::OpenToRead(std::string const & path) { return GetSystem()->OpenToRead(path); }
+Counted<ArchiveFile> WatchedDisk::OpenToRead(std::string const & path) { return GetSystem()->OpenToRead(path); }
 
-Counted<ArchiveFile> DocumentDisk::OpenToUpdate(std::string const & path) { return GetSystem()->OpenToUpdate(path); }
+Counted<ArchiveFile> WatchedDisk::OpenToUpdate(std::string const & path) { return GetSystem()->OpenToUpdate(path); }
 
-Counted<ArchiveFile> DocumentDisk::CreateBeside(std::string const & path, std::string & temporaryPath) {
+Counted<ArchiveFile> WatchedDisk::CreateBeside(std::string const & path, std::string & temporaryPath) {
     auto file = GetSystem()->CreateBeside(path, temporaryPath);
     if (file)
         unfinished.emplace(temporaryPath);
     return file;
+}
+
+void WatchedDisk::Remove(std::string const & temporaryPath) {
+    GetSystem()->Remove(temporaryPath);
+    unfinished.reset();
 }
 
 ArchiveReplaced DocumentDisk::Replace(ArchiveFile & file, std::string const & temporaryPath, std::string const & path,
@@ -35,36 +40,15 @@ ArchiveReplaced DocumentDisk::Replace(ArchiveFile & file, std::string const & te
     return replaced;
 }
 
-void DocumentDisk::Remove(std::string const & temporaryPath) {
-    GetSystem()->Remove(temporaryPath);
-    unfinished.reset();
-}
-
 HoldingDisk::~HoldingDisk() {
     if (!heldPath.empty())
         GetSystem()->Remove(heldPath);
-}
-
-Counted<ArchiveFile> HoldingDisk::OpenToRead(std::string const & path) { return GetSystem()->OpenToRead(path); }
-
-Counted<ArchiveFile> HoldingDisk::OpenToUpdate(std::string const & path) { return GetSystem()->OpenToUpdate(path); }
-
-Counted<ArchiveFile> HoldingDisk::CreateBeside(std::string const & path, std::string & temporaryPath) {
-    auto file = GetSystem()->CreateBeside(path, temporaryPath);
-    if (file)
-        unfinished.emplace(temporaryPath);
-    return file;
 }
 
 ArchiveReplaced HoldingDisk::Replace(ArchiveFile &, std::string const & temporaryPath, std::string const &,
                                      ArchiveTarget) {
     heldPath = temporaryPath;
     return ArchiveReplaced::Done;
-}
-
-void HoldingDisk::Remove(std::string const & temporaryPath) {
-    GetSystem()->Remove(temporaryPath);
-    unfinished.reset();
 }
 
 void HoldingDisk::PutInPlace(std::string const & path, ArchiveTarget target) {
